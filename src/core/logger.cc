@@ -1,0 +1,62 @@
+#include "core/logger.h"
+
+#include <syslog.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace tessera {
+
+// Constructed first of all globals so that every later constructor and start-up step can log.
+Logger theLogger __attribute__((init_priority(101)));
+
+namespace {
+
+struct LevelInfo {
+  char letter;
+  int priority;
+};
+
+constexpr LevelInfo kLevels[7] = {
+    {'E', LOG_ERR},     {'A', LOG_ALERT},  {'C', LOG_CRIT}, {'E', LOG_ERR},
+    {'W', LOG_WARNING}, {'N', LOG_NOTICE}, {'I', LOG_INFO},
+};
+
+}  // namespace
+
+Logger::Logger() {
+  openlog("tessera", LOG_CONS | LOG_NDELAY, LOG_USER);
+  const char* debug = std::getenv("MVM_DEBUG");
+  echo_ = debug != nullptr && std::strcmp(debug, "enable") == 0;
+}
+
+Logger::~Logger() { closelog(); }
+
+bool Logger::echo() { return theLogger.echo_; }
+
+int Logger::log(unsigned level, const char* format, ...) {
+  char message[2048] = {};
+  va_list args;
+  va_start(args, format);
+  int length = vsnprintf(message, sizeof message, format, args);
+  va_end(args);
+  if (level > 6) return length;
+  theLogger.emit(level, message);
+  return length;
+}
+
+int Logger::emit(unsigned level, const char* message) {
+  std::lock_guard<std::recursive_mutex> guard(lock_);
+  const LevelInfo& info = kLevels[level];
+  snprintf(line_, 4095, "%c-%s", info.letter, message);
+  syslog(info.priority, "%s", line_);
+  if (echo_) {
+    puts(line_);
+    fflush(stdout);
+  }
+  return 0;
+}
+
+}  // namespace tessera
