@@ -36,6 +36,12 @@ Logger::~Logger() { closelog(); }
 
 bool Logger::echo() { return theLogger.echo_; }
 
+void Logger::reopen() {
+  std::lock_guard<std::recursive_mutex> guard(theLogger.lock_);
+  closelog();
+  openlog("tessera", LOG_CONS | LOG_NDELAY, LOG_USER);
+}
+
 int Logger::log(unsigned level, const char* format, ...) {
   char message[2048] = {};
   va_list args;

@@ -19,6 +19,8 @@ class Logger {
   static int log(unsigned level, const char* format, ...) __attribute__((format(printf, 2, 3)));
   // Whether lines are echoed to standard output.
   static bool echo();
+  // Reconnects to syslog, e.g. after start-up closed inherited descriptors.
+  static void reopen();
 
  private:
   int emit(unsigned level, const char* message);

@@ -1,1 +1,35 @@
-int main() { return 0; }
+// The tessera service: relays the reader's tag reads through one output channel and obeys the
+// appliance's management software on the command channel.
+#include <cstdio>
+
+#include "core/logger.h"
+#include "core/options.h"
+#include "core/service_state.h"
+#include "core/signals.h"
+#include "core/startup.h"
+#include "platform/platform.h"
+
+using namespace tessera;
+
+int main(int argc, char** argv) {
+  CommandLine commandLine;
+  if (int status = parseCommandLine(argc, argv, commandLine); status != 0) return status;
+  if (commandLine.help) {
+    printUsage(argv[0]);
+    return 0;
+  }
+  platform::configure(commandLine.settings);
+
+  installSignalActions();
+  closeInheritedDescriptors();
+  // The sweep above may have closed syslog's socket; reopen it so that log lines never go to a
+  // descriptor that a later socket reuses.
+  Logger::reopen();
+  if (openSignalPipe() != 0) Logger::log(3, "Error: cannot create the signal pipe\n");
+  Logger::log(6, "Logger from tessera");
+  startService();
+
+  cleanupService();
+  Logger::log(6, "tessera stopped after signal %d\n", serviceState.terminationSignal.load());
+  return 0;
+}

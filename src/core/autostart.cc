@@ -1,0 +1,7 @@
+#include "core/autostart.h"
+
+namespace tessera {
+
+void bootAutostart() {}
+
+}  // namespace tessera

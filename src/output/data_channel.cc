@@ -1,0 +1,127 @@
+#include "output/data_channel.h"
+
+#include <arpa/inet.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "core/logger.h"
+#include "core/service_state.h"
+#include "platform/platform.h"
+
+namespace tessera {
+
+void startDataChannel() {
+  ServiceState& s = serviceState;
+  s.dataChannelWake = eventfd(0, EFD_CLOEXEC);
+  if (pthread_create(&s.dataChannelThreadHandle, nullptr, dataChannelThread, nullptr) == 0) {
+    pthread_setname_np(s.dataChannelThreadHandle, "dataChannel");
+    s.dataChannelThreadStarted = true;
+  }
+}
+
+void* dataChannelThread(void*) {
+  ServiceState& s = serviceState;
+  int old = s.dataChannelClientFd.exchange(-1);
+  if (old != -1) close(old);
+
+  int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (listener < 0) {
+    Logger::log(3, "Data Channel: ERROR opening socket\n");
+    fatalError("ERROR opening socket");
+  }
+  int one = 1;
+  if (setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one) < 0) {
+    Logger::log(3, "setsockopt failed\n");
+    fatalError("ERROR on setsockopt");
+  }
+  sockaddr_in addr{};
+  addr.sin_family = AF_INET;
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  addr.sin_port = htons(static_cast<uint16_t>(platform::settings().dataPort));
+  if (bind(listener, reinterpret_cast<sockaddr*>(&addr), sizeof addr) < 0) {
+    Logger::log(3, "Data Channel: ERROR on binding\n");
+    fatalError("ERROR on binding");
+  }
+  listen(listener, 3);
+  s.dataChannelListener = listener;
+
+  // accept() blocks, so the thread waits in poll() together with the wake-up that cleanup uses
+  // to end it; no lock is ever held while it waits.
+  for (;;) {
+    pollfd fds[2] = {{listener, POLLIN, 0}, {s.dataChannelWake, POLLIN, 0}};
+    int n = poll(fds, s.dataChannelWake >= 0 ? 2 : 1, -1);
+    if (n < 0) continue;
+    if (fds[1].revents != 0) break;
+    if ((fds[0].revents & POLLIN) == 0) continue;
+    int client = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+    if (client < 0) {
+      Logger::log(3, "Data Channel: ERROR on accept\n");
+      fatalError("ERROR on accept");
+    }
+    Logger::log(6, "Data Channel: Got New Connection\n");
+    int previous = s.dataChannelClientFd.exchange(client);
+    if (previous > 0) close(previous);
+  }
+  return nullptr;
+}
+
+void stopDataChannel() {
+  ServiceState& s = serviceState;
+  int client = s.dataChannelClientFd.exchange(-1);
+  if (client != -1) close(client);
+  if (s.dataChannelThreadStarted) {
+    uint64_t one = 1;
+    if (write(s.dataChannelWake, &one, sizeof one) < 0) {
+      // The wake-up cannot fail on a valid eventfd; the join below would then wait for ever.
+    }
+    pthread_join(s.dataChannelThreadHandle, nullptr);
+    s.dataChannelThreadStarted = false;
+  }
+  int listener = s.dataChannelListener.exchange(0);
+  if (listener != 0) close(listener);
+  if (s.dataChannelWake >= 0) close(s.dataChannelWake);
+  s.dataChannelWake = -1;
+}
+
+int dataChannelWrite(const char* data, size_t length) {
+  int fd = serviceState.dataChannelClientFd.load();
+  if (fd == -1) return -1;
+  return static_cast<int>(send(fd, data, length, MSG_NOSIGNAL));
+}
+
+int dataChannelNotify(const char* text) { return dataChannelWrite(text, std::strlen(text) + 1); }
+
+void fatalError(const char* text) {
+  std::perror(text);
+  std::exit(1);
+}
+
+const char* getMacAddress() {
+  ServiceState& s = serviceState;
+  std::memset(s.macAddress, 0, sizeof s.macAddress);
+  int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  if (fd < 0) return nullptr;
+  ifreq req{};
+  std::snprintf(req.ifr_name, sizeof req.ifr_name, "%s", "eth0");
+  if (ioctl(fd, SIOCGIFHWADDR, &req) < 0) {
+    close(fd);
+    return nullptr;
+  }
+  const auto* b = reinterpret_cast<const unsigned char*>(req.ifr_hwaddr.sa_data);
+  s.macAddressKnown = true;
+  std::snprintf(s.macAddress, sizeof s.macAddress, "%.2X:%.2X:%.2X:%.2X:%.2X:%.2X", b[0], b[1],
+                b[2], b[3], b[4], b[5]);
+  close(fd);
+  return s.macAddress;
+}
+
+}  // namespace tessera

@@ -1,0 +1,7 @@
+#include "output/usb_drive.h"
+
+namespace tessera {
+
+int usbDriveDisconnect() { return 0; }
+
+}  // namespace tessera
