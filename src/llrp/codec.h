@@ -53,6 +53,7 @@ struct [[nodiscard]] Error {
   uint32_t offset = 0;         // byte offset from the start of the frame where it failed
   const char* parameter = "";  // message or parameter being read or written, e.g. "TagReportData"
   const char* field = "";      // field or sub-parameter, e.g. "PeakRSSI"; "" when not known
+  uint16_t parameterType = 0;  // type number of the offending sub-parameter, 0 when none
   uint16_t messageType = 0;    // from the header, once it has been read
   uint32_t messageId = 0;      // from the header, once it has been read
 
