@@ -1,0 +1,89 @@
+// src/readerapi/tag_buffer.cc — see tag_buffer.h.
+#include "readerapi/tag_buffer.h"
+
+#include <algorithm>
+
+namespace tessera::readerapi {
+
+namespace {
+
+uint32_t clampCapacity(uint32_t capacity) {
+  return std::clamp<uint32_t>(capacity, 1, TagBuffer::kMaxCapacity);
+}
+
+}  // namespace
+
+TagBuffer::TagBuffer(uint32_t capacity) { resize(capacity); }
+
+TagBuffer::PushResult TagBuffer::push(const ReaderTagData& read) {
+  std::lock_guard guard(lock_);
+  const auto cap = static_cast<uint32_t>(slots_.size());
+  if (count_ == cap) {
+    ++discarded_;
+    if (full_) return PushResult::kDiscarded;
+    full_ = true;
+    return PushResult::kFull;
+  }
+  slots_[(head_ + count_) % cap] = read;
+  ++count_;
+  if (!warned_ && count_ >= highWater_) {
+    warned_ = true;
+    return PushResult::kStoredWarning;
+  }
+  return PushResult::kStored;
+}
+
+bool TagBuffer::pop(ReaderTagData& out) {
+  std::lock_guard guard(lock_);
+  if (count_ == 0) return false;
+  out = slots_[head_];
+  head_ = (head_ + 1) % static_cast<uint32_t>(slots_.size());
+  --count_;
+  rearmLocked();
+  return true;
+}
+
+void TagBuffer::clear() {
+  std::lock_guard guard(lock_);
+  head_ = 0;
+  count_ = 0;
+  rearmLocked();
+}
+
+void TagBuffer::resize(uint32_t capacity) {
+  const uint32_t cap = clampCapacity(capacity);
+  std::lock_guard guard(lock_);
+  slots_.assign(cap, ReaderTagData{});
+  slots_.shrink_to_fit();
+  head_ = 0;
+  count_ = 0;
+  // 80 %, and at least one read below a full buffer when it is larger than one read.
+  highWater_ = std::max<uint32_t>(1, static_cast<uint32_t>(uint64_t{cap} * 4 / 5));
+  rearmLocked();
+}
+
+uint32_t TagBuffer::size() const {
+  std::lock_guard guard(lock_);
+  return count_;
+}
+
+uint32_t TagBuffer::capacity() const {
+  std::lock_guard guard(lock_);
+  return static_cast<uint32_t>(slots_.size());
+}
+
+uint64_t TagBuffer::discarded() const {
+  std::lock_guard guard(lock_);
+  return discarded_;
+}
+
+// A warning or full episode ends once the consumer has brought the level below half of the
+// high-water mark; re-arming any earlier would raise an event per read at the edge.
+void TagBuffer::rearmLocked() {
+  if (count_ < highWater_ / 2 || count_ == 0) {
+    warned_ = false;
+    full_ = false;
+  }
+}
+
+}  // namespace tessera::readerapi

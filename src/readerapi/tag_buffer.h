@@ -1,0 +1,55 @@
+// src/readerapi/tag_buffer.h — the bounded first-in first-out store of tag reads between the
+// receive thread and RFID_GetReadTag. Its memory is allocated once per capacity, so a long run
+// at full rate keeps a flat footprint; when it is full, new reads are discarded and counted.
+#pragma once
+
+#include <cstdint>
+#include <mutex>
+#include <vector>
+
+#include "readerapi/rfid_records.h"
+
+namespace tessera::readerapi {
+
+class TagBuffer {
+ public:
+  // What a push did, so that the caller raises each event once per episode.
+  enum class PushResult {
+    kStored,         // stored, nothing to report
+    kStoredWarning,  // stored, and the buffer just reached its high-water mark (80 %)
+    kFull,           // discarded: the first read lost since the buffer last had room
+    kDiscarded,      // discarded again while still full
+  };
+  static constexpr uint32_t kMaxCapacity = 262144;
+
+  explicit TagBuffer(uint32_t capacity);
+
+  // Appends a read (copied); see PushResult.
+  PushResult push(const ReaderTagData& read);
+  // Moves the oldest read into out; false when empty.
+  bool pop(ReaderTagData& out);
+  // Drops every read; the warning and full episodes start over.
+  void clear();
+  // Empties the buffer and gives it a new capacity (1..kMaxCapacity, clamped).
+  void resize(uint32_t capacity);
+  // Reads held now.
+  uint32_t size() const;
+  // Reads the buffer can hold.
+  uint32_t capacity() const;
+  // Reads discarded since construction.
+  uint64_t discarded() const;
+
+ private:
+  void rearmLocked();
+
+  mutable std::mutex lock_;  // guards every member below
+  std::vector<ReaderTagData> slots_;
+  uint32_t head_ = 0;  // oldest read
+  uint32_t count_ = 0;
+  uint32_t highWater_ = 0;
+  bool warned_ = false;  // the high-water warning was given and the level has not dropped since
+  bool full_ = false;    // reads are being discarded and the level has not dropped since
+  uint64_t discarded_ = 0;
+};
+
+}  // namespace tessera::readerapi
