@@ -355,6 +355,10 @@ RfidStatus ReaderSession::awaitGreeting(int fd) {
     }
     ssize_t got = ::recv(fd, buf, sizeof buf, MSG_DONTWAIT);
     if (got < 0 && (errno == EAGAIN || errno == EINTR)) continue;
+    if (got < 0 && errno == ECONNRESET) {
+      // Accepted and reset at once: the reader service turns connections away.
+      return fail(RFID_CONNECTION_REFUSED, "the reader reset the connection before greeting", where);
+    }
     if (got <= 0) {
       return fail(RFID_CONNECTION_FAILED,
                   got == 0 ? "the reader closed the connection before greeting"

@@ -1,0 +1,201 @@
+// Tag buffer episodes, the ROSpec built for each trigger kind, and the status texts.
+#include <gtest/gtest.h>
+
+#include <cwchar>
+#include <set>
+#include <string>
+
+#include "readerapi/inventory_spec.h"
+#include "readerapi/rfid_api.h"
+#include "readerapi/tag_buffer.h"
+
+namespace tessera::readerapi {
+namespace {
+
+ReaderTagData readWithId(uint8_t id) {
+  ReaderTagData t;
+  t.tagID[0] = id;
+  t.tagIDLength = 1;
+  return t;
+}
+
+TEST(TagBuffer, WarnsOnceAtHighWaterThenDiscardsWhenFull) {
+  TagBuffer b(10);  // high water 8
+  std::vector<TagBuffer::PushResult> r;
+  for (uint8_t i = 0; i < 13; ++i) r.push_back(b.push(readWithId(i)));
+  for (int i = 0; i < 7; ++i) EXPECT_EQ(r[i], TagBuffer::PushResult::kStored) << i;
+  EXPECT_EQ(r[7], TagBuffer::PushResult::kStoredWarning);
+  EXPECT_EQ(r[8], TagBuffer::PushResult::kStored);
+  EXPECT_EQ(r[9], TagBuffer::PushResult::kStored);
+  EXPECT_EQ(r[10], TagBuffer::PushResult::kFull);
+  EXPECT_EQ(r[11], TagBuffer::PushResult::kDiscarded);
+  EXPECT_EQ(b.discarded(), 3u);
+  // First in, first out; the discarded reads are the newest ones.
+  ReaderTagData out;
+  for (uint8_t i = 0; i < 10; ++i) {
+    ASSERT_TRUE(b.pop(out));
+    EXPECT_EQ(out.tagID[0], i);
+  }
+  EXPECT_FALSE(b.pop(out));
+  // Drained: both episodes start over.
+  for (uint8_t i = 0; i < 8; ++i) r[i] = b.push(readWithId(i));
+  EXPECT_EQ(r[7], TagBuffer::PushResult::kStoredWarning);
+}
+
+TEST(TagBuffer, PoppingOneReadAtTheEdgeDoesNotRearm) {
+  TagBuffer b(10);
+  for (uint8_t i = 0; i < 11; ++i) (void)b.push(readWithId(i));
+  ReaderTagData out;
+  ASSERT_TRUE(b.pop(out));
+  EXPECT_EQ(b.push(readWithId(1)), TagBuffer::PushResult::kStored);
+  EXPECT_EQ(b.push(readWithId(2)), TagBuffer::PushResult::kDiscarded);
+}
+
+TEST(TagBuffer, ResizeClampsAndEmpties) {
+  TagBuffer b(4);
+  (void)b.push(readWithId(1));
+  b.resize(0);
+  EXPECT_EQ(b.capacity(), 1u);
+  EXPECT_EQ(b.size(), 0u);
+  b.resize(TagBuffer::kMaxCapacity + 5);
+  EXPECT_EQ(b.capacity(), TagBuffer::kMaxCapacity);
+}
+
+InventoryRequest requestWith(StartTriggerType start, StopTriggerType stop) {
+  InventoryRequest r;
+  r.roSpecId = 7;
+  r.triggers.start.type = start;
+  r.triggers.start.periodMs = 1500;
+  r.triggers.start.gpiPort = 1;
+  r.triggers.stop.type = stop;
+  r.triggers.stop.durationMs = 5000;
+  r.triggers.stop.gpiPort = 2;
+  r.triggers.stop.tagCount = 100;
+  r.triggers.stop.roundCount = 3;
+  r.triggers.tagReportTrigger = 1;
+  AntennaPlan a;
+  a.antennaId = 2;
+  a.transmitter = llrp::RFTransmitter{1, 0, 41};
+  a.singulation.session = 2;
+  r.antennas.push_back(a);
+  return r;
+}
+
+TEST(InventorySpec, StartTriggers) {
+  struct Case {
+    StartTriggerType start;
+    llrp::ROSpecStartTriggerType expected;
+    bool needsStart;
+  };
+  const Case cases[] = {
+      {StartTriggerType::Immediate, llrp::ROSpecStartTriggerType::kNull, true},
+      {StartTriggerType::Periodic, llrp::ROSpecStartTriggerType::kPeriodic, false},
+      {StartTriggerType::Gpi, llrp::ROSpecStartTriggerType::kGPI, false},
+  };
+  for (const auto& c : cases) {
+    bool needsStart = false;
+    auto spec = buildRoSpec(requestWith(c.start, StopTriggerType::None), needsStart);
+    const auto& st = spec.roBoundarySpec.roSpecStartTrigger;
+    EXPECT_EQ(st.roSpecStartTriggerType, c.expected);
+    EXPECT_EQ(needsStart, c.needsStart);
+    if (c.start == StartTriggerType::Periodic) {
+      EXPECT_EQ(st.periodicTriggerValue->period, 1500u);
+    }
+    if (c.start == StartTriggerType::Gpi) {
+      EXPECT_EQ(st.gpiTriggerValue->gpiPortNum, 1);
+      EXPECT_TRUE(st.gpiTriggerValue->gpiEvent);  // flag false: the input goes high
+    }
+  }
+}
+
+TEST(InventorySpec, StopTriggers) {
+  bool needsStart;
+  auto dur = buildRoSpec(requestWith(StartTriggerType::Immediate, StopTriggerType::Duration), needsStart);
+  EXPECT_EQ(dur.roBoundarySpec.roSpecStopTrigger.roSpecStopTriggerType, llrp::ROSpecStopTriggerType::kDuration);
+  EXPECT_EQ(dur.roBoundarySpec.roSpecStopTrigger.durationTriggerValue, 5000u);
+
+  auto gpi = buildRoSpec(requestWith(StartTriggerType::Immediate, StopTriggerType::Gpi), needsStart);
+  EXPECT_EQ(gpi.roBoundarySpec.roSpecStopTrigger.roSpecStopTriggerType,
+            llrp::ROSpecStopTriggerType::kGPIWithTimeout);
+  EXPECT_EQ(gpi.roBoundarySpec.roSpecStopTrigger.gpiTriggerValue->gpiPortNum, 2);
+
+  auto tags = buildRoSpec(requestWith(StartTriggerType::Immediate, StopTriggerType::TagCount), needsStart);
+  const auto& t = tags.aiSpecs[0].aiSpecStopTrigger;
+  EXPECT_EQ(t.aiSpecStopTriggerType, llrp::AISpecStopTriggerType::kTagObservation);
+  EXPECT_EQ(t.tagObservationTrigger->triggerType, llrp::TagObservationTriggerType::kUponSeeingNTagsOrTimeout);
+  EXPECT_EQ(t.tagObservationTrigger->numberOfTags, 100);
+
+  auto rounds = buildRoSpec(requestWith(StartTriggerType::Immediate, StopTriggerType::RoundCount), needsStart);
+  const auto& r = rounds.aiSpecs[0].aiSpecStopTrigger;
+  EXPECT_EQ(r.tagObservationTrigger->triggerType,
+            llrp::TagObservationTriggerType::kNAttemptsToSeeAllTagsInFOVOrTimeout);
+  EXPECT_EQ(r.tagObservationTrigger->numberOfAttempts, 3);
+
+  auto zero = requestWith(StartTriggerType::Immediate, StopTriggerType::Duration);
+  zero.triggers.stop.durationMs = 0;  // "Delay:0" runs until stopped
+  EXPECT_EQ(buildRoSpec(zero, needsStart).roBoundarySpec.roSpecStopTrigger.roSpecStopTriggerType,
+            llrp::ROSpecStopTriggerType::kNull);
+}
+
+TEST(InventorySpec, AntennaPowerSessionFiltersAndReportFields) {
+  auto req = requestWith(StartTriggerType::Immediate, StopTriggerType::None);
+  StoredPreFilter f;
+  f.pattern = {0xE2, 0x80};
+  f.patternBitCount = 16;
+  f.bitOffset = 32;
+  f.targetOrAction = 4;
+  req.antennas[0].filters.push_back(f);
+  req.tagFields = kDefaultTagFields | TAG_FIELD_CHANNEL_INDEX | TAG_FIELD_PHASE_INFO;
+  req.triggers.hasValueBlock = true;
+  req.triggers.valueBlock.value = 4;
+  bool needsStart;
+  auto spec = buildRoSpec(req, needsStart);
+  ASSERT_EQ(spec.aiSpecs.size(), 1u);
+  EXPECT_EQ(spec.aiSpecs[0].antennaIds, std::vector<uint16_t>{2});
+  const auto& ac = spec.aiSpecs[0].inventoryParameterSpecs[0].antennaConfigurations[0];
+  EXPECT_EQ(ac.rfTransmitter->transmitPower, 41);
+  const auto& cmd = ac.inventoryCommands[0];
+  EXPECT_EQ(cmd.singulationControl->session, 2);
+  EXPECT_EQ(cmd.singulationControl->tagPopulation, 4);
+  ASSERT_EQ(cmd.filters.size(), 1u);
+  EXPECT_EQ(cmd.filters[0].tagInventoryMask.pointer, 32);
+  EXPECT_EQ(cmd.filters[0].tagInventoryMask.tagMask.bitCount, 16);
+  EXPECT_EQ(cmd.filters[0].stateUnawareAction->action, llrp::C1G2StateUnawareAction::kUnselectSelect);
+  const auto& sel = spec.roReportSpec->tagReportContentSelector;
+  EXPECT_EQ(spec.roReportSpec->n, 1);
+  EXPECT_TRUE(sel.enableAntennaId && sel.enablePeakRSSI && sel.enableChannelIndex && sel.enableTagSeenCount &&
+              sel.enableFirstSeenTimestamp);
+  EXPECT_TRUE(sel.epcMemorySelectors.at(0).enablePCBits);
+}
+
+TEST(ErrorDescriptions, EveryStatusHasItsOwnText) {
+  const uint32_t statuses[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 100, 101, 102, 103, 104, 105};
+  std::set<std::wstring> texts;
+  for (uint32_t s : statuses) {
+    std::wstring t = RFID_GetErrorDescriptionW(s);
+    EXPECT_NE(t, L"Unknown status") << s;
+    texts.insert(t);
+  }
+  EXPECT_EQ(texts.size(), std::size(statuses));
+  EXPECT_STREQ(RFID_GetErrorDescriptionW(RFID_CONNECTION_REFUSED),
+               L"Connection refused: nothing listens at the reader port");
+  EXPECT_STREQ(RFID_GetErrorDescriptionW(RFID_CONNECTION_DENIED), L"Connection denied by the reader");
+  EXPECT_STREQ(RFID_GetErrorDescriptionW(RFID_CONNECTION_TIMEOUT),
+               L"Connection timed out: the reader did not answer");
+  EXPECT_STREQ(RFID_GetErrorDescriptionW(9999), L"Unknown status");
+}
+
+TEST(Handles, UnknownHandlesFailWithoutTouchingTheReader) {
+  ReaderTagData tag;
+  EXPECT_EQ(RFID_GetReadTag(0, &tag), RFID_API_INVALID_HANDLE);
+  EXPECT_EQ(RFID_StopInventory(12345), RFID_API_INVALID_HANDLE);
+  EXPECT_EQ(RFID_AllocateTag(0), nullptr);
+  ErrorInfo info;
+  EXPECT_EQ(RFID_GetLastErrorInfoW(12345, &info), RFID_API_INVALID_HANDLE);
+  ReaderHandle h = 99;
+  EXPECT_EQ(RFID_ConnectW(&h, L"no host with blanks", 5084, 0, nullptr), RFID_HOST_UNRESOLVED);
+  EXPECT_EQ(h, 0u);
+}
+
+}  // namespace
+}  // namespace tessera::readerapi

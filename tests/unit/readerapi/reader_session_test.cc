@@ -1,0 +1,439 @@
+// The reader API against the reader simulator over loopback: connecting and refusals, each
+// trigger kind, tag read contents, a dropped link and reconnection, buffer overflow, antenna
+// power and saving the configuration.
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <fstream>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "readerapi/rfid_api.h"
+#include "readerapi/sim_process.h"
+
+namespace tessera {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::SimProcess;
+
+constexpr uint32_t kAllEvents[] = {0, 1, 9, 2, 3, 8, 4, 5, 6, 7, 10, 11};
+
+// Counts the events of one handle; optionally drains tag reads from inside the callback.
+struct Recorder {
+  std::mutex lock;  // guards every member below
+  std::condition_variable changed;
+  uint32_t counts[kRfidEventTypeCount] = {};
+  uint64_t reads = 0;
+  ReaderTagData last;
+  bool phaseSeen = false;
+  bool drain = true;
+  RfidStatus requestFromCallback = RFID_API_SUCCESS;
+  bool tryRequest = false;
+
+  static void onEvent(ReaderHandle h, uint32_t code, void* context) {
+    auto* r = static_cast<Recorder*>(context);
+    bool drain, tryRequest;
+    {
+      std::lock_guard g(r->lock);
+      drain = r->drain;
+      tryRequest = r->tryRequest;
+    }
+    uint64_t got = 0;
+    ReaderTagData t;
+    bool phase = false;
+    if (code == TAG_READ_EVENT && drain) {
+      while (RFID_GetReadTag(h, &t) == RFID_API_SUCCESS) {
+        ++got;
+        phase = phase || t.phase != 0;
+      }
+    }
+    RfidStatus fromCallback = RFID_API_SUCCESS;
+    if (tryRequest) fromCallback = RFID_StopInventory(h);
+    std::lock_guard g(r->lock);
+    if (code < kRfidEventTypeCount) ++r->counts[code];
+    if (got > 0) r->last = t;
+    r->reads += got;
+    r->phaseSeen = r->phaseSeen || phase;
+    if (tryRequest) r->requestFromCallback = fromCallback;
+    r->changed.notify_all();
+  }
+
+  bool waitEvent(uint32_t code, uint32_t atLeast, std::chrono::milliseconds timeout = 5000ms) {
+    std::unique_lock g(lock);
+    return changed.wait_for(g, timeout, [&] { return counts[code] >= atLeast; });
+  }
+  bool waitReads(uint64_t atLeast, std::chrono::milliseconds timeout = 5000ms) {
+    std::unique_lock g(lock);
+    return changed.wait_for(g, timeout, [&] { return reads >= atLeast; });
+  }
+  uint32_t count(uint32_t code) {
+    std::lock_guard g(lock);
+    return counts[code];
+  }
+  void reset() {
+    std::lock_guard g(lock);
+    for (auto& c : counts) c = 0;
+    reads = 0;
+  }
+};
+
+class ReaderApiTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (SimProcess::binary().empty()) GTEST_SKIP() << "tessera-readersim is not built";
+  }
+  void TearDown() override {
+    if (handle_ != 0) (void)RFID_Disconnect(handle_);
+  }
+
+  bool startSim(const std::vector<std::string>& args = {}) { return sim_.start(args); }
+
+  RfidStatus connect(ReaderHandle& h, int port, uint32_t greetingMs = 3000) {
+    settings_.flags = kConnectionUseSettings;
+    settings_.keepaliveMs = 1000;
+    settings_.keepaliveMisses = 3;
+    settings_.responseTimeoutMs = 3000;
+    settings_.greetingTimeoutMs = greetingMs;
+    ConnectionOptions options;
+    options.settings = &settings_;
+    return RFID_ConnectW(&h, L"127.0.0.1", static_cast<uint32_t>(port), 2000, &options);
+  }
+
+  // Connects handle_ and registers the recorder for every event.
+  void open() {
+    ASSERT_EQ(connect(handle_, sim_.llrpPort()), RFID_API_SUCCESS);
+    ASSERT_EQ(RFID_RegisterEventNotificationCallback(handle_, kAllEvents, 12, nullptr, &Recorder::onEvent, &rec_),
+              RFID_API_SUCCESS);
+  }
+
+  SimProcess sim_;
+  ConnectionSettings settings_;
+  ReaderHandle handle_ = 0;
+  Recorder rec_;
+};
+
+std::wstring lastErrorText(ReaderHandle h) {
+  ErrorInfo info;
+  EXPECT_EQ(RFID_GetLastErrorInfoW(h, &info), RFID_API_SUCCESS);
+  return std::wstring(info.statusDesc) + L" | " + info.vendorMessage;
+}
+
+TEST_F(ReaderApiTest, ConnectReadsAntennaCountAndPowerTable) {
+  for (unsigned antennas : {4u, 2u}) {
+    SimProcess sim;
+    ASSERT_TRUE(sim.start({"--antennas", std::to_string(antennas)}));
+    ReaderHandle h = 0;
+    ASSERT_EQ(connect(h, sim.llrpPort()), RFID_API_SUCCESS) << lastErrorText(0).c_str();
+    EXPECT_NE(h, 0u);
+    ReaderCaps caps;
+    ASSERT_EQ(RFID_GetReaderCapsW(h, &caps), RFID_API_SUCCESS);
+    EXPECT_EQ(caps.numAntennas, antennas);
+    EXPECT_EQ(caps.manufacturerId, kPhaseVendorId);
+    EXPECT_EQ(caps.numTransmitPowerLevels, 81);
+    EXPECT_EQ(caps.transmitPowerLevels[0], 1000);
+    EXPECT_EQ(caps.transmitPowerLevels[80], 3000);
+    EXPECT_EQ(caps.transmitPowerIndexes[0], 1);
+    EXPECT_EQ(RFID_Disconnect(h), RFID_API_SUCCESS);
+    EXPECT_EQ(RFID_Disconnect(h), RFID_API_INVALID_HANDLE);
+  }
+}
+
+TEST_F(ReaderApiTest, SecondClientIsDeniedWithTexts) {
+  ASSERT_TRUE(startSim());
+  open();
+  ReaderHandle second = 77;
+  EXPECT_EQ(connect(second, sim_.llrpPort()), RFID_CONNECTION_DENIED);
+  EXPECT_EQ(second, 0u);
+  ErrorInfo info;
+  ASSERT_EQ(RFID_GetLastErrorInfoW(0, &info), RFID_API_SUCCESS);
+  EXPECT_EQ(info.status, RFID_CONNECTION_DENIED);
+  EXPECT_NE(std::wstring(info.statusDesc).find(L"refused the connection"), std::wstring::npos) << info.statusDesc;
+  EXPECT_NE(std::wstring(info.vendorMessage).find(L"ConnectionAttemptEvent status"), std::wstring::npos);
+  // The first client is unaffected.
+  ReaderCaps caps;
+  EXPECT_EQ(RFID_GetReaderCapsW(handle_, &caps), RFID_API_SUCCESS);
+  uint16_t rx, power, freq;
+  EXPECT_EQ(RFID_GetAntennaConfig(handle_, 1, &rx, &power, &freq), RFID_API_SUCCESS);
+}
+
+TEST_F(ReaderApiTest, RefusedDeniedAndSilentReadersGiveDistinctStatuses) {
+  ASSERT_TRUE(startSim());
+  // Nothing listens: take a free port and close it again.
+  int probe = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in a{};
+  a.sin_family = AF_INET;
+  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  ASSERT_EQ(::bind(probe, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
+  socklen_t len = sizeof a;
+  ::getsockname(probe, reinterpret_cast<sockaddr*>(&a), &len);
+  const int closedPort = ntohs(a.sin_port);
+  ::close(probe);
+  ReaderHandle h = 0;
+  EXPECT_EQ(connect(h, closedPort), RFID_CONNECTION_REFUSED);
+
+  ASSERT_EQ(sim_.command("refuse 1").rfind("ok", 0), 0u);
+  EXPECT_EQ(connect(h, sim_.llrpPort()), RFID_CONNECTION_REFUSED);
+  ASSERT_EQ(sim_.command("deny 1").rfind("ok", 0), 0u);
+  EXPECT_EQ(connect(h, sim_.llrpPort()), RFID_CONNECTION_DENIED);
+
+  // A listener that accepts (in the kernel) and never speaks.
+  int silent = ::socket(AF_INET, SOCK_STREAM, 0);
+  a.sin_port = 0;
+  ASSERT_EQ(::bind(silent, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
+  ASSERT_EQ(::listen(silent, 4), 0);
+  len = sizeof a;
+  ::getsockname(silent, reinterpret_cast<sockaddr*>(&a), &len);
+  EXPECT_EQ(connect(h, ntohs(a.sin_port), 300), RFID_CONNECTION_TIMEOUT);
+  EXPECT_NE(lastErrorText(0).find(L"no ConnectionAttemptEvent"), std::wstring::npos);
+  ::close(silent);
+  EXPECT_EQ(h, 0u);
+
+  // The reader still takes a client afterwards.
+  open();
+}
+
+TEST_F(ReaderApiTest, EveryTriggerKindStartsAndStops) {
+  ASSERT_TRUE(startSim());
+  open();
+  struct Case {
+    const char* name;
+    StartTriggerType start;
+    StopTriggerType stop;
+    const char* startCommand;  // control command that starts it, or null
+    const char* stopCommand;   // control command that stops it, or null
+    uint32_t starts;           // start events to wait for
+  };
+  const Case cases[] = {
+      {"immediate/duration", StartTriggerType::Immediate, StopTriggerType::Duration, nullptr, nullptr, 1},
+      {"periodic/duration", StartTriggerType::Periodic, StopTriggerType::Duration, nullptr, nullptr, 2},
+      {"gpi/gpi", StartTriggerType::Gpi, StopTriggerType::Gpi, "gpi 1 1", "gpi 2 1", 1},
+      {"immediate/tags", StartTriggerType::Immediate, StopTriggerType::TagCount, nullptr, nullptr, 1},
+      {"immediate/rounds", StartTriggerType::Immediate, StopTriggerType::RoundCount, nullptr, nullptr, 1},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    rec_.reset();
+    TriggerRecord t;
+    t.start.type = c.start;
+    t.start.periodMs = 400;
+    t.start.gpiPort = 1;
+    t.stop.type = c.stop;
+    t.stop.durationMs = 150;
+    t.stop.gpiPort = 2;
+    t.stop.tagCount = 5;
+    t.stop.roundCount = 2;
+    t.tagReportTrigger = 1;
+    ASSERT_EQ(RFID_PerformInventory(handle_, nullptr, nullptr, &t, nullptr), RFID_API_SUCCESS)
+        << lastErrorText(handle_).c_str();
+    if (c.startCommand != nullptr) {
+      EXPECT_EQ(rec_.count(INVENTORY_START_EVENT), 0u);
+      ASSERT_EQ(sim_.command(c.startCommand).rfind("ok", 0), 0u);
+      ASSERT_TRUE(rec_.waitEvent(GPI_EVENT, 1));
+      GpiEventData gpi;
+      ASSERT_EQ(RFID_GetEventData(handle_, GPI_EVENT, &gpi), RFID_API_SUCCESS);
+      EXPECT_EQ(gpi.port, 1);
+      EXPECT_EQ(gpi.state, GPI_PORT_STATE_HIGH);
+    }
+    ASSERT_TRUE(rec_.waitEvent(INVENTORY_START_EVENT, c.starts));
+    ASSERT_TRUE(rec_.waitReads(1));
+    if (c.stopCommand != nullptr) {
+      ASSERT_EQ(sim_.command(c.stopCommand).rfind("ok", 0), 0u);
+    }
+    ASSERT_TRUE(rec_.waitEvent(INVENTORY_STOP_EVENT, c.starts));
+    InventoryEventData inv;
+    ASSERT_EQ(RFID_GetEventData(handle_, INVENTORY_STOP_EVENT, &inv), RFID_API_SUCCESS);
+    EXPECT_NE(inv.roSpecId, 0u);
+    EXPECT_EQ(RFID_StopInventory(handle_), RFID_API_SUCCESS);
+    if (c.startCommand != nullptr) {
+      (void)sim_.command("gpi 1 0");
+      (void)sim_.command("gpi 2 0");
+    }
+  }
+  EXPECT_EQ(sim_.command("rospecs"), "ok");
+}
+
+TEST_F(ReaderApiTest, TagReadsCarryEpcAntennaRssiPhaseAndTime) {
+  ASSERT_TRUE(startSim());
+  open();
+  TagStorageSettings s;
+  ASSERT_EQ(RFID_GetTagStorageSettings(handle_, &s), RFID_API_SUCCESS);
+  s.tagFields |= 0x1100;  // phase and channel, as the service asks
+  ASSERT_EQ(RFID_SetTagStorageSettings(handle_, &s), RFID_API_SUCCESS);
+  ASSERT_EQ(RFID_PerformInventory(handle_, nullptr, nullptr, nullptr, nullptr), RFID_API_SUCCESS);
+  ASSERT_TRUE(rec_.waitReads(50));
+  EXPECT_EQ(RFID_StopInventory(handle_), RFID_API_SUCCESS);
+  std::lock_guard g(rec_.lock);
+  const ReaderTagData& t = rec_.last;
+  EXPECT_EQ(t.tagIDLength, 12u);
+  EXPECT_GE(t.antennaID, 1);
+  EXPECT_LE(t.antennaID, 4);
+  EXPECT_GE(t.peakRSSI, -75);
+  EXPECT_LE(t.peakRSSI, -35);
+  EXPECT_GE(t.channelIndex, 1);
+  EXPECT_GE(t.tagSeenCount, 1);
+  EXPECT_GE(t.seenTime.year, 2024);
+  EXPECT_EQ(t.tagEvent, kTagEventSeen);
+  EXPECT_TRUE(rec_.phaseSeen);
+}
+
+TEST_F(ReaderApiTest, AntennaListAndPreFilterChooseWhatIsRead) {
+  char path[] = "/tmp/rapi-epcs-XXXXXX";
+  int fd = ::mkstemp(path);
+  ASSERT_GE(fd, 0);
+  const std::string epcs = "E28011606000020000000001\n300833B2DDD9014000000002\n";
+  ASSERT_EQ(::write(fd, epcs.data(), epcs.size()), static_cast<ssize_t>(epcs.size()));
+  ::close(fd);
+  ASSERT_TRUE(startSim({"--epc-file", path}));
+  open();
+  const uint8_t pattern[] = {0x30, 0x08};
+  PreFilter f;
+  f.memoryBank = 1;
+  f.pattern = pattern;
+  f.patternBitCount = 16;
+  f.bitOffset = 32;
+  f.filterType = PREFILTER_STATE_UNAWARE;
+  f.stateUnawareAction = 0;
+  uint32_t index = 0;
+  ASSERT_EQ(RFID_AddPreFilter(handle_, 0, &f, &index), RFID_API_SUCCESS);
+  EXPECT_NE(index, 0u);
+  const uint16_t ids[] = {3};
+  AntennaInfo antennas{ids, 1};
+  ASSERT_EQ(RFID_PerformInventory(handle_, nullptr, &antennas, nullptr, nullptr), RFID_API_SUCCESS);
+  ASSERT_TRUE(rec_.waitReads(20));
+  EXPECT_EQ(RFID_StopInventory(handle_), RFID_API_SUCCESS);
+  {
+    std::lock_guard g(rec_.lock);
+    EXPECT_EQ(rec_.last.antennaID, 3);
+    EXPECT_EQ(rec_.last.tagID[0], 0x30);
+    EXPECT_EQ(rec_.last.tagID[11], 0x02);
+  }
+  EXPECT_EQ(RFID_DeletePreFilter(handle_, 0, index), RFID_API_SUCCESS);
+  EXPECT_EQ(RFID_DeletePreFilter(handle_, 0, index), RFID_API_PARAM_OUT_OF_RANGE);
+  EXPECT_EQ(RFID_DeletePreFilter(handle_, 0, 0), RFID_API_SUCCESS);
+  const uint16_t bad[] = {9};
+  AntennaInfo badAntennas{bad, 1};
+  EXPECT_EQ(RFID_PerformInventory(handle_, nullptr, &badAntennas, nullptr, nullptr), RFID_API_PARAM_OUT_OF_RANGE);
+  ::unlink(path);
+}
+
+TEST_F(ReaderApiTest, DroppedLinkIsReportedAndReconnectResumesReading) {
+  ASSERT_TRUE(startSim());
+  open();
+  SingulationControl sc;
+  ASSERT_EQ(RFID_GetSingulationControl(handle_, 1, &sc), RFID_API_SUCCESS);
+  sc.session = 2;
+  ASSERT_EQ(RFID_SetSingulationControl(handle_, 0, &sc), RFID_API_SUCCESS);
+  ASSERT_EQ(RFID_PerformInventory(handle_, nullptr, nullptr, nullptr, nullptr), RFID_API_SUCCESS);
+  ASSERT_TRUE(rec_.waitReads(10));
+  ASSERT_EQ(sim_.command("drop").rfind("ok", 0), 0u);
+  ASSERT_TRUE(rec_.waitEvent(DISCONNECTION_EVENT, 1));
+  DisconnectionEventData d;
+  ASSERT_EQ(RFID_GetEventData(handle_, DISCONNECTION_EVENT, &d), RFID_API_SUCCESS);
+  EXPECT_EQ(d.reason, CONNECTION_LOST);
+  uint16_t rx, power, freq;
+  EXPECT_EQ(RFID_GetAntennaConfig(handle_, 1, &rx, &power, &freq), RFID_API_NOT_CONNECTED);
+
+  const ReaderHandle before = handle_;
+  ASSERT_EQ(RFID_Reconnect(handle_), RFID_API_SUCCESS) << lastErrorText(handle_).c_str();
+  EXPECT_EQ(handle_, before);
+  // Drain what came before the drop, then count only new reads.
+  ReaderTagData t;
+  while (RFID_GetReadTag(handle_, &t) == RFID_API_SUCCESS) {
+  }
+  rec_.reset();
+  EXPECT_TRUE(rec_.waitReads(10));
+  EXPECT_NE(sim_.command("rospecs").find("=2"), std::string::npos) << "an active ROSpec after reconnect";
+  ASSERT_EQ(RFID_GetSingulationControl(handle_, 3, &sc), RFID_API_SUCCESS);
+  EXPECT_EQ(sc.session, 2u);
+}
+
+TEST_F(ReaderApiTest, FullBufferDiscardsNewReads) {
+  ASSERT_TRUE(startSim({"--rate", "2000"}));
+  open();
+  {
+    std::lock_guard g(rec_.lock);
+    rec_.drain = false;
+  }
+  TagStorageSettings s;
+  ASSERT_EQ(RFID_GetTagStorageSettings(handle_, &s), RFID_API_SUCCESS);
+  s.maxTagCount = 10;
+  ASSERT_EQ(RFID_SetTagStorageSettings(handle_, &s), RFID_API_SUCCESS);
+  ASSERT_EQ(RFID_PerformInventory(handle_, nullptr, nullptr, nullptr, nullptr), RFID_API_SUCCESS);
+  ASSERT_TRUE(rec_.waitEvent(BUFFER_FULL_EVENT, 1));
+  EXPECT_EQ(rec_.count(BUFFER_FULL_WARNING_EVENT), 1u);
+  EXPECT_EQ(RFID_StopInventory(handle_), RFID_API_SUCCESS);
+  BufferEventData b;
+  ASSERT_EQ(RFID_GetEventData(handle_, BUFFER_FULL_EVENT, &b), RFID_API_SUCCESS);
+  EXPECT_EQ(b.capacity, 10u);
+  EXPECT_GE(b.discarded, 1u);
+  ReaderTagData t;
+  int kept = 0;
+  while (RFID_GetReadTag(handle_, &t) == RFID_API_SUCCESS) ++kept;
+  EXPECT_EQ(kept, 10);
+  EXPECT_EQ(RFID_GetReadTag(handle_, &t), RFID_API_NO_DATA);
+}
+
+TEST_F(ReaderApiTest, PowerRoundTripAndSavedConfiguration) {
+  ASSERT_TRUE(startSim());
+  open();
+  uint16_t rx = 1, power = 1, freq = 1;
+  ASSERT_EQ(RFID_GetAntennaConfig(handle_, 2, &rx, &power, &freq), RFID_API_SUCCESS);
+  ASSERT_EQ(RFID_SetAntennaConfig(handle_, 2, rx, 41, freq), RFID_API_SUCCESS) << lastErrorText(handle_).c_str();
+  uint16_t rx2 = 0, power2 = 0, freq2 = 0;
+  ASSERT_EQ(RFID_GetAntennaConfig(handle_, 2, &rx2, &power2, &freq2), RFID_API_SUCCESS);
+  EXPECT_EQ(power2, 41);
+  EXPECT_EQ(rx2, rx);
+  EXPECT_EQ(freq2, freq);
+  EXPECT_NE(sim_.command("power").find("2=41"), std::string::npos);
+  EXPECT_EQ(RFID_SetAntennaConfig(handle_, 2, rx, 500, freq), RFID_API_PARAM_OUT_OF_RANGE);
+  EXPECT_EQ(RFID_GetAntennaConfig(handle_, 5, &rx, &power, &freq), RFID_API_PARAM_OUT_OF_RANGE);
+  EXPECT_EQ(RFID_SaveLlrpConfig(handle_, nullptr), RFID_API_SUCCESS) << lastErrorText(handle_).c_str();
+  EXPECT_EQ(sim_.stat("config_saves"), 1);
+}
+
+TEST_F(ReaderApiTest, ReaderErrorsCarryTheReadersTexts) {
+  ASSERT_TRUE(startSim({"--gpis", "2"}));
+  open();
+  TriggerRecord t;
+  t.start.type = StartTriggerType::Gpi;
+  t.start.gpiPort = 9;  // the reader has two inputs
+  EXPECT_EQ(RFID_PerformInventory(handle_, nullptr, nullptr, &t, nullptr), RFID_API_READER_ERROR);
+  ErrorInfo info;
+  ASSERT_EQ(RFID_GetLastErrorInfoW(handle_, &info), RFID_API_SUCCESS);
+  EXPECT_EQ(info.status, RFID_API_READER_ERROR);
+  EXPECT_NE(info.llrpStatusCode, 0u);
+  EXPECT_NE(info.statusDesc[0], L'\0');
+  EXPECT_NE(std::wstring(info.vendorMessage).find(L"ADD_ROSPEC"), std::wstring::npos) << info.vendorMessage;
+  // Nothing half-installed is left behind.
+  EXPECT_EQ(sim_.command("rospecs"), "ok");
+}
+
+TEST_F(ReaderApiTest, CallbackMayDrainButNotWaitForTheReader) {
+  ASSERT_TRUE(startSim());
+  open();
+  {
+    std::lock_guard g(rec_.lock);
+    rec_.tryRequest = true;
+  }
+  ASSERT_EQ(RFID_PerformInventory(handle_, nullptr, nullptr, nullptr, nullptr), RFID_API_SUCCESS);
+  ASSERT_TRUE(rec_.waitReads(5));
+  {
+    std::lock_guard g(rec_.lock);
+    EXPECT_EQ(rec_.requestFromCallback, RFID_API_CALLBACK_CONTEXT);
+    rec_.tryRequest = false;
+  }
+  EXPECT_EQ(RFID_StopInventory(handle_), RFID_API_SUCCESS);
+}
+
+}  // namespace
+}  // namespace tessera
