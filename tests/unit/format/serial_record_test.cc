@@ -1,0 +1,166 @@
+#include "format/serial_record.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <string>
+
+#include "format/crc16.h"
+#include "format_test_support.h"
+
+namespace tessera {
+namespace {
+
+std::string serialLine(const ReaderTagData& tag, TagMetaFlags flags) {
+  char out[kTagRecordSize];
+  TagView view = makeTagView(tag);
+  size_t n = formatSerialRecord(out, tag, view, flags);
+  EXPECT_EQ(n, std::strlen(out));
+  return out;
+}
+
+// CRC values computed bit by bit, independently of the table.
+TEST(SerialCrc, KnownVectors) {
+  EXPECT_EQ(crc16Genibus("123456789", 9), 0xD64E);
+  EXPECT_EQ(crc16Genibus("A", 1), 0x46EA);
+  EXPECT_EQ(crc16Genibus("", 0), 0x0000);
+  char text[32] = "123456789";
+  ASSERT_EQ(appendSerialCrc(text, sizeof text), 0);
+  EXPECT_STREQ(text, "123456789<d64e>");
+  char empty[8] = "";
+  ASSERT_EQ(appendSerialCrc(empty, sizeof empty), 0);
+  EXPECT_STREQ(empty, "<0000>");
+}
+
+TEST(SerialCrc, RefusesWithoutRoomForSevenBytes) {
+  char text[16] = "123456789";
+  EXPECT_EQ(appendSerialCrc(text, 15), -1);
+  EXPECT_STREQ(text, "123456789");
+  EXPECT_EQ(appendSerialCrc(text, 16), 0);
+}
+
+struct Line {
+  const char* name;
+  TagMetaFlags flags;
+  void (*change)(ReaderTagData&);
+  const char* expected;
+};
+
+class SerialLine : public testing::TestWithParam<Line> {};
+
+TEST_P(SerialLine, MatchesTheLiteral) {
+  ReaderTagData tag = test::sampleTag();
+  if (GetParam().change) GetParam().change(tag);
+  EXPECT_EQ(serialLine(tag, GetParam().flags), GetParam().expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Records, SerialLine,
+    testing::Values(
+        // Default fields: EPC, PC, antenna and seen count; no RSSI value.
+        Line{"Default", 0, nullptr, "E2801160600002054CD6F1A4,3000,1,1,<d454>\r\n"},
+        Line{"EpcAndRssi", 9, [](ReaderTagData& t) { t.peakRSSI = -62; },
+             "E2801160600002054CD6F1A4,-62,<1105>\r\n"},
+        Line{"PhaseUp", 64, [](ReaderTagData& t) { t.phase = 16384; }, "90.00,<2aa5>\r\n"},
+        Line{"PhaseDown", 64, [](ReaderTagData& t) { t.phase = -16384; }, "-90.00,<5187>\r\n"},
+        Line{"PcWithoutLeadingZero", 0, [](ReaderTagData& t) { t.PC = 0x0400; },
+             "E2801160600002054CD6F1A4,400,1,1,<c9b4>\r\n"},
+        Line{"EmptyEpc", 0, [](ReaderTagData& t) { t.tagIDLength = 0; }, ",3000,1,1,<d001>\r\n"},
+        Line{"AllFields", 255,
+             [](ReaderTagData& t) {
+               t.peakRSSI = -55;
+               t.tagSeenCount = 3;
+               t.phase = 32767;
+               t.channelIndex = 7;
+             },
+             "E2801160600002054CD6F1A4,3000,1,-55,3,16/11/2026 21:34:40:123,180.00,7,<d3e2>\r\n"},
+        Line{"HighBitsIgnored", 256 + 1 + 4,
+             [](ReaderTagData& t) { test::setEpc(t, {0xE2, 0x80, 0x11, 0x60}); },
+             "E2801160,1,<48b4>\r\n"},
+        Line{"OnlyHighBitsSelectNothing", 512, nullptr, "<0000>\r\n"}),
+    [](const testing::TestParamInfo<Line>& info) { return std::string(info.param.name); });
+
+TEST(SerialRecord, TimeFollowsTheTagEvent) {
+  ReaderTagData tag = test::sampleTag();
+  tag.tagEvent = 2;
+  std::string line = serialLine(tag, 32);
+  EXPECT_EQ(line.substr(0, line.find('<')), "02/01/1999 03:04:05:006,");
+}
+
+TEST(SerialRecord, OverLongEpcLengthIsClamped) {
+  ReaderTagData tag = test::sampleTag();
+  for (uint32_t i = 0; i < kMaxTagIdBytes; ++i) tag.tagID[i] = 0xAB;
+  tag.tagIDLength = 100000;
+  std::string line = serialLine(tag, 1);
+  EXPECT_EQ(line.find(','), 2 * kMaxTagIdBytes);
+}
+
+TEST(SerialAppenders, ReportWhatTheyWroteAndFailWhole) {
+  char buffer[9];
+  FixedText text(buffer, sizeof buffer);
+  EXPECT_EQ(appendDecimalField(text, -62), 4);
+  EXPECT_EQ(appendHexField(text, 0xABC), 4);  // "abc," leaves no room for more
+  EXPECT_EQ(appendHexField(text, 0x1), -1);
+  EXPECT_EQ(appendPhaseField(text, 0), -1);
+  EXPECT_STREQ(text.c_str(), "-62,abc,");
+  char small[12];
+  FixedText date(small, sizeof small);
+  EXPECT_EQ(appendDateTimeField(date, ReaderDateTime{2026, 1, 0, 5, 0, 0, 0, 0}), -1);
+  EXPECT_STREQ(date.c_str(), "");
+  EXPECT_EQ(appendTextField(date, "E280", 4), 5);
+  EXPECT_STREQ(date.c_str(), "E280,");
+}
+
+// Every raw phase prints exactly as "%3.2f" of raw * 180 / 32767 does.
+TEST(PhaseText, MatchesPrintfForEveryRawValue) {
+  int mismatches = 0;
+  for (int raw = -32768; raw <= 32767; ++raw) {
+    double degrees = phaseDegrees(static_cast<int16_t>(raw));
+    char expected[32];
+    std::snprintf(expected, sizeof expected, "%3.2f", degrees);
+    char buffer[32];
+    FixedText text(buffer, sizeof buffer);
+    ASSERT_GT(text.appendFixed2(degrees), 0);
+    if (std::strcmp(expected, text.c_str()) != 0 && ++mismatches < 5) {
+      ADD_FAILURE() << "raw " << raw << ": " << text.c_str() << " != " << expected;
+    }
+  }
+  EXPECT_EQ(mismatches, 0);
+}
+
+TEST(PhaseText, EndsAndMiddle) {
+  auto text = [](double value) {
+    static char buffer[32];
+    FixedText t(buffer, sizeof buffer);
+    (void)t.appendFixed2(value);
+    return std::string(buffer);
+  };
+  EXPECT_EQ(text(phaseDegrees(32767)), "180.00");
+  EXPECT_EQ(text(phaseDegrees(-32767)), "-180.00");
+  EXPECT_EQ(text(phaseDegrees(0)), "0.00");
+  EXPECT_EQ(text(phaseDegrees(-32768)), "-180.01");
+  // Ties round to the even hundredth, as printf does with the exact binary value.
+  EXPECT_EQ(text(0.125), "0.12");
+  EXPECT_EQ(text(0.375), "0.38");
+  EXPECT_EQ(text(-0.0), "-0.00");
+  EXPECT_EQ(text(2.675), "2.67");  // 2.67499999... in binary
+  EXPECT_EQ(text(1e300), "0.00");  // out of range stays bounded
+}
+
+TEST(DecimalText, WidthsAndSigns) {
+  char buffer[64];
+  FixedText text(buffer, sizeof buffer);
+  (void)text.appendDecimal(5, 2);
+  (void)text.append(' ');
+  (void)text.appendDecimal(-5, 3);
+  (void)text.append(' ');
+  (void)text.appendDecimal(12345, 2);
+  (void)text.append(' ');
+  (void)text.appendDecimal(INT64_MIN);
+  (void)text.append(' ');
+  (void)text.appendHex(0);
+  EXPECT_STREQ(buffer, "05 -05 12345 -9223372036854775808 0");
+}
+
+}  // namespace
+}  // namespace tessera
