@@ -1,0 +1,162 @@
+// The framer over TCP-like chunkings, and the one-line rendering of messages.
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "llrp/describe.h"
+#include "llrp/framer.h"
+#include "llrp/llrp_generate.h"
+
+namespace tessera::llrp {
+namespace {
+
+std::vector<uint8_t> frameOf(const Message& m) {
+  std::vector<uint8_t> out;
+  EXPECT_TRUE(encode(m, out).ok());
+  return out;
+}
+
+TEST(LlrpFramer, ReassemblesFramesFromRandomChunks) {
+  testing::Generator gen(11);
+  std::vector<std::vector<uint8_t>> frames;
+  std::vector<uint8_t> stream;
+  for (int i = 0; i < 200; ++i) {
+    frames.push_back(frameOf(gen.message(static_cast<size_t>(i) % testing::Generator::kKinds)));
+    stream.insert(stream.end(), frames.back().begin(), frames.back().end());
+  }
+  std::mt19937 rng(3);
+  for (int round = 0; round < 20; ++round) {
+    Framer framer;
+    std::vector<std::vector<uint8_t>> got;
+    std::vector<uint8_t> frame;
+    size_t at = 0;
+    while (at < stream.size()) {
+      // Chunks of 1 byte up to a few frames, as a socket may deliver them.
+      const size_t n = std::min(stream.size() - at, size_t{1} + rng() % (round % 2 ? 7 : 900));
+      ASSERT_EQ(framer.feed(std::span(stream).subspan(at, n)), 0);
+      at += n;
+      int r;
+      while ((r = framer.pop(frame)) == 1) got.push_back(frame);
+      ASSERT_EQ(r, 0);
+    }
+    EXPECT_EQ(got, frames);
+    EXPECT_EQ(framer.buffered(), 0u);
+  }
+}
+
+TEST(LlrpFramer, WaitsForTheWholeHeaderAndBody) {
+  const std::vector<uint8_t> keepalive = frameOf(Message{5, Keepalive{}});
+  Framer framer;
+  std::vector<uint8_t> frame;
+  for (size_t i = 0; i + 1 < keepalive.size(); ++i) {
+    ASSERT_EQ(framer.feed(std::span(keepalive).subspan(i, 1)), 0);
+    EXPECT_EQ(framer.pop(frame), 0) << "after " << i + 1 << " bytes";
+  }
+  ASSERT_EQ(framer.feed(std::span(keepalive).subspan(keepalive.size() - 1)), 0);
+  EXPECT_EQ(framer.pop(frame), 1);
+  EXPECT_EQ(frame, keepalive);
+  EXPECT_EQ(framer.pop(frame), 0);
+}
+
+TEST(LlrpFramer, BrokenHeadersStopTheStream) {
+  struct Case {
+    std::vector<uint8_t> bytes;
+    ErrorCode code;
+    uint32_t offset;
+  };
+  const std::vector<uint8_t> ok = frameOf(Message{1, KeepaliveAck{}});
+  std::vector<uint8_t> shortLength = ok;
+  shortLength.insert(shortLength.end(), {0x04, 0x3E, 0, 0, 0, 4, 0, 0, 0, 1});
+  std::vector<uint8_t> huge = ok;
+  huge.insert(huge.end(), {0x04, 0x3D, 0x00, 0x10, 0x00, 0x01, 0, 0, 0, 1});
+  const Case cases[] = {{shortLength, ErrorCode::kBadLength, 12},
+                        {huge, ErrorCode::kFrameTooLarge, 12}};
+  for (const Case& c : cases) {
+    Framer framer;
+    std::vector<uint8_t> frame;
+    ASSERT_EQ(framer.feed(c.bytes), 0);
+    EXPECT_EQ(framer.pop(frame), 1) << "the good frame before the broken one still comes out";
+    EXPECT_EQ(framer.pop(frame), static_cast<int>(c.code));
+    EXPECT_EQ(framer.error().code, c.code);
+    EXPECT_EQ(framer.error().offset, c.offset) << "offset counts from the start of the stream";
+    EXPECT_EQ(framer.feed(ok), static_cast<int>(c.code)) << "the error sticks";
+    EXPECT_EQ(framer.pop(frame), static_cast<int>(c.code));
+    framer.reset();
+    ASSERT_EQ(framer.feed(ok), 0);
+    EXPECT_EQ(framer.pop(frame), 1) << "reset starts a new stream";
+  }
+}
+
+TEST(LlrpFramer, HonoursASmallerLimit) {
+  Framer framer(64);
+  ROAccessReport report;
+  report.tagReportData.resize(4);
+  std::vector<uint8_t> frame;
+  ASSERT_EQ(framer.feed(frameOf(Message{1, report})), 0);
+  EXPECT_EQ(framer.pop(frame), static_cast<int>(ErrorCode::kFrameTooLarge));
+}
+
+TEST(LlrpDescribe, RendersOneLinePerMessage) {
+  TagReportData tag;
+  tag.epc = EPC96{{0x30, 0x08, 0x33, 0xB2, 0xDD, 0xD9, 0x01, 0x40, 0, 0, 0, 1}};
+  tag.antennaId = 1;
+  tag.peakRSSI = -52;
+  tag.tagSeenCount = 2;
+  tag.c1g2PC = 0x3000;
+  ROAccessReport report;
+  report.tagReportData.assign(6, tag);
+  ReaderEventNotification attempt;
+  attempt.readerEventNotificationData.timestamp.microseconds = 1700000000000000;
+  attempt.readerEventNotificationData.connectionAttemptEvent =
+      ConnectionAttemptEvent{ConnectionAttemptStatus::kFailedClientInitiatedConnectionExists};
+  ROSpec spec;
+  spec.roSpecId = 1;
+  spec.roBoundarySpec.roSpecStartTrigger.roSpecStartTriggerType =
+      ROSpecStartTriggerType::kImmediate;
+  spec.roBoundarySpec.roSpecStopTrigger.roSpecStopTriggerType = ROSpecStopTriggerType::kDuration;
+  spec.roBoundarySpec.roSpecStopTrigger.durationTriggerValue = 5000;
+  AISpec ai;
+  ai.antennaIds = {0};
+  ai.inventoryParameterSpecs.push_back(InventoryParameterSpec{1, AirProtocol::kEPCGlobalClass1Gen2,
+                                                              {}, {}});
+  spec.aiSpecs.push_back(ai);
+  LLRPStatus bad;
+  bad.statusCode = StatusCode::kMUnsupportedVersion;
+  bad.errorDescription = "version \"2\"";
+  struct Case {
+    Message message;
+    const char* line;
+  };
+  const Case cases[] = {
+      {Message{5, Keepalive{}}, "KEEPALIVE id=5"},
+      {Message{3, StartROSpec{1}}, "START_ROSPEC id=3 rospec=1"},
+      {Message{4, AddROSpecResponse{}}, "ADD_ROSPEC_RESPONSE id=4 status=M_Success"},
+      {Message{6, ErrorMessage{bad}},
+       "ERROR_MESSAGE id=6 status=M_UnsupportedVersion \"version \\\"2\\\"\""},
+      {Message{7, report},
+       "RO_ACCESS_REPORT id=7 tags=6"
+       " [epc=300833B2DDD9014000000001 ant=1 rssi=-52 seen=2 pc=3000]"
+       " [epc=300833B2DDD9014000000001 ant=1 rssi=-52 seen=2 pc=3000]"
+       " [epc=300833B2DDD9014000000001 ant=1 rssi=-52 seen=2 pc=3000]"
+       " [epc=300833B2DDD9014000000001 ant=1 rssi=-52 seen=2 pc=3000] ... 2 more"},
+      {Message{0, attempt},
+       "READER_EVENT_NOTIFICATION id=0 utc=1700000000000000 connection-attempt(status=2)"},
+      {Message{2, AddROSpec{spec}},
+       "ADD_ROSPEC id=2 rospec=1 priority=0 state=0 start=immediate stop=duration(5000ms)"
+       " aispec(antennas=0 stop=null ips1)"},
+      {Message{8, CustomMessage{25882, 21, {0xCA, 0xFE}}},
+       "CUSTOM_MESSAGE id=8 vendor=25882 subtype=21 data=CAFE"},
+  };
+  for (const Case& c : cases) EXPECT_EQ(describe(c.message), c.line);
+}
+
+TEST(LlrpDescribe, EveryGeneratedMessageRendersOnOneLine) {
+  testing::Generator gen(8);
+  for (int i = 0; i < 500; ++i) {
+    const std::string line = describe(gen.message(static_cast<size_t>(i) % testing::Generator::kKinds));
+    EXPECT_EQ(line.find('\n'), std::string::npos) << line;
+  }
+}
+
+}  // namespace
+}  // namespace tessera::llrp
