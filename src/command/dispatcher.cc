@@ -1,14 +1,227 @@
 #include "command/dispatcher.h"
 
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <cstring>
+#include <string>
+
+#include "command/antenna_commands.h"
+#include "command/command_fields.h"
+#include "command/relay_command.h"
+#include "core/console.h"
+#include "core/logger.h"
+#include "core/service_state.h"
+#include "modes/relay.h"
+#include "modes/serial_push.h"
+#include "output/data_channel.h"
+#include "output/serial_port.h"
+#include "platform/platform.h"
+#include "reader/reader_connection.h"
+#include "readerapi/rfid_api.h"
 
 namespace tessera {
+namespace {
 
-void dispatchCommand(int clientSocket, const char* /*text*/) {
-  static const char kUnknown[] = "ok\r\n\r\n";
-  send(clientSocket, kUnknown, std::strlen(kUnknown), MSG_NOSIGNAL);
+constexpr int32_t kDefaultReaderPort = 5084;
+constexpr double kRelayStopPauseSeconds = 3.0;
+
+void reply(int clientSocket, const char* text) {
+  send(clientSocket, text, std::strlen(text), MSG_NOSIGNAL);
+}
+
+void connectionConfig(int clientSocket, const std::string& text) {
+  ServiceState& s = serviceState;
+  s.disconnectRequested = false;
+  struct Entry {
+    int32_t port;
+    uint8_t option;
+  };
+  std::vector<Entry> entries;
+  Entry current{0, 0};
+  for (const std::vector<long>& fields : parseCommandFields(text)) {
+    if (fields.size() > 0) current.port = static_cast<int32_t>(fields[0]);
+    if (fields.size() > 1) current.option = static_cast<uint8_t>(fields[1]);
+    entries.push_back(current);
+  }
+  if (!entries.empty()) entries.erase(entries.begin());
+  consolePrint(L"\nconnectConfigVec.size() =%d\r\n", static_cast<int>(entries.size()));
+  // Without a port there is nothing to connect to: answer as a failed connection.
+  if (entries.empty()) {
+    Logger::log(6, "Unable to establish connection with the reader - status : %d", -1);
+    reply(clientSocket, "Unable to establish connection to the reader\r\n\r\n");
+    return;
+  }
+  ReaderHandle handle = 0;
+  uint32_t status = connectReader(&handle, readerHost(),
+                                  readerPort(entries.front().port), entries.front().option);
+  s.readerHandle = handle;
+  if (status != 0) {
+    Logger::log(6, "Unable to establish connection with the reader - status : %d", status);
+    reply(clientSocket, "Unable to establish connection to the reader\r\n\r\n");
+    return;
+  }
+  TagStorageSettings storage;
+  if (RFID_GetTagStorageSettings(handle, &storage) == RFID_API_SUCCESS) {
+    storage.tagFields |= 0x1100;
+    if (RFID_SetTagStorageSettings(handle, &storage) != RFID_API_SUCCESS) {
+      Logger::log(7, "tag storage settings not changed\n");
+    }
+  }
+  registerReaderEvents();
+  Logger::log(6, "Established connection to the reader");
+  reply(clientSocket, "ok\r\n\r\n");
+}
+
+void inventoryStatus(int clientSocket) {
+  ServiceState& s = serviceState;
+  consolePrint(L"\ngetInventoryStatus\n");
+  if (s.readerHandle == 0) {
+    consolePrint(L"\ngetInventoryStatus : InventoryStandby\n");
+    reply(clientSocket, "InventoryStandby\r\n\r\n");
+  } else if (s.relayActive) {
+    consolePrint(L"\ngetInventoryStatus : Tagrelay\n");
+    reply(clientSocket, "InventoryRunning:Tagrelay\r\n\r\n");
+  } else if (s.serialPushActive) {
+    consolePrint(L"\ngetInventoryStatus : PushData\n");
+    reply(clientSocket, "InventoryRunning:PushData\r\n\r\n");
+  } else {
+    consolePrint(L"\ngetInventoryStatus\n");
+    reply(clientSocket, "InventoryRunning\r\n\r\n");
+  }
+}
+
+void stopSerialPush(const wchar_t* trace) {
+  ServiceState& s = serviceState;
+  s.serialPushActive = false;
+  serialClose();
+  consolePrint(trace);
+}
+
+void disconnectSilently() {
+  ServiceState& s = serviceState;
+  consolePrint(L"\ndisconnect2\n");
+  s.disconnectRequested = true;
+  s.suppressDisconnectEvent = true;
+  if (s.relayActive) {
+    consolePrint(L"\ndisconnect2 : Tagrelay\n");
+    s.relayActive = false;
+    platform::sleepSeconds(kRelayStopPauseSeconds);
+    relayStop();
+  }
+  if (s.serialPushActive) stopSerialPush(L"\ndisconnect2 : PushData\n");
+  if (s.readerHandle != 0) {
+    RFID_Disconnect(s.readerHandle);
+    s.readerHandle = 0;
+  }
+  s.requestedRelayMode = -1;
+}
+
+void disconnect(int clientSocket) {
+  ServiceState& s = serviceState;
+  consolePrint(L"\ndisconnect\n");
+  s.disconnectRequested = true;
+  if (s.readerHandle != 0) {
+    RFID_StopInventory(s.readerHandle);
+    RFID_Disconnect(s.readerHandle);
+    s.readerHandle = 0;
+  }
+  if (s.relayActive) {
+    consolePrint(L"\ndisconnect : Tagrelay\n");
+    s.relayActive = false;
+    platform::sleepSeconds(kRelayStopPauseSeconds);
+    relayStop();
+  }
+  if (s.serialPushActive) stopSerialPush(L"\ndisconnect : PushData\n");
+  s.requestedRelayMode = -1;
+  reply(clientSocket, "ok\r\n\r\n");
+  if (s.dataChannelClientFd > 0) dataChannelNotify("DISCONNECTION_EVENT");
+}
+
+void operatingModeActive(int clientSocket) {
+  ServiceState& s = serviceState;
+  s.disconnectRequested = false;
+  if (s.relayActive || s.serialPushActive) {
+    Logger::log(3, "Inventory already in progress\n");
+    reply(clientSocket, "InventoryAlreadyRunning\r\n\r\n");
+    return;
+  }
+  if (RFID_PerformInventory(s.readerHandle, nullptr, nullptr, nullptr, nullptr) !=
+      RFID_API_SUCCESS) {
+    Logger::log(7, "inventory start refused\n");
+  }
+  reply(clientSocket, "ok\r\n\r\n");
+}
+
+void serialPortMode(int clientSocket, const std::string& text) {
+  ServiceState& s = serviceState;
+  s.serialConnectOption = 0;
+  s.disconnectRequested = false;
+  s.serialReaderPort = kDefaultReaderPort;
+  for (const std::vector<long>& fields : parseCommandFields(text)) {
+    if (fields.size() > 0) s.serialReaderPort = static_cast<int32_t>(fields[0]);
+    if (fields.size() > 1) s.serialConnectOption = static_cast<uint8_t>(fields[1]);
+  }
+  Logger::log(6, "Starting Serial Port Push Data\n");
+  switch (startSerialPush(true)) {
+    case 0:
+      reply(clientSocket, "PushDataStart:0\r\n\r\n");
+      break;
+    case -1:
+      consolePrint(L"Unable to open Serial Port for sending data\n");
+      reply(clientSocket, "PushDataStart:1\r\n\r\n");
+      break;
+    case -2:
+      consolePrint(L"Serial Port is not configured in push data mode\n");
+      reply(clientSocket, "PushDataStart:2\r\n\r\n");
+      break;
+    case -3:
+      Logger::log(6, "Tessera: RFID handle already exist.\n");
+      reply(clientSocket, "PushDataStart:3\r\n\r\n");
+      break;
+    case -4:
+      consolePrint(L"Serial Port: Unable to establish connection to the reader\n");
+      reply(clientSocket, "PushDataStart:4\r\n\r\n");
+      reply(clientSocket, "Unable to establish connection to the reader\r\n\r\n");
+      break;
+    default:
+      consolePrint(L"Serial Port: Unknown Error \n");
+      reply(clientSocket, "PushDataStart:5\r\n\r\n");
+      break;
+  }
+}
+
+}  // namespace
+
+void dispatchCommand(int clientSocket, const char* text) {
+  ServiceState& s = serviceState;
+  Logger::log(6, "Received Command: %d %s\n", clientSocket, text);
+  const std::string command = text;
+  const std::string key = commandKey(command);
+  if (key == "setup.connection_config") {
+    connectionConfig(clientSocket, command);
+  } else if (command.compare(0, 18, "getInventoryStatus") == 0) {
+    inventoryStatus(clientSocket);
+  } else if (command == "disconnect2\r\n") {
+    disconnectSilently();
+  } else if (command == "disconnect\r\n") {
+    disconnect(clientSocket);
+  } else if (command == "setup.operating_mode=standby\r\n") {
+    RFID_StopInventory(s.readerHandle);
+    reply(clientSocket, "ok\r\n\r\n");
+  } else if (command == "setup.operating_mode=active\r\n") {
+    operatingModeActive(clientSocket);
+  } else if (key == "setup.operating_mode_Tagrelay") {
+    handleRelayModeCommand(clientSocket, command);
+  } else if (key == "setup.set_antenna_config") {
+    handleSetAntennaConfig(clientSocket, command);
+  } else if (key == "setup.get_antenna_config") {
+    handleGetAntennaConfig(clientSocket, command);
+  } else if (key == "setup.operating_mode_serialPort") {
+    serialPortMode(clientSocket, command);
+  } else {
+    reply(clientSocket, "ok\r\n\r\n");
+  }
 }
 
 }  // namespace tessera

@@ -8,9 +8,14 @@
 #include <semaphore.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <mutex>
+#include <string>
+
+#include "config/config_records.h"
+#include "readerapi/rfid_types.h"
 
 namespace tessera {
 
@@ -36,9 +41,43 @@ struct ServiceState {
   char macAddress[24] = "00:00:00:00:00:00";
   bool macAddressKnown = false;
 
-  // Reader connection.
-  uint32_t readerHandle = 0;              // main and event threads write; all read
-  int antennaCount = 0;                   // main thread
+  // Reader connection and mode flags: the command thread writes them (the event thread's
+  // reconnect keeps the handle); every thread reads them with single loads.
+  std::atomic<ReaderHandle> readerHandle{0};
+  uint32_t antennaCount = 0;              // main thread
+  std::atomic<bool> relayActive{false};
+  std::atomic<bool> serialPushActive{false};
+  std::atomic<bool> disconnectRequested{false};
+  std::atomic<bool> suppressDisconnectEvent{false};  // event thread clears it after use
+  std::atomic<int32_t> requestedRelayMode{-1};
+  int32_t relayReaderPort = 5084;         // main thread
+  uint8_t relayConnectOption = 0;         // main thread
+  int32_t serialReaderPort = 5084;        // main thread
+  uint8_t serialConnectOption = 0;        // main thread
+
+  // Configuration records: written by their readers on the main thread before a mode starts,
+  // read by the event thread and the relay worker while it runs.
+  SerialPortConfig serialPortConfig;      // PortDescriptor: main opens/closes, event thread writes
+  InventoryControlConfig inventoryControl;
+  DataFormatConfig dataFormat;
+  TcpIpConfig tcpIpConfig;
+  HttpPostConfig httpPostConfig;
+  ReaderName readerName;
+  RelayConfig relayConfig;
+  CloudSettings cloudSettings;
+
+  // Tag read processing (event thread only).
+  bool serialTxFull = false;              // "BUFFER_FULL_EVENT" sent and not yet cleared
+
+  // Relay hand-off between tag read processing (producer) and the relay worker (consumer).
+  std::mutex relayPendingOuterLock;       // taken first; with the inner lock guards relayPending
+  std::mutex relayPendingInnerLock;       // taken second; guards relayPending
+  std::string relayPending;
+  std::atomic<size_t> relayPendingLength{0};  // relayPending's size, for the unlocked limit test
+  std::atomic<bool> relayRecordsReady{false};  // set with relayPending, read under relayWakeLock
+  std::mutex relayWakeLock;               // taken alone; pairs with relayWakeCond
+  std::condition_variable relayWakeCond;
+  std::atomic<bool> inventoryPausedForBuffer{false};  // event thread sets, worker clears
 
   // Event queue: reader API threads push, the event thread drains.
   std::mutex eventQueueLock;              // guards eventQueue and eventQueueCount
@@ -48,6 +87,22 @@ struct ServiceState {
   std::atomic<bool> eventThreadStop{false};  // cleanup writes; event thread polls
   pthread_t eventThreadHandle{};
   bool eventThreadStarted = false;        // main thread
+
+  // ---- Relay output channels: HTTP POST client, USB HID keyboard, USB flash drive file ----
+  // The relay start (main thread) creates the HTTP client, the relay worker posts through it, and
+  // the relay stop (main, after joining the worker) or the worker's own fatal exit destroys it.
+  // The elaborated "class" declares tessera::HTTPClient here without an include.
+  class HTTPClient* httpClient = nullptr;
+  // The relay start (main) switches the USB device port to the HID gadget and opens /dev/hidg0;
+  // the worker types into it; the relay stop (main, after the join) or the worker's fatal exit
+  // closes it and switches back.
+  bool hidGadgetLoaded = false;
+  int hidFd = -1;
+  // The relay worker opens, writes and rotates the CSV file; the command thread closes it when
+  // the drive is pulled out and the relay stop (main) closes it too, while the worker may write.
+  std::mutex usbDriveLock;                // guards usbDriveFd and usbDriveFileOpened
+  int usbDriveFd = -1;                    // open CSV file on the drive, -1 when none
+  int64_t usbDriveFileOpened = -1;        // seconds since the epoch when it was opened, -1 none
 };
 
 // The process-wide state, built right after the Logger.

@@ -6,11 +6,69 @@
 #include <cerrno>
 #include <ctime>
 
+#include "core/console.h"
+#include "core/logger.h"
 #include "core/service_state.h"
+#include "output/data_channel.h"
+#include "platform/platform.h"
+#include "reader/tag_processing.h"
+#include "readerapi/rfid_api.h"
 
 namespace tessera {
+namespace {
 
-void startEventThread(uint32_t handle) {
+constexpr const wchar_t* kGpiStateNames[3] = {L"LOW", L"HIGH", L"UNKNOWN"};
+constexpr int kReconnectAttempts = 10;
+constexpr double kReconnectPauseSeconds = 5.0;
+
+// Takes every buffered read out of the library; hands each to processTagRead or drops it.
+void drainTags(ReaderHandle handle, bool process, const wchar_t* trace) {
+  ReaderTagData* tag = RFID_AllocateTag(handle);
+  if (tag == nullptr) {
+    consolePrint(L"RFID_AllocateTag Failed.\n");
+    return;
+  }
+  if (trace != nullptr) consolePrint(trace);
+  while (RFID_GetReadTag(handle, tag) == RFID_API_SUCCESS) {
+    if (process) processTagRead(tag);
+  }
+  RFID_DeallocateTag(handle, tag);
+}
+
+void notify(const char* text) {
+  if (serviceState.dataChannelClientFd > 0) dataChannelNotify(text);
+}
+
+void handleDisconnection(ReaderHandle handle) {
+  ServiceState& s = serviceState;
+  consolePrint(L"SIGNALLED: DISCONNECTION_EVENT\n");
+  DisconnectionEventData data{};
+  if (RFID_GetEventData(handle, DISCONNECTION_EVENT, &data) != RFID_API_SUCCESS) data = {};
+  const char* reason =
+      data.reason != 0 ? "Reader Connection Lost" : "Reader Initiated Disconnection";
+  consolePrint(L"%s", reason);
+  Logger::log(6, "%s", reason);
+  if (!s.disconnectRequested) {
+    Logger::log(6, "LLRP Disconnected, trying to reconnect.");
+    for (int attempt = 1; attempt <= kReconnectAttempts; ++attempt) {
+      // A disconnect command or a shutdown during the retries ends them.
+      if (s.disconnectRequested || s.eventThreadStop) break;
+      if (RFID_Reconnect(handle) == RFID_API_SUCCESS) {
+        Logger::log(6, "Re-Connected with LLRP\n");
+        return;
+      }
+      Logger::log(6, "Trying to reconnect with LLRP - %d/10\n", attempt);
+      platform::sleepSeconds(kReconnectPauseSeconds);
+    }
+  }
+  Logger::log(6, "LLRP does not reconnect, exiting...\n");
+  if (!s.suppressDisconnectEvent) notify("DISCONNECTION_EVENT");
+  s.suppressDisconnectEvent = false;
+}
+
+}  // namespace
+
+void startEventThread(ReaderHandle handle) {
   ServiceState& s = serviceState;
   sem_init(&s.eventSemaphore, 0, 0);
   s.eventThreadStop = false;
@@ -21,22 +79,101 @@ void startEventThread(uint32_t handle) {
   }
 }
 
+void onReaderEvent(ReaderHandle, uint32_t eventCode) {
+  ServiceState& s = serviceState;
+  uint32_t count;
+  {
+    std::lock_guard<std::mutex> guard(s.eventQueueLock);
+    s.eventQueue.push_back(eventCode);
+    count = ++s.eventQueueCount;
+  }
+  if (count > kEventWakeThreshold) sem_post(&s.eventSemaphore);
+}
+
 void* ProcessRfidEventsThread(void*) {
   ServiceState& s = serviceState;
-  while (!s.eventThreadStop) {
+  for (;;) {
+    if (s.eventThreadStop) {
+      Logger::log(6, "ProcessRfidEventsThread stop testing");
+      return nullptr;
+    }
     timespec deadline;
-    clock_gettime(CLOCK_REALTIME, &deadline);
-    deadline.tv_sec += 1;
-    while (sem_timedwait(&s.eventSemaphore, &deadline) != 0 && errno == EINTR) {
+    if (clock_gettime(CLOCK_REALTIME, &deadline) == 0) {
+      deadline.tv_sec += 1;
+      sem_timedwait(&s.eventSemaphore, &deadline);
+    } else {
+      sem_wait(&s.eventSemaphore);
+    }
+    for (;;) {
+      if (s.eventThreadStop) {
+        Logger::log(6, "ProcessRfidEventsThread stop testing");
+        return nullptr;
+      }
+      uint32_t code;
+      {
+        std::lock_guard<std::mutex> guard(s.eventQueueLock);
+        if (s.eventQueue.empty()) break;
+        code = s.eventQueue.front();
+        s.eventQueue.pop_front();
+        --s.eventQueueCount;
+      }
+      handleReaderEvent(s.readerHandle, code);
     }
   }
-  return nullptr;
+}
+
+void handleReaderEvent(ReaderHandle handle, uint32_t eventCode) {
+  switch (eventCode) {
+    case GPI_EVENT: {
+      GpiEventData data{};
+      if (RFID_GetEventData(handle, GPI_EVENT, &data) != RFID_API_SUCCESS) {
+        consolePrint(L"SIGNALLED: GPI : No event Data\n");
+      } else {
+        const wchar_t* name = data.state < 3 ? kGpiStateNames[data.state] : kGpiStateNames[2];
+        consolePrint(L"SIGNALLED: GPI %d : %ls\n", data.port, name);
+      }
+      break;
+    }
+    case TAG_READ_EVENT:
+      drainTags(handle, true, nullptr);
+      break;
+    case BUFFER_FULL_WARNING_EVENT:
+      drainTags(handle, false, L"SIGNALLED: BUFFER_FULL_WARNING_EVENT\n");
+      break;
+    case BUFFER_FULL_EVENT:
+      drainTags(handle, false, L"SIGNALLED: BUFFER_FULL_EVENT\n");
+      break;
+    case ANTENNA_EVENT:
+      consolePrint(L"SIGNALLED: ANTENNA_EVENT\n");
+      break;
+    case INVENTORY_START_EVENT:
+      consolePrint(L"SIGNALLED: INVENTORY_START_EVENT\n");
+      notify("INVENTORY_START_EVENT");
+      break;
+    case INVENTORY_STOP_EVENT:
+      consolePrint(L"SIGNALLED: INVENTORY_STOP_EVENT\n");
+      notify("INVENTORY_STOP_EVENT");
+      break;
+    case ACCESS_START_EVENT:
+      consolePrint(L"SIGNALLED: ACCESS_START_EVENT\n");
+      break;
+    case ACCESS_STOP_EVENT:
+      consolePrint(L"SIGNALLED: ACCESS_STOP_EVENT\n");
+      break;
+    case DISCONNECTION_EVENT:
+      handleDisconnection(handle);
+      break;
+    default:
+      consolePrint(L"Unknown/Unhandled event %d signalled\n", eventCode);
+      break;
+  }
 }
 
 void stopEventThread() {
   ServiceState& s = serviceState;
   s.eventThreadStop = true;
   if (!s.eventThreadStarted) return;
+  // The stop flag is checked at every wake-up; the post makes the wake-up immediate.
   sem_post(&s.eventSemaphore);
   pthread_join(s.eventThreadHandle, nullptr);
   s.eventThreadStarted = false;

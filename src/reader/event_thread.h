@@ -1,14 +1,24 @@
-// src/reader/event_thread.h — the "readerEvent" thread that drains the reader's event queue.
+// src/reader/event_thread.h — the reader's events: the callback only queues the code, and the
+// "readerEvent" thread drains the queue and acts on each event.
 #pragma once
 
 #include <cstdint>
 
+#include "readerapi/rfid_types.h"
+
 namespace tessera {
 
+// More waiting events than this wake the event thread early; otherwise it looks once a second.
+inline constexpr uint32_t kEventWakeThreshold = 100;
+
 // Creates eventSemaphore and starts "readerEvent" on ProcessRfidEventsThread.
-void startEventThread(uint32_t handle);
+void startEventThread(ReaderHandle handle);
+// Reader API callback: appends the event code to the queue; posts the semaphore above 100.
+void onReaderEvent(ReaderHandle handle, uint32_t eventCode);
 // Thread entry: waits for queued reader events (woken early, else once a second) until stopped.
-void* ProcessRfidEventsThread(void* handle);
+void* ProcessRfidEventsThread(void* unused);
+// Acts on one event: drains tag reads, notifies the data channel, reconnects after a loss.
+void handleReaderEvent(ReaderHandle handle, uint32_t eventCode);
 // Sets eventThreadStop, wakes the thread, joins it and destroys eventSemaphore.
 void stopEventThread();
 

@@ -1,0 +1,112 @@
+#include "modes/serial_push.h"
+
+#include "config/serial_port_conf.h"
+#include "core/console.h"
+#include "core/logger.h"
+#include "core/service_state.h"
+#include "output/serial_port.h"
+#include "platform/platform.h"
+#include "reader/event_thread.h"
+#include "reader/prefilters.h"
+#include "reader/reader_connection.h"
+#include "readerapi/rfid_api.h"
+
+namespace tessera {
+namespace {
+
+constexpr int kBootAttempts = 15;
+constexpr double kConnectRetrySeconds = 10.0;
+constexpr double kHeaderRetrySeconds = 5.0;
+
+// Writes the header line; 0 or -1 (the port is then closed).
+int writeHeader() {
+  ServiceState& s = serviceState;
+  if (serialWrite(s.serialPortConfig.TagMetaString) >= 0) return 0;
+  Logger::log(6, "Failed to send data over serial port.");
+  serialClose();
+  return -1;
+}
+
+void prepareReader(ReaderHandle handle) {
+  ServiceState& s = serviceState;
+  TagStorageSettings storage;
+  if (RFID_GetTagStorageSettings(handle, &storage) == RFID_API_SUCCESS) {
+    storage.tagFields |= 0x0100 | 0x1000;
+    if (RFID_SetTagStorageSettings(handle, &storage) != RFID_API_SUCCESS) {
+      Logger::log(7, "tag storage settings not changed\n");
+    }
+  }
+  SingulationControl singulation;
+  if (RFID_GetSingulationControl(handle, 1, &singulation) == RFID_API_SUCCESS) {
+    singulation.session = static_cast<uint32_t>(s.inventoryControl.Session);
+    if (RFID_SetSingulationControl(handle, 0, &singulation) != RFID_API_SUCCESS) {
+      Logger::log(7, "session not changed\n");
+    }
+  }
+  registerReaderEvents();
+  s.inventoryControl.TriggerRecord.tagReportTrigger = 1;
+  s.inventoryControl.TriggerRecord.tagReportOptions = 0;
+  Logger::log(6, "Established connection to the reader");
+}
+
+}  // namespace
+
+int32_t startSerialPush(bool reread) {
+  ServiceState& s = serviceState;
+  if (s.serialPortConfig.Mode != 1) return -2;
+  int attempts = kBootAttempts;
+  if (reread) {
+    readSerialPortConf(s.serialPortConfig, s.inventoryControl);
+    attempts = 1;
+  }
+  if (serialOpen() != 0) return -1;
+  if (s.readerHandle != 0) {
+    Logger::log(6, "Connection Exists already");
+    return -3;
+  }
+
+  int32_t code = -4;
+  for (int attempt = 1; attempt <= attempts; ++attempt) {
+    ReaderHandle handle = 0;
+    uint32_t status = connectReader(&handle, readerHost(), readerPort(s.serialReaderPort),
+                                    s.serialConnectOption);
+    s.readerHandle = handle;
+    if (status != 0) {
+      Logger::log(6, "Unable to establish connection with the reader - status : %d", status);
+      consolePrint(L"Unable to connect to reader, retrying..\r\n");
+      platform::sleepSeconds(kConnectRetrySeconds);
+      code = -4;
+      continue;
+    }
+    if (writeHeader() == 0) {
+      code = 0;
+      break;
+    }
+    platform::sleepSeconds(kHeaderRetrySeconds);
+    code = -5;
+  }
+  if (code != 0) return code;
+
+  const ReaderHandle handle = s.readerHandle;
+  ReaderTagData* tag = RFID_AllocateTag(handle);
+  prepareReader(handle);
+  if (applyPreFilters(handle) == -1) Logger::log(3, "Tagrelay: Failed to Apply Prefilter\n");
+  if (s.inventoryControl.StartDelay != 0) {
+    platform::sleepSeconds(s.inventoryControl.StartDelay / 1000.0);
+  }
+  // Reads still buffered from before belong to no mode: they are thrown away.
+  if (tag != nullptr) {
+    while (RFID_GetReadTag(handle, tag) == RFID_API_SUCCESS) {
+    }
+  }
+  if (RFID_PerformInventory(handle, nullptr, nullptr, &s.inventoryControl.TriggerRecord,
+                            nullptr) != RFID_API_SUCCESS) {
+    Logger::log(7, "inventory start refused\n");
+  }
+  s.serialPushActive = true;
+  if (tag != nullptr) RFID_DeallocateTag(handle, tag);
+  consolePrint(L"\n Inventory started on Serial Port\r\n");
+  return 0;
+}
+
+}  // namespace tessera

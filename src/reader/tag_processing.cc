@@ -1,0 +1,99 @@
+#include "reader/tag_processing.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "core/logger.h"
+#include "core/service_state.h"
+#include "format/json_record.h"
+#include "format/key_value_record.h"
+#include "format/serial_record.h"
+#include "output/data_channel.h"
+#include "output/serial_port.h"
+#include "reader/tag_view.h"
+#include "readerapi/rfid_api.h"
+
+namespace tessera {
+namespace {
+
+void handOverToRelay(const ReaderTagData& tag, const TagView& view) {
+  ServiceState& s = serviceState;
+  char record[kTagRecordSize] = {};
+  std::span<char, kTagRecordSize> out(record, kTagRecordSize);
+  size_t length;
+  if (std::strcmp(s.dataFormat.Format, "KeyValuePair") == 0) {
+    length = formatKeyValueRecord(out, tag, view, s.relayConfig.TagMetaData, s.dataFormat);
+  } else {
+    length = formatJsonTagRecord(out, tag, view, s.relayConfig.TagMetaData,
+                                 s.relayConfig.HeartbeatEnabled);
+  }
+  {
+    std::lock_guard<std::mutex> outer(s.relayPendingOuterLock);
+    std::lock_guard<std::mutex> inner(s.relayPendingInnerLock);
+    s.relayPending.append(record, length);
+    s.relayPendingLength = s.relayPending.size();
+    s.relayRecordsReady = true;
+  }
+  if (s.relayPendingLength >= kRelayBatchLimit && !s.inventoryPausedForBuffer) {
+    Logger::log(6, "Tagrelay: Buffer is full, stoping Inventory.\n");
+    RFID_StopInventory(s.readerHandle);
+    s.inventoryPausedForBuffer = true;
+  }
+  std::lock_guard<std::mutex> wake(s.relayWakeLock);
+  if (s.relayRecordsReady) s.relayWakeCond.notify_one();
+}
+
+void writeSerial(const ReaderTagData& tag, const TagView& view) {
+  ServiceState& s = serviceState;
+  char record[kTagRecordSize] = {};
+  formatSerialRecord(std::span<char, kTagRecordSize>(record, kTagRecordSize), tag, view,
+                     s.serialPortConfig.TagMetaData);
+  // serialWrite logs "Serial port is not opened." or "Failed to write data on Serial Port."
+  // itself; both end in the common failure below.
+  int n = serialWrite(record);
+  if (n < 0) {
+    Logger::log(6, "Failed to send data over serial port.");
+    serialClose();
+    return;
+  }
+  if (n > kSerialTxFullThreshold) {
+    if (!s.serialTxFull) {
+      s.serialTxFull = true;
+      Logger::log(6, "Serial Port Tx1: BUFFER data=%d%d\r\n", n, 1);
+      if (s.dataChannelClientFd > 0) dataChannelNotify("BUFFER_FULL_EVENT");
+    }
+  } else if (n > 0) {
+    if (s.serialTxFull) {
+      s.serialTxFull = false;
+      Logger::log(6, "Serial Port Tx: BUFFER cleared data=%d %d\r\n", n, 0);
+      if (s.dataChannelClientFd > 0) dataChannelNotify("BUFFER_FULL_EVENT_CLEARED");
+    }
+  }
+}
+
+void writeTagDataLine(const ReaderTagData& tag, const TagView& view) {
+  const ReaderDateTime& t = view.time;
+  char line[2048];
+  int n = std::snprintf(line, sizeof line, "TagData:%02d/%02d/%02d %02d:%02d:%02d:%03d,%s,%2d,%5x,%4d,",
+                        t.day, t.month, t.year, t.hour, t.minute, t.second, t.milliseconds,
+                        view.epc, tag.antennaID, tag.PC, tag.peakRSSI);
+  if (n < 0) return;
+  size_t length = static_cast<size_t>(n) < sizeof line ? static_cast<size_t>(n) : sizeof line - 1;
+  if (serviceState.dataChannelClientFd > 0) dataChannelWrite(line, length + 1);
+}
+
+}  // namespace
+
+void processTagRead(const ReaderTagData* tag) {
+  ServiceState& s = serviceState;
+  const TagView view = makeTagView(*tag);
+  if (s.relayActive) {
+    handOverToRelay(*tag, view);
+  } else if (s.serialPushActive) {
+    writeSerial(*tag, view);
+  } else {
+    writeTagDataLine(*tag, view);
+  }
+}
+
+}  // namespace tessera
