@@ -318,6 +318,9 @@ RfidStatus ReaderSession::openSocket(int& out) {
     if (err == ECONNREFUSED) {
       status = RFID_CONNECTION_REFUSED;
       why = "connection refused: nothing listens at the reader port";
+    } else if (err == ECONNRESET) {
+      status = RFID_CONNECTION_REFUSED;
+      why = "the reader reset the connection at once";
     } else if (err == ETIMEDOUT) {
       status = RFID_CONNECTION_TIMEOUT;
       why = "no TCP connection within " + std::to_string(connectTimeoutMs_) + " ms";
