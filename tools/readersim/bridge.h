@@ -1,0 +1,33 @@
+// tools/readersim/bridge.h — conversions between the codec's LLRP records and the simulator's
+// model, with the checks a reader makes on what a client sends.
+#pragma once
+
+#include "llrp/records.h"
+#include "model.h"
+#include "population.h"
+
+namespace tessera::readersim {
+
+// A client's ROSpec as the engine runs it; an error status for what the reader cannot do.
+Status toRoSpecDef(const llrp::ROSpec& in, RoSpecDef& out);
+// A client's AntennaConfiguration as an override of the antenna settings.
+Status toAntennaOverride(const llrp::AntennaConfiguration& in, AntennaOverride& out);
+// A client's C1G2InventoryCommand.
+Status toInventoryCommand(const llrp::C1G2InventoryCommand& in, InventoryCommand& out);
+// A client's ROReportSpec.
+Status toReportSpec(const llrp::ROReportSpec& in, ReportSpec& out);
+// Applies an override to stored antenna settings (filters replaced, the rest when given).
+void applyOverride(const AntennaOverride& ov, AntennaSettings& a);
+// The reader's ROReportSpec as LLRP.
+llrp::ROReportSpec fromReportSpec(const ReportSpec& in);
+// An antenna's settings as LLRP (RFReceiver, RFTransmitter, C1G2InventoryCommand).
+llrp::AntennaConfiguration fromAntennaSettings(const AntennaSettings& in);
+// One read as TagReportData with the fields the selector enables (EPC always).
+llrp::TagReportData toTagReportData(const TagRead& read, const Tag& tag,
+                                    const ContentSelector& content);
+// A status as LLRPStatus.
+llrp::LLRPStatus toLlrpStatus(const Status& status);
+// Error for Custom parameters a client sent (the reader supports none in requests).
+Status rejectCustoms(const std::vector<llrp::Custom>& customs, const char* where);
+
+}  // namespace tessera::readersim

@@ -1,0 +1,50 @@
+// tools/readersim/options.h — the simulator's command line.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace tessera::readersim {
+
+// The vendor number of the simulator's own LLRP extensions: 32473 is the IANA enterprise number
+// set aside for documentation (RFC 5612), so it can never clash with a real reader maker's.
+inline constexpr uint32_t kVendorId = 32473;
+// Custom parameter subtype in TagReportData: RF phase, data = s16 big-endian raw phase,
+// degrees = raw * 180 / 32767.
+inline constexpr uint32_t kPhaseSubtype = 1;
+// CUSTOM_MESSAGE subtype of the client's "save configuration" request (no data).
+inline constexpr uint8_t kSaveConfigSubtype = 1;
+// CUSTOM_MESSAGE subtype of the reply to it; data = one LLRPStatus parameter (TLV 287).
+inline constexpr uint8_t kSaveConfigReplySubtype = 2;
+
+struct Options {
+  std::string host = "127.0.0.1";  // LLRP listening address
+  int port = 5084;                 // LLRP port; 0 picks a free one
+  int controlPort = -1;            // text control port on 127.0.0.1; -1 none, 0 picks a free one
+  unsigned antennas = 4;           // antenna ports 1..N
+  unsigned gpis = 4;               // general-purpose inputs 1..N
+  unsigned gpos = 4;               // general-purpose outputs 1..N
+  double powerMinDbm = 10.0;       // transmit power table: first entry
+  double powerMaxDbm = 30.0;       // last entry
+  double powerStepDbm = 0.25;      // step between entries
+  unsigned tags = 100;             // random EPC-96 population size (without --epc-file)
+  uint64_t seed = 20240611;        // population and RF model seed
+  std::string epcFile;             // one hex EPC per line instead of random tags
+  double rate = 200.0;             // tag reads per second over all antennas; 0 = link speed
+  size_t bufferLimit = 1 << 20;    // bytes of reports queued for the client before dropping
+  unsigned keepaliveMisses = 3;    // unanswered KEEPALIVEs before the link is declared dead
+  std::string stateFile;           // saved configuration, loaded at start
+  std::string readyFile;           // written with "llrp=PORT control=PORT" once listening
+  bool verbose = false;            // log every LLRP message in and out on stderr
+};
+
+// Parses argv into out; 0 to run, 1 when --help was printed, -1 on a bad option (error says why).
+[[nodiscard]] int parseOptions(int argc, char** argv, Options& out, std::string& error);
+// The --help text.
+const char* usageText();
+// Number of entries of the transmit power table the options describe.
+unsigned powerTableSize(const Options& options);
+// Transmit power of table index (1-based) in hundredths of dBm.
+int16_t powerTableValue(const Options& options, unsigned index);
+
+}  // namespace tessera::readersim
