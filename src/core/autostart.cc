@@ -1,7 +1,62 @@
 #include "core/autostart.h"
 
-namespace tessera {
+#include <unistd.h>
 
-void bootAutostart() {}
+#include "config/cloud_conf.h"
+#include "config/relay_conf.h"
+#include "core/logger.h"
+#include "core/service_state.h"
+#include "modes/relay.h"
+#include "modes/serial_push.h"
+#include "platform/platform.h"
+
+namespace tessera {
+namespace {
+
+// Both cloud flags set: the cloud data service owns the reader and nothing starts here.
+bool cloudHoldsBack() {
+  ServiceState& s = serviceState;
+  readCloudConfig(s.cloudSettings);
+  return s.cloudSettings.CloudEnrolled && s.cloudSettings.CloudAutoConnect;
+}
+
+}  // namespace
+
+void bootAutostart() {
+  ServiceState& s = serviceState;
+  if (s.serialPortConfig.Mode == 1 && s.serialPortConfig.IsAutostart) {
+    if (cloudHoldsBack()) {
+      Logger::log(3,
+                  "Tessera: Not starting Serial Port Push at boot time since auto connect to "
+                  "cloud is enabled\n");
+      return;
+    }
+    int32_t result = startSerialPush(false);
+    if (result != 0) {
+      Logger::log(3, "Tessera: Unable to start Serial Port Push at boot time : %d\n", result);
+    } else {
+      Logger::log(6, "Tessera: Started Serial Port Push at Boot time\n");
+    }
+    return;
+  }
+  if (readRelayConfig(s.relayConfig, s.inventoryControl) < 0) {
+    Logger::log(3, "Tagrelay: Failed to parse Tagrelay Configuration.\n");
+    return;
+  }
+  const std::string marker = platform::path("/var/volatile/isbooted");
+  if (access(marker.c_str(), F_OK) == 0) return;
+  platform::runShell("touch /var/volatile/isbooted");
+  if (s.relayConfig.relayMode == 0 || !s.relayConfig.IsAutostart) return;
+  if (cloudHoldsBack()) {
+    Logger::log(3, "Tagrelay: Not starting at boot time since auto connect to cloud is enabled\n");
+    return;
+  }
+  int result = relayStart(false);
+  if (result != 0) {
+    Logger::log(3, "Tagrelay: Unable to start at boot time : %d\n", result);
+  } else {
+    Logger::log(6, "Tagrelay: Started Tagrelay on Boot time\n");
+  }
+}
 
 }  // namespace tessera

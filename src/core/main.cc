@@ -2,6 +2,8 @@
 // appliance's management software on the command channel.
 #include <cstdio>
 
+#include "config/check_config.h"
+#include "config/serial_port_conf.h"
 #include "core/logger.h"
 #include "core/options.h"
 #include "core/service_state.h"
@@ -19,6 +21,7 @@ int main(int argc, char** argv) {
     return 0;
   }
   platform::configure(commandLine.settings);
+  if (commandLine.checkConfig) return checkConfig(stdout);
 
   installSignalActions();
   closeInheritedDescriptors();
@@ -27,6 +30,7 @@ int main(int argc, char** argv) {
   Logger::reopen();
   if (openSignalPipe() != 0) Logger::log(3, "Error: cannot create the signal pipe\n");
   Logger::log(6, "Logger from tessera");
+  readSerialPortConf(serviceState.serialPortConfig, serviceState.inventoryControl);
   startService();
 
   cleanupService();

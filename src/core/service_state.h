@@ -79,6 +79,16 @@ struct ServiceState {
   std::condition_variable relayWakeCond;
   std::atomic<bool> inventoryPausedForBuffer{false};  // event thread sets, worker clears
 
+  // Relay worker and its batch: the start (main) prepares them, the worker owns them while it
+  // runs, the stop (main) releases them after the join.
+  std::string relayBatch;
+  std::string heartbeatRecord;
+  int64_t lastHeartbeat = 0;              // seconds of the wall clock; worker after start
+  pthread_t relayThread{};
+  bool relayThreadStarted = false;        // main thread
+  std::atomic<bool> relayWorkerStop{false};  // stop sets it and wakes the worker
+  class TcpServer* tcpServer = nullptr;   // relay's TCP/IP channel; see relayStart/relayStop
+
   // Event queue: reader API threads push, the event thread drains.
   std::mutex eventQueueLock;              // guards eventQueue and eventQueueCount
   std::deque<uint32_t> eventQueue;

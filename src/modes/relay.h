@@ -1,9 +1,25 @@
-// src/modes/relay.h — the relay mode: start, worker and stop.
+// src/modes/relay.h — the relay mode: start (output channel, reader, inventory, worker), the
+// worker "easyTagrelay" that batches records and delivers them, and stop.
 #pragma once
+
+#include <cstdint>
 
 namespace tessera {
 
-// Stops the relay worker and releases the relay's output channels; 0.
-int relayStop();
+// Attempts to start the relay before giving up, and the pause between them.
+inline constexpr int kRelayStartAttempts = 15;
+inline constexpr double kRelayRetrySeconds = 10.0;
+
+// Starts the relay mode; 0, -1 mode/channel, -2 not enabled, -3 reader unreachable, -4 requested
+// mode differs, -5 reader refused (status 101), other negative: configuration unreadable.
+[[nodiscard]] int relayStart(bool reread);
+// One attempt: output channel, reader connection and settings, inventory; 0, -1, -3 or -5.
+[[nodiscard]] int relayStartOnce();
+// Thread entry of "easyTagrelay".
+void* relayWorker(void* unused);
+// Stops the relay worker and releases the relay's output channels; safe when none runs.
+void relayStop();
+// Closes the HID device and the USB drive file when open (level 7 lines when not).
+void releaseRelayDevices();
 
 }  // namespace tessera

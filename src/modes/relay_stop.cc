@@ -1,7 +1,66 @@
+#include <sys/socket.h>
+
+#include "core/logger.h"
+#include "core/service_state.h"
 #include "modes/relay.h"
+#include "output/http_client.h"
+#include "output/tcp_server.h"
+#include "output/usb_drive.h"
+#include "output/usb_hid.h"
 
 namespace tessera {
 
-int relayStop() { return 0; }
+void releaseRelayDevices() {
+  ServiceState& s = serviceState;
+  if (s.hidFd != -1) {
+    hidClose();
+  } else {
+    Logger::log(7, "USB HID Device is not opened.");
+  }
+  bool driveOpen;
+  {
+    std::lock_guard<std::mutex> guard(s.usbDriveLock);
+    driveOpen = s.usbDriveFd != -1;
+  }
+  if (driveOpen) {
+    usbDriveDisconnect();
+  } else {
+    Logger::log(7, "USB Flash Drive is not connected.");
+  }
+}
+
+void relayStop() {
+  ServiceState& s = serviceState;
+  if (s.relayThreadStarted) {
+    // The worker is never cancelled: it is told to stop and woken wherever it waits (the
+    // condition, its pause, or accept on the TCP/IP listener), so no lock is ever left held.
+    {
+      std::lock_guard<std::mutex> wake(s.relayWakeLock);
+      s.relayWorkerStop = true;
+    }
+    s.relayWakeCond.notify_all();
+    if (s.tcpServer != nullptr && s.tcpServer->listeningSocket() > 0) {
+      shutdown(s.tcpServer->listeningSocket(), SHUT_RDWR);
+    }
+    pthread_join(s.relayThread, nullptr);
+    s.relayThreadStarted = false;
+  }
+  if (s.tcpServer != nullptr) {
+    s.tcpServer->closeClient();
+    s.tcpServer->closeServer();
+    delete s.tcpServer;
+    s.tcpServer = nullptr;
+  }
+  s.relayBatch.clear();
+  s.relayRecordsReady = false;
+  delete s.httpClient;
+  s.httpClient = nullptr;
+  releaseRelayDevices();
+  if (s.hidGadgetLoaded) {
+    switchToEthernetGadget();
+    s.hidGadgetLoaded = false;
+  }
+  Logger::log(6, "Tagrelay: Tagrelay thread cleaned.\n");
+}
 
 }  // namespace tessera

@@ -1,0 +1,267 @@
+#include <cstring>
+#include <string>
+
+#include "config/http_post_conf.h"
+#include "config/output_conf.h"
+#include "config/relay_conf.h"
+#include "core/console.h"
+#include "core/logger.h"
+#include "core/service_state.h"
+#include "format/json_record.h"
+#include "modes/relay.h"
+#include "output/data_channel.h"
+#include "output/http_client.h"
+#include "output/tcp_server.h"
+#include "output/usb_hid.h"
+#include "platform/platform.h"
+#include "reader/event_thread.h"
+#include "reader/prefilters.h"
+#include "reader/reader_connection.h"
+#include "readerapi/rfid_api.h"
+
+namespace tessera {
+namespace {
+
+constexpr uint32_t kReaderDeniedStatus = 101;
+
+void openEnvelope(ServiceState& s) {
+  s.relayBatch.clear();
+  openJsonEnvelope(s.relayBatch, s.relayConfig.relayMode, s.readerName.text, getMacAddress());
+}
+
+// Sets up the channel of the configured mode; 0 or -1.
+int openChannel(ServiceState& s) {
+  switch (static_cast<RelayMode>(s.relayConfig.relayMode)) {
+    case RelayMode::HttpPost: {
+      auto* client = new HTTPClient(s.httpPostConfig);
+      s.httpClient = client;
+      const char* configured = s.httpPostConfig.HTTPServerURL;
+      std::string url;
+      bool tls = false;
+      if (std::strncmp(configured, "https://", 8) == 0) {
+        url = configured;
+        tls = true;
+      } else if (std::strncmp(configured, "http://", 7) == 0) {
+        url = configured;
+      } else {
+        url = std::string("http://") + configured;
+      }
+      if (client->open(1, url.c_str(), tls) != 0) Logger::log(7, "Tagrelay: open failed\n");
+      if (client->prepare(url.c_str()) != 0) {
+        Logger::log(6, "Tagrelay: Unable to create request for URL %s\n", configured);
+        delete client;
+        s.httpClient = nullptr;
+        return -1;
+      }
+      openEnvelope(s);
+      return 0;
+    }
+    case RelayMode::UsbHid:
+      if (!s.hidGadgetLoaded) switchToHidGadget();
+      if (hidOpen() < 0) {
+        Logger::log(6, "Tagrelay: USB HID device is not opened\n");
+        if (s.hidGadgetLoaded) switchToEthernetGadget();
+        return -1;
+      }
+      s.relayBatch.clear();
+      return 0;
+    case RelayMode::TcpIp:
+      if (s.tcpServer == nullptr) {
+        auto* server = new TcpServer(s.tcpIpConfig.Port);
+        s.tcpServer = server;
+        bool failed = false;
+        if (server->bind() != 0) {
+          Logger::log(6, "Tagrelay: Error binding TCP/IP socket\n");
+          failed = true;
+        } else if (server->listen() != 0) {
+          Logger::log(6, "Tagrelay: Error listening TCP/IP socket\n");
+          failed = true;
+        }
+        if (failed) {
+          server->closeServer();
+          delete server;
+          s.tcpServer = nullptr;
+          return -1;
+        }
+      }
+      openEnvelope(s);
+      return 0;
+    case RelayMode::UsbDrive:
+      s.relayBatch.clear();
+      return 0;
+    default:
+      return -1;
+  }
+}
+
+// Releases what a failed reader connection leaves behind; the TCP/IP server stays.
+void releaseChannelAfterConnectFailure(ServiceState& s) {
+  delete s.httpClient;
+  s.httpClient = nullptr;
+  releaseRelayDevices();
+  if (s.hidGadgetLoaded) switchToEthernetGadget();
+}
+
+void setAntennaPowers(ServiceState& s, ReaderHandle handle) {
+  for (const AntennaEntry& entry : s.relayConfig.Antennas) {
+    if (entry.AntennaId == 0) {
+      Logger::log(6, "Tagrelay: Antenna ID is not set - %d\n", 0);
+      continue;
+    }
+    uint16_t sensitivity = 1, power = 1, frequency = 1;
+    if (RFID_GetAntennaConfig(handle, entry.AntennaId, &sensitivity, &power, &frequency) !=
+        RFID_API_SUCCESS) {
+      Logger::log(6, "Tagrelay: Failed to get Power for Antenna - %d\n", entry.AntennaId);
+      continue;
+    }
+    if (RFID_SetAntennaConfig(handle, entry.AntennaId, sensitivity, entry.TxPower, frequency) !=
+        RFID_API_SUCCESS) {
+      Logger::log(6, "Tagrelay: Failed to set Power for Antenna - %d\n", entry.AntennaId);
+    }
+  }
+}
+
+}  // namespace
+
+int relayStartOnce() {
+  ServiceState& s = serviceState;
+  const int32_t mode = s.relayConfig.relayMode;
+  if (mode == 0) return -1;
+  if (mode < 1 || mode > 4) {
+    Logger::log(6, "Tagrelay: Unknown mode\n");
+    return -1;
+  }
+  if (openChannel(s) != 0) return -1;
+
+  ReaderHandle handle = 0;
+  uint32_t status = connectReader(&handle, readerHost(), readerPort(s.relayReaderPort),
+                                  s.relayConnectOption);
+  s.readerHandle = handle;
+  if (status != 0) {
+    Logger::log(6, "Tagrelay: Unable to connect with reader: %d\n", status);
+    releaseChannelAfterConnectFailure(s);
+    return status == kReaderDeniedStatus ? -5 : -3;
+  }
+  ReaderTagData* tag = RFID_AllocateTag(handle);
+  TagStorageSettings storage;
+  if (RFID_GetTagStorageSettings(handle, &storage) == RFID_API_SUCCESS) {
+    storage.tagFields |= 0x1100;
+    if (RFID_SetTagStorageSettings(handle, &storage) != RFID_API_SUCCESS) {
+      Logger::log(7, "Tagrelay: tag storage settings not changed\n");
+    }
+  }
+  SingulationControl singulation;
+  if (RFID_GetSingulationControl(handle, 1, &singulation) == RFID_API_SUCCESS) {
+    singulation.session = static_cast<uint32_t>(s.inventoryControl.Session);
+    if (RFID_SetSingulationControl(handle, 0, &singulation) != RFID_API_SUCCESS) {
+      Logger::log(7, "Tagrelay: session not changed\n");
+    }
+  }
+  registerReaderEvents();
+  s.inventoryControl.TriggerRecord.tagReportTrigger = 1;
+  s.inventoryControl.TriggerRecord.tagReportOptions = 0;
+  Logger::log(6, "Tagrelay: Established connection to the reader");
+  setAntennaPowers(s, handle);
+  if (applyPreFilters(handle) == -1) Logger::log(3, "Tagrelay: Failed to Apply Prefilter\n");
+  if (s.inventoryControl.StartDelay != 0) {
+    platform::sleepSeconds(s.inventoryControl.StartDelay / 1000.0);
+  }
+  if (tag != nullptr) {
+    while (RFID_GetReadTag(handle, tag) == RFID_API_SUCCESS) {
+    }
+  }
+  if (RFID_PerformInventory(handle, nullptr, nullptr, &s.inventoryControl.TriggerRecord,
+                            nullptr) != RFID_API_SUCCESS) {
+    Logger::log(7, "Tagrelay: inventory start refused\n");
+  }
+  s.relayActive = true;
+  if (s.relayConfig.HeartbeatEnabled) s.lastHeartbeat = platform::now();
+  consolePrint(L"\nTagrelay: Inventory started on Tagrelay\r\n");
+  Logger::log(6, "Tagrelay: Inventory started\n");
+  if (tag != nullptr) RFID_DeallocateTag(handle, tag);
+  return 0;
+}
+
+int relayStart(bool reread) {
+  ServiceState& s = serviceState;
+  {
+    std::lock_guard<std::mutex> outer(s.relayPendingOuterLock);
+    std::lock_guard<std::mutex> inner(s.relayPendingInnerLock);
+    s.relayPending.clear();
+    s.relayPendingLength = 0;
+  }
+  if (reread) {
+    int32_t result = readRelayConfig(s.relayConfig, s.inventoryControl);
+    if (result < 0) {
+      Logger::log(3, "Tagrelay: Failed to parse TagrelayMode.\n");
+      return result;
+    }
+  }
+  const int32_t mode = s.relayConfig.relayMode;
+  if (mode == 0) {
+    Logger::log(3, "Tagrelay: Feature is not enabled in configuration.\n");
+    return -2;
+  }
+  if (s.requestedRelayMode >= 0 && s.requestedRelayMode != mode) {
+    Logger::log(3, "Tagrelay: TagrelayMode mismatch.\n");
+    return -4;
+  }
+  if (s.relayConfig.HeartbeatEnabled) buildHeartbeatRecord(s.heartbeatRecord, s.relayConfig.TagMetaData);
+  if (s.tcpServer != nullptr && mode != static_cast<int32_t>(RelayMode::TcpIp)) {
+    s.tcpServer->closeClient();
+    s.tcpServer->closeServer();
+    delete s.tcpServer;
+    s.tcpServer = nullptr;
+  }
+  int32_t sectionResult = 1;
+  switch (static_cast<RelayMode>(mode)) {
+    case RelayMode::HttpPost:
+      sectionResult = readHttpPostConfig(s.httpPostConfig, s.readerName, s.dataFormat);
+      if (sectionResult != 1) Logger::log(3, "Tagrelay: Failed to parse Tagrelay configuration.\n");
+      break;
+    case RelayMode::UsbHid:
+    case RelayMode::UsbDrive:
+      sectionResult = readDataFormatConfig(s.dataFormat);
+      if (sectionResult != 1) {
+        Logger::log(3, "Tagrelay: Failed to parse Tagrelay configuration for USB HID.\n");
+      }
+      break;
+    case RelayMode::TcpIp:
+      sectionResult = readTcpIpConfig(s.tcpIpConfig, s.dataFormat);
+      if (sectionResult != 1) {
+        Logger::log(3, "Tagrelay: Failed to parse Tagrelay configuration for TCP/IP.\n");
+      }
+      break;
+    default:
+      Logger::log(3, "Tagrelay: Undefined TagrelayMode - %d.\n", mode);
+      return -1;
+  }
+  s.relayWorkerStop = false;
+  if (s.relayConfig.relayMode == 0) {
+    Logger::log(6, "Tagrelay: Tagrelay Mode not configured\n");
+    return sectionResult;
+  }
+  int code = -1;
+  for (int attempt = 1; attempt <= kRelayStartAttempts; ++attempt) {
+    code = relayStartOnce();
+    if (code == 0) break;
+    if (code == -5) {
+      Logger::log(3, "Tagrelay: Failed to start Tagrelay.\n");
+      return -5;
+    }
+    Logger::log(7, "Tagrelay: Failed to start Tagrelay : retry = %d\n", attempt);
+    platform::sleepSeconds(kRelayRetrySeconds);
+  }
+  if (code != 0) {
+    Logger::log(3, "Tagrelay: Failed to start Tagrelay.\n");
+    return code;
+  }
+  Logger::log(6, "Tagrelay: Starting thread for Tagrelay\n");
+  if (pthread_create(&s.relayThread, nullptr, relayWorker, nullptr) == 0) {
+    pthread_setname_np(s.relayThread, "easyTagrelay");
+    s.relayThreadStarted = true;
+  }
+  return 0;
+}
+
+}  // namespace tessera
