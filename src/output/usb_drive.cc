@@ -1,7 +1,133 @@
 #include "output/usb_drive.h"
 
-namespace tessera {
+#include <fcntl.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
 
-int usbDriveDisconnect() { return 0; }
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <mutex>
+#include <string>
+
+#include "core/logger.h"
+#include "core/service_state.h"
+#include "platform/platform.h"
+
+namespace tessera {
+namespace {
+
+constexpr const char* kMountPoint = "/media/usbdrive";
+// A file takes the batches of one hour; the first batch after that still goes in, then it closes.
+constexpr long kRotationSeconds = 3600;
+
+// Closes the file and forgets it; the caller holds usbDriveLock.
+void closeFileLocked(ServiceState& s) {
+  if (s.usbDriveFd != -1) {
+    close(s.usbDriveFd);
+  } else {
+    Logger::log(7, "USB Flash Drive is not connected.");
+  }
+  s.usbDriveFd = -1;
+  s.usbDriveFileOpened = -1;
+}
+
+// Whether /proc/mounts lists the drive's mount point; logs why not.
+bool driveMounted() {
+  FILE* mounts = fopen(platform::path("/proc/mounts").c_str(), "re");
+  if (mounts == nullptr) {
+    Logger::log(6, "Unable to open /proc/mounts \n");
+    Logger::log(6, "USB Flash Drive is not connected \n");
+    return false;
+  }
+  // A line longer than the buffer is read in pieces; the mount point sits near the start of a
+  // line, so a piece boundary inside it would need a device name of over 4000 characters.
+  char line[4096];
+  bool found = false;
+  while (!found && fgets(line, sizeof line, mounts) != nullptr) {
+    found = std::strstr(line, kMountPoint) != nullptr;
+  }
+  fclose(mounts);
+  if (!found) Logger::log(6, "USB Flash Drive is not connected \n");
+  return found;
+}
+
+// usbDriveOpenFile with usbDriveLock held.
+int openFileLocked(ServiceState& s) {
+  if (s.usbDriveFd != -1) {
+    if (s.usbDriveFd >= 0) return s.usbDriveFd;
+    Logger::log(6, "Unable to create file in USB Flash Drive \n");
+    s.usbDriveFd = -1;
+    s.usbDriveFileOpened = -1;
+    return -1;
+  }
+  if (!driveMounted()) return -1;
+
+  const time_t opened = platform::now();
+  tm local{};
+  localtime_r(&opened, &local);
+  char name[64];
+  snprintf(name, sizeof name, "/media/usbdrive/%04d-%02d-%02d-%02d-%02d-%02d.csv",
+           local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min,
+           local.tm_sec);
+  // Append mode: two opens within one second share the file instead of truncating it.
+  int fd = open(platform::path(name).c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+  if (fd < 0) {
+    Logger::log(6, "Unable to create file in usb \n");
+    return -1;
+  }
+  s.usbDriveFd = fd;
+  s.usbDriveFileOpened = static_cast<int64_t>(opened);
+  return fd;
+}
+
+}  // namespace
+
+int usbDriveOpenFile() {
+  ServiceState& s = serviceState;
+  std::lock_guard<std::mutex> guard(s.usbDriveLock);
+  return openFileLocked(s);
+}
+
+int usbDriveWrite(char* text) {
+  ServiceState& s = serviceState;
+  struct statvfs stats{};
+  // A failed query leaves the decision to the mount check below.
+  if (statvfs(platform::path(kMountPoint).c_str(), &stats) == 0 && stats.f_bfree == 0) {
+    Logger::log(6, "USB Flash Drive has no space.\n");
+    return -1;
+  }
+  int written = 0;
+  {
+    std::lock_guard<std::mutex> guard(s.usbDriveLock);
+    if (s.usbDriveFd < 0 && openFileLocked(s) < 0) {
+      Logger::log(6, "USB Flash Drive is not connected.\n");
+      return -1;
+    }
+    size_t length = 0;
+    for (char* p = text; *p != '\0'; ++p, ++length) {
+      if (*p >= 'A' && *p <= 'Z') *p = static_cast<char>(*p - 'A' + 'a');
+    }
+    const ssize_t n = write(s.usbDriveFd, text, length);
+    if (n < 0 || static_cast<size_t>(n) != length) {
+      Logger::log(6, "Failed to write data in USB FLash Drive\n");
+      closeFileLocked(s);
+      return -2;
+    }
+    written = static_cast<int>(n);
+    if (static_cast<int64_t>(platform::now()) - s.usbDriveFileOpened > kRotationSeconds) {
+      closeFileLocked(s);
+    }
+  }
+  platform::runShell("sync");
+  return written;
+}
+
+int usbDriveDisconnect() {
+  ServiceState& s = serviceState;
+  std::lock_guard<std::mutex> guard(s.usbDriveLock);
+  closeFileLocked(s);
+  return 0;
+}
 
 }  // namespace tessera

@@ -1,0 +1,60 @@
+// src/output/http_client.h — the relay's HTTP(S) POST channel: one libcurl easy handle set up
+// once per relay start, then one JSON batch per post. Only transport failures count as
+// failures; any HTTP status means the batch was delivered.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include <curl/curl.h>
+
+#include "config/config_records.h"
+
+namespace tessera {
+
+constexpr size_t kHttpTextSize = 260;
+
+// The last failure: libcurl's result code (or -1) and its description.
+struct HttpErrorRecord {
+  int32_t code = 0;
+  char text[kHttpTextSize] = {};
+};
+
+class HTTPClient {
+ public:
+  // Creates the easy handle; TLS, authentication and proxy come from the service's
+  // HttpPostConfig when the client is opened and prepared.
+  HTTPClient();
+  // The same with a configuration record that the caller keeps alive as long as the client.
+  explicit HTTPClient(const HttpPostConfig& config);
+  // Releases the handle, a pending header list and the request URL copy.
+  virtual ~HTTPClient();
+  HTTPClient(const HTTPClient&) = delete;
+  HTTPClient& operator=(const HTTPClient&) = delete;
+
+  // Keeps the URL (with "/" appended) and sets the TLS options for an https URL; 0 or -1.
+  [[nodiscard]] int open(int method, const char* url, bool tls);
+  // Hands the URL, the 30 s time-out, authentication and proxy to the handle; 0.
+  [[nodiscard]] int prepare(const char* url);
+  // Posts a NUL-terminated JSON text; 0 when the transfer completed, -1 on a transport failure.
+  [[nodiscard]] int post(const char* body, size_t length);
+  // Copies the last failure's code and text; nothing when out is null.
+  void lastError(HttpErrorRecord* out) const;
+
+ private:
+  void setError(int32_t code, const char* text);
+  static size_t collect(char* data, size_t size, size_t count, void* self);
+
+  const HttpPostConfig& config_;
+  CURL* handle_ = nullptr;
+  char url_[kHttpTextSize] = {};
+  char* requestUrl_ = nullptr;  // owned; the text libcurl was given as CURLOPT_URL
+  bool tls_ = false;
+  int method_ = 1;  // 1: POST
+  HttpErrorRecord error_;
+  curl_slist* headers_ = nullptr;  // only during a post
+  char* response_ = nullptr;       // body of the post in progress, zero-terminated
+  size_t responseLength_ = 0;
+};
+
+}  // namespace tessera

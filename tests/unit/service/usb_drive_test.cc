@@ -1,0 +1,207 @@
+// The USB flash drive CSV files under a temporary root: the mount table and the drive folder
+// are plain files there, the clock is moved through the platform's clock offset.
+#include "output/usb_drive.h"
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+
+#include "core/logger.h"
+#include "core/service_state.h"
+#include "platform/platform.h"
+
+namespace tessera {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string readFile(const std::string& name) {
+  std::ifstream in(name, std::ios::binary);
+  std::stringstream ss;
+  ss << in.rdbuf();
+  return ss.str();
+}
+
+void writeFile(const std::string& name, const std::string& text) {
+  fs::create_directories(fs::path(name).parent_path());
+  std::ofstream(name, std::ios::binary) << text;
+}
+
+class UsbDriveTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    char dir[] = "/tmp/tessera-usb-XXXXXX";
+    ASSERT_NE(mkdtemp(dir), nullptr);
+    root_ = dir;
+    drive_ = root_ + "/media/usbdrive";
+    fs::create_directories(drive_);
+    mount();
+    setenv("TZ", "UTC", 1);
+    tzset();
+    settings_.root = root_;
+    settings_.recordShell = root_ + "/shell.txt";
+    platform::configure(settings_);
+    serviceState.usbDriveFd = -1;
+    serviceState.usbDriveFileOpened = -1;
+  }
+  void TearDown() override {
+    usbDriveDisconnect();
+    platform::configure(platform::Settings{});
+    unsetenv("TZ");
+    tzset();
+    fs::remove_all(root_);
+  }
+
+  void mount() { writeFile(root_ + "/proc/mounts", "proc /proc proc rw 0 0\n/dev/sda1 /media/usbdrive vfat rw 0 0\n"); }
+  void unmount() { writeFile(root_ + "/proc/mounts", "proc /proc proc rw 0 0\n"); }
+  // Moves the service's clock so that it reads `when` (seconds since the epoch) now.
+  void clockAt(time_t when) {
+    settings_.clockOffset = static_cast<long>(when - time(nullptr));
+    platform::configure(settings_);
+  }
+  int write(const char* text) {
+    std::string buffer = text;
+    return usbDriveWrite(buffer.data());
+  }
+  std::set<std::string> files() const {
+    std::set<std::string> names;
+    for (const auto& entry : fs::directory_iterator(drive_)) names.insert(entry.path().filename());
+    return names;
+  }
+
+  std::string root_;
+  std::string drive_;
+  platform::Settings settings_;
+};
+
+time_t utc(int year, int month, int day, int hour, int minute, int second) {
+  tm t{};
+  t.tm_year = year - 1900;
+  t.tm_mon = month - 1;
+  t.tm_mday = day;
+  t.tm_hour = hour;
+  t.tm_min = minute;
+  t.tm_sec = second;
+  return timegm(&t);
+}
+
+TEST_F(UsbDriveTest, TheFirstBatchOpensAFileNamedAfterTheLocalTimeInLowerCase) {
+  clockAt(utc(2024, 3, 3, 14, 5, 9));
+  char batch[] = "E2003412ABCD,1,-61\nE2003412ABCE,2,-58\n";
+  EXPECT_EQ(usbDriveWrite(batch), 38);
+  EXPECT_STREQ(batch, "e2003412abcd,1,-61\ne2003412abce,2,-58\n");
+  // The clock may tick once between moving it and opening.
+  std::set<std::string> names = files();
+  ASSERT_EQ(names.size(), 1u);
+  const std::string name = *names.begin();
+  EXPECT_TRUE(name == "2024-03-03-14-05-09.csv" || name == "2024-03-03-14-05-10.csv") << name;
+  EXPECT_EQ(write("{\"EPC\":\"AB\"}\n"), 13);
+  EXPECT_EQ(readFile(drive_ + "/" + name),
+            "e2003412abcd,1,-61\ne2003412abce,2,-58\n{\"epc\":\"ab\"}\n");
+  EXPECT_EQ(readFile(root_ + "/shell.txt"), "sync\nsync\n");
+}
+
+TEST_F(UsbDriveTest, TheFirstBatchAfterAnHourStillGoesInThenTheFileCloses) {
+  clockAt(utc(2024, 3, 3, 14, 5, 9));
+  ASSERT_EQ(write("a\n"), 2);
+  const time_t opened = static_cast<time_t>(serviceState.usbDriveFileOpened);
+  const std::string first = *files().begin();
+
+  clockAt(opened + 3000);
+  ASSERT_EQ(write("b\n"), 2);
+  EXPECT_GE(serviceState.usbDriveFd, 0);
+
+  clockAt(opened + 3601);
+  ASSERT_EQ(write("c\n"), 2);
+  EXPECT_EQ(serviceState.usbDriveFd, -1);
+  EXPECT_EQ(serviceState.usbDriveFileOpened, -1);
+  EXPECT_EQ(files().size(), 1u);
+
+  ASSERT_EQ(write("d\n"), 2);
+  std::set<std::string> names = files();
+  ASSERT_EQ(names.size(), 2u);
+  names.erase(first);
+  EXPECT_EQ(readFile(drive_ + "/" + first), "a\nb\nc\n");
+  EXPECT_EQ(readFile(drive_ + "/" + *names.begin()), "d\n");
+  EXPECT_GT(*names.begin(), first);
+}
+
+TEST_F(UsbDriveTest, WithoutTheDriveMountedNothingIsWritten) {
+  ASSERT_TRUE(Logger::echo());
+  unmount();
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(write("a\n"), -1);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "I-USB Flash Drive is not connected \n\nI-USB Flash Drive is not connected.\n\n");
+  fs::remove(root_ + "/proc/mounts");
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(usbDriveOpenFile(), -1);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "I-Unable to open /proc/mounts \n\nI-USB Flash Drive is not connected \n\n");
+  EXPECT_TRUE(files().empty());
+  EXPECT_FALSE(fs::exists(root_ + "/shell.txt"));
+}
+
+TEST_F(UsbDriveTest, AFullDriveRefusesTheBatchBeforeWriting) {
+  ASSERT_TRUE(Logger::echo());
+  // procfs reports no free blocks at all, like a full drive.
+  fs::remove(drive_);
+  fs::create_directory_symlink("/proc", drive_);
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(write("a\n"), -1);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "I-USB Flash Drive has no space.\n\n");
+  EXPECT_EQ(serviceState.usbDriveFd, -1);
+}
+
+TEST_F(UsbDriveTest, ARemovedDriveIsForgottenUntilItIsMountedAgain) {
+  ASSERT_EQ(write("a\n"), 2);
+  ASSERT_GE(serviceState.usbDriveFd, 0);
+  unmount();
+  EXPECT_EQ(usbDriveDisconnect(), 0);
+  EXPECT_EQ(serviceState.usbDriveFd, -1);
+  EXPECT_EQ(serviceState.usbDriveFileOpened, -1);
+  EXPECT_EQ(write("b\n"), -1);
+  EXPECT_EQ(usbDriveDisconnect(), 0);  // nothing open: only a detail line
+  mount();
+  EXPECT_EQ(write("c\n"), 2);
+}
+
+TEST_F(UsbDriveTest, AFailedWriteClosesTheFileAndReportsMinusTwo) {
+  ASSERT_TRUE(Logger::echo());
+  serviceState.usbDriveFd = open("/dev/full", O_WRONLY | O_CLOEXEC);
+  serviceState.usbDriveFileOpened = platform::now();
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(write("a\n"), -2);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "I-Failed to write data in USB FLash Drive\n\n");
+  EXPECT_EQ(serviceState.usbDriveFd, -1);
+  EXPECT_EQ(serviceState.usbDriveFileOpened, -1);
+}
+
+TEST_F(UsbDriveTest, RemovalWhileTheWorkerWritesLosesNoWrittenByte) {
+  std::thread remover([] {
+    for (int i = 0; i < 200; ++i) usbDriveDisconnect();
+  });
+  int written = 0;
+  for (int i = 0; i < 200; ++i) {
+    int n = write("x\n");
+    ASSERT_EQ(n, 2);
+    written += n;
+  }
+  remover.join();
+  size_t total = 0;
+  for (const std::string& name : files()) total += readFile(drive_ + "/" + name).size();
+  EXPECT_EQ(total, static_cast<size_t>(written));
+}
+
+}  // namespace
+}  // namespace tessera
