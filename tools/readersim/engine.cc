@@ -28,6 +28,14 @@ uint64_t utcMicros() {
       duration_cast<microseconds>(system_clock::now().time_since_epoch()).count());
 }
 
+const char* stateName(uint8_t s) {
+  switch (s) {
+    case 0: return "Disabled";
+    case 1: return "Inactive";
+    default: return "Active";
+  }
+}
+
 Clock::time_point earlier(Clock::time_point a, Clock::time_point b) { return a < b ? a : b; }
 
 }  // namespace
@@ -222,7 +230,7 @@ std::string Engine::describeSpecs() const {
   std::string out;
   for (const auto& [id, s] : specs_) {
     if (!out.empty()) out += ' ';
-    out += std::to_string(id) + "=" + std::to_string(static_cast<int>(s.state));
+    out += std::to_string(id) + "=" + stateName(s.state);
   }
   return out;
 }

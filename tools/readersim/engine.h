@@ -59,8 +59,8 @@ class Engine {
   double rate() const { return rate_; }
   // Runs due triggers and produces due reads; the time of the next thing to do.
   Clock::time_point tick(Clock::time_point now);
-  // "ID=STATE" of every spec (LLRP ROSpecState: 0 Disabled, 1 Inactive, 2 Active), in ID
-  // order, blank-separated; "" when none.
+  // "ID=STATE" of every spec (Disabled, Inactive or Active), in ID order, blank-separated;
+  // "" when none.
   std::string describeSpecs() const;
   // Number of stored specs.
   size_t specCount() const { return specs_.size(); }

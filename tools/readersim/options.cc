@@ -74,8 +74,8 @@ const char kUsage[] =
     "  rate R                        change the read rate (0 = link speed)\n"
     "  buffer-warning                send a ReportBufferLevelWarningEvent\n"
     "  buffer-overflow               send a ReportBufferOverflowErrorEvent\n"
-    "  rospecs                       \"ok ID=STATE ...\" of every ROSpec (LLRP ROSpecState:\n"
-    "                                0 Disabled, 1 Inactive, 2 Active), or \"ok none\"\n"
+    "  rospecs                       \"ok ID=STATE ...\" of every ROSpec, STATE one of\n"
+    "                                Disabled, Inactive, Active; \"ok none\" when none\n"
     "  power                         \"ok ANTENNA=INDEX ...\" transmit power indexes\n"
     "  stats                         \"ok key=value ...\" counters\n"
     "  quit                          exit 0\n";
