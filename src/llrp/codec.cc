@@ -7,6 +7,7 @@
 // parameter's body is written.
 #include "llrp/codec.h"
 
+#include <algorithm>
 #include <cstring>
 #include <type_traits>
 
@@ -280,7 +281,10 @@ class Params {
  public:
   Params(Decoder& d, uint32_t begin, uint32_t end, const char* name)
       : d_(d), pos_(begin), end_(end), name_(name) {
-    if (++d_.depth > kMaxDepth) d_.fail(ErrorCode::kTooDeep, begin, name, "");
+    if (++d_.depth > kMaxDepth) {
+      d_.fail(ErrorCode::kTooDeep, begin, name, "");
+      end_ = pos_;  // nothing to walk
+    }
   }
   ~Params() { --d_.depth; }
   Params(const Params&) = delete;
@@ -288,8 +292,9 @@ class Params {
 
   // Steps to the next sub-parameter of a known shape: TV types are checked for a known width,
   // TLV lengths against the header size and the parent. False at the end or on failure.
-  bool next() {
-    while (d_.err.ok() && pos_ < end_) {
+  // Callers stop at the first failure of their own, so the loop only has to stop at its own.
+  [[gnu::always_inline]] bool next() {
+    while (pos_ < end_) {
       start = pos_;
       const uint8_t* p = d_.frame + pos_;
       if (p[0] & 0x80) {
@@ -346,6 +351,21 @@ bool claim(Params& it, std::optional<T>& slot, const char* field) {
   if (slot) return it.duplicate(field);
   slot.emplace();
   return true;
+}
+
+// The next element of a list being decoded. An element left from an earlier decode into the
+// same Message is reused, keeping its buffers, so that a client decoding report after report
+// into one Message stops allocating once the first reports have been seen; trim() drops what
+// this decode did not use.
+template <typename T>
+T& slot(std::vector<T>& list, size_t& used) {
+  if (used < list.size()) return list[used++];
+  ++used;
+  return list.emplace_back();
+}
+template <typename T>
+void trim(std::vector<T>& list, size_t used) {
+  if (used < list.size()) list.erase(list.begin() + static_cast<std::ptrdiff_t>(used), list.end());
 }
 
 bool missing(Decoder& d, Range r, const char* parameter, const char* field) {
@@ -1027,22 +1047,44 @@ bool decodeROSpec(Decoder& d, Range r, ROSpec& out) {
 
 // ---- reports and events ----
 
+// Decodes into a TagReportData that may hold an earlier tag: every field is reset here, and
+// its Custom list is reused element by element.
 bool decodeTagReportData(Decoder& d, Range r, TagReportData& out) {
+  out.roSpecId.reset();
+  out.specIndex.reset();
+  out.inventoryParameterSpecId.reset();
+  out.antennaId.reset();
+  out.peakRSSI.reset();
+  out.channelIndex.reset();
+  out.firstSeenTimestampUTC.reset();
+  out.firstSeenTimestampUptime.reset();
+  out.lastSeenTimestampUTC.reset();
+  out.lastSeenTimestampUptime.reset();
+  out.tagSeenCount.reset();
+  out.c1g2PC.reset();
+  out.c1g2CRC.reset();
+  out.accessSpecId.reset();
+  size_t customs = 0;
   bool haveEpc = false;
   Params it(d, r.begin, r.end, "TagReportData");
   while (it.next()) {
     bool ok = true;
     switch (it.type) {
-      case kTvEPC96:
+      case kTvEPC96: {
         if (haveEpc) return it.duplicate("EPC_96");
         haveEpc = true;
-        std::memcpy(out.epc.emplace<EPC96>().epc.data(), it.value(), 12);
+        EPC96* e96 = std::get_if<EPC96>(&out.epc);
+        if (e96 == nullptr) e96 = &out.epc.emplace<EPC96>();
+        std::memcpy(e96->epc.data(), it.value(), 12);
         break;
+      }
       case kEPCData: {
         if (haveEpc) return it.duplicate("EPCData");
         haveEpc = true;
+        EPCData* data = std::get_if<EPCData>(&out.epc);
+        if (data == nullptr) data = &out.epc.emplace<EPCData>();
         Fields g(d, it.body, "EPCData");
-        ok = g.u1v("EPC", out.epc.emplace<EPCData>().epc) && g.done();
+        ok = g.u1v("EPC", data->epc) && g.done();
         break;
       }
       case kTvROSpecID: ok = tvValue(it, out.roSpecId, "ROSpecID"); break;
@@ -1069,12 +1111,13 @@ bool decodeTagReportData(Decoder& d, Range r, TagReportData& out) {
       case kTvC1G2PC: ok = tvValue(it, out.c1g2PC, "C1G2_PC"); break;
       case kTvC1G2CRC: ok = tvValue(it, out.c1g2CRC, "C1G2_CRC"); break;
       case kTvAccessSpecID: ok = tvValue(it, out.accessSpecId, "AccessSpecID"); break;
-      case kCustom: ok = decodeCustom(d, it.body, out.customs.emplace_back()); break;
+      case kCustom: ok = decodeCustom(d, it.body, slot(out.customs, customs)); break;
       default: break;
     }
     if (!ok) return false;
   }
   if (!it.ok()) return false;
+  trim(out.customs, customs);
   if (!haveEpc) return missing(d, r, "TagReportData", "EPCParameter");
   return true;
 }
@@ -1417,14 +1460,18 @@ bool decodeBody(Decoder& d, Range r, ROAccessReport& out) {
     if (!it.ok()) return false;
     out.tagReportData.reserve(count);
   }
+  size_t tags = 0;
+  size_t customs = 0;
   Params it(d, r.begin, r.end, "RO_ACCESS_REPORT");
   while (it.next()) {
     if (it.type == kTagReportData) {
-      if (!decodeTagReportData(d, it.body, out.tagReportData.emplace_back())) return false;
+      if (!decodeTagReportData(d, it.body, slot(out.tagReportData, tags))) return false;
     } else if (it.type == kCustom) {
-      if (!decodeCustom(d, it.body, out.customs.emplace_back())) return false;
+      if (!decodeCustom(d, it.body, slot(out.customs, customs))) return false;
     }
   }
+  trim(out.tagReportData, tags);
+  trim(out.customs, customs);
   return it.ok();
 }
 
@@ -1454,6 +1501,14 @@ bool decodeBody(Decoder& d, Range r, CustomMessage& out) {
 template <typename T>
 bool decodeAs(Decoder& d, Range r, MessageBody& body) {
   return decodeBody(d, r, body.emplace<T>());
+}
+
+// Reports keep the previous report's buffers when decoded into the same Message (see slot()).
+template <>
+bool decodeAs<ROAccessReport>(Decoder& d, Range r, MessageBody& body) {
+  ROAccessReport* report = std::get_if<ROAccessReport>(&body);
+  if (report == nullptr) report = &body.emplace<ROAccessReport>();
+  return decodeBody(d, r, *report);
 }
 
 bool decodeMessage(Decoder& d, uint16_t type, Range r, MessageBody& body) {
@@ -1506,17 +1561,18 @@ bool decodeMessage(Decoder& d, uint16_t type, Range r, MessageBody& body) {
 
 class Encoder {
  public:
-  explicit Encoder(std::vector<uint8_t>& out, size_t frameStart) : out_(out), start_(frameStart) {}
+  explicit Encoder(std::vector<uint8_t>& out, size_t frameStart)
+      : out_(out), start_(frameStart), len_(out.size()) {}
 
   Error err;
 
-  void u8(uint8_t v) { *grow(1) = v; }
-  void u16(uint16_t v) {
+  [[gnu::always_inline]] void u8(uint8_t v) { *grow(1) = v; }
+  [[gnu::always_inline]] void u16(uint16_t v) {
     uint8_t* p = grow(2);
     p[0] = static_cast<uint8_t>(v >> 8);
     p[1] = static_cast<uint8_t>(v);
   }
-  void u32(uint32_t v) {
+  [[gnu::always_inline]] void u32(uint32_t v) {
     uint8_t* p = grow(4);
     p[0] = static_cast<uint8_t>(v >> 24);
     p[1] = static_cast<uint8_t>(v >> 16);
@@ -1582,14 +1638,14 @@ class Encoder {
 
   // Starts a TLV parameter; returns where its header is, for end().
   size_t begin(uint16_t type) {
-    const size_t at = out_.size();
+    const size_t at = len_;
     u16(type);
     u16(0);
     return at;
   }
   // Patches the TLV length; a parameter longer than 65535 bytes cannot be encoded.
   void end(size_t at, const char* parameter) {
-    const size_t length = out_.size() - at;
+    const size_t length = len_ - at;
     if (length > 0xffff) {
       fail(ErrorCode::kTooLong, parameter, "");
       return;
@@ -1602,21 +1658,25 @@ class Encoder {
     err.code = code;
     err.parameter = parameter;
     err.field = field;
-    const size_t at = out_.size() - start_;
+    const size_t at = len_ - start_;
     err.offset = at > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(at);
   }
-  size_t size() const { return out_.size(); }
-  std::vector<uint8_t>& out() { return out_; }
+  // Cuts the vector to what was written; called once after the last write.
+  void finish() { out_.resize(len_); }
 
  private:
-  uint8_t* grow(size_t n) {
-    const size_t at = out_.size();
-    out_.resize(at + n);
-    return out_.data() + at;
+  // The vector grows in large steps and is cut to size by finish(), so that a field costs a
+  // store rather than a resize.
+  [[gnu::always_inline]] uint8_t* grow(size_t n) {
+    if (out_.size() - len_ < n) out_.resize(std::max(out_.size() * 2, len_ + n + 256));
+    uint8_t* p = out_.data() + len_;
+    len_ += n;
+    return p;
   }
 
   std::vector<uint8_t>& out_;
   size_t start_;
+  size_t len_;  // bytes written, out_.size() is the space reserved
 };
 
 void encodeCustoms(Encoder& e, const std::vector<Custom>& customs) {
@@ -1638,8 +1698,8 @@ void encodeFieldError(Encoder& e, const FieldError& f) {
 
 void encodeParameterErrorChain(Encoder& e, const std::vector<ParameterError>& chain, size_t i) {
   if (i >= chain.size()) return;
-  if (i >= static_cast<size_t>(kMaxDepth)) {
-    // Deeper chains could not be decoded again.
+  if (i + 2 >= static_cast<size_t>(kMaxDepth)) {
+    // The message body and the LLRPStatus take two levels; deeper chains would not decode.
     e.fail(ErrorCode::kTooDeep, "ParameterError", "");
     return;
   }
@@ -2336,6 +2396,7 @@ Error encode(const Message& message, std::vector<uint8_t>& out) {
   e.u32(0);
   e.u32(message.id);
   std::visit([&e](const auto& body) { encodeBody(e, body); }, message.body);
+  e.finish();
   const size_t length = out.size() - start;
   if (e.err.ok() && length > kMaxFrameSize) {
     e.err.code = ErrorCode::kFrameTooLarge;
