@@ -117,9 +117,9 @@ int HTTPClient::prepare(const char* url) {
 size_t HTTPClient::collect(char* data, size_t size, size_t count, void* self) {
   HTTPClient& client = *static_cast<HTTPClient*>(self);
   const size_t delivered = size * count;
-  const size_t keep =
-      client.responseLength_ >= kResponseKeep ? 0
-                                              : std::min(delivered, kResponseKeep - client.responseLength_);
+  const size_t keep = client.responseLength_ >= kResponseKeep
+                          ? 0
+                          : std::min(delivered, kResponseKeep - client.responseLength_);
   if (keep == 0) return delivered;
   char* grown = static_cast<char*>(realloc(client.response_, client.responseLength_ + keep + 1));
   if (grown == nullptr) {

@@ -3,10 +3,10 @@
 // failures; any HTTP status means the batch was delivered.
 #pragma once
 
+#include <curl/curl.h>
+
 #include <cstddef>
 #include <cstdint>
-
-#include <curl/curl.h>
 
 #include "config/config_records.h"
 

@@ -91,7 +91,7 @@ int usbDriveOpenFile() {
 
 int usbDriveWrite(char* text) {
   ServiceState& s = serviceState;
-  struct statvfs stats{};
+  struct statvfs stats {};
   // A failed query leaves the decision to the mount check below.
   if (statvfs(platform::path(kMountPoint).c_str(), &stats) == 0 && stats.f_bfree == 0) {
     Logger::log(6, "USB Flash Drive has no space.\n");

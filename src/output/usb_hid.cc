@@ -47,15 +47,24 @@ uint8_t usageOf(char c) {
   if (c >= 'a' && c <= 'z') return static_cast<uint8_t>(c - 0x5D);
   if (c >= '1' && c <= '9') return static_cast<uint8_t>(c - 0x13);
   switch (c) {
-    case '0': return 0x27;
-    case ' ': return 0x2C;
-    case ',': return 0x36;
-    case '.': return 0x37;
-    case '-': return 0x2D;
-    case '=': return 0x2E;
-    case '\'': return 0x34;
-    case '\t': return 0x2B;
-    default: return 0;
+    case '0':
+      return 0x27;
+    case ' ':
+      return 0x2C;
+    case ',':
+      return 0x36;
+    case '.':
+      return 0x37;
+    case '-':
+      return 0x2D;
+    case '=':
+      return 0x2E;
+    case '\'':
+      return 0x34;
+    case '\t':
+      return 0x2B;
+    default:
+      return 0;
   }
 }
 

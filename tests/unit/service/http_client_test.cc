@@ -3,6 +3,7 @@
 #include "output/http_client.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
@@ -11,8 +12,6 @@
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <filesystem>
 #include <fstream>
@@ -49,7 +48,8 @@ class Peer {
   Peer(const std::string& script, std::vector<std::string> args) {
     int out[2];
     if (pipe2(out, O_CLOEXEC) != 0) return;
-    std::vector<std::string> argv = {"/usr/bin/python3", sourceDir() + "/tests/e2e/peers/" + script};
+    std::vector<std::string> argv = {"/usr/bin/python3",
+                                     sourceDir() + "/tests/e2e/peers/" + script};
     argv.insert(argv.end(), args.begin(), args.end());
     std::vector<char*> raw;
     for (std::string& a : argv) raw.push_back(a.data());
@@ -136,10 +136,11 @@ class HttpClientTest : public testing::Test {
 
   // Makes a self-signed certificate for 127.0.0.1 as <name>.crt and <name>.key.
   void makeCertificate(const std::string& name) {
-    std::string command = "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 "
-                          "-nodes -days 2 -subj /CN=127.0.0.1 -addext subjectAltName=IP:127.0.0.1 "
-                          "-keyout " + root_ + "/" + name + ".key -out " + root_ + "/" + name +
-                          ".crt >/dev/null 2>&1";
+    std::string command =
+        "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 "
+        "-nodes -days 2 -subj /CN=127.0.0.1 -addext subjectAltName=IP:127.0.0.1 "
+        "-keyout " +
+        root_ + "/" + name + ".key -out " + root_ + "/" + name + ".crt >/dev/null 2>&1";
     ASSERT_EQ(system(command.c_str()), 0);
   }
   void installCaFile(const std::string& name) {
@@ -167,8 +168,10 @@ TEST_F(HttpClientTest, PostsTheBodyAsJsonToTheUrlWithASlashAppended) {
   EXPECT_NE(got.find(R"("Content-Type": "application/json")"), std::string::npos) << got;
   EXPECT_NE(got.find(R"("Accept": "application/json")"), std::string::npos) << got;
   EXPECT_NE(got.find(R"("charsets": "utf-8")"), std::string::npos) << got;
-  EXPECT_NE(got.find(R"("body": "{\"reader_name\":\"dock 4\",\"tag_reads\":[{\"epc\":\"E2003412\"}]}")"),
-            std::string::npos) << got;
+  EXPECT_NE(
+      got.find(R"("body": "{\"reader_name\":\"dock 4\",\"tag_reads\":[{\"epc\":\"E2003412\"}]}")"),
+      std::string::npos)
+      << got;
   EXPECT_EQ(got.find("Authorization"), std::string::npos) << got;
   EXPECT_NE(got.find(R"("request_line": "POST // HTTP/1.1")"), std::string::npos) << got;
 }
@@ -233,8 +236,8 @@ TEST_F(HttpClientTest, EnvironmentProxiesAreKeptOutWhenNoneIsConfigured) {
 TEST_F(HttpClientTest, HttpsVerifiesAgainstTheCaFileUnderTheRootOnlyWhenAsked) {
   makeCertificate("server");
   makeCertificate("other");
-  Peer sink("http_sink.py", {"--record", record_, "--cert", root_ + "/server.crt", "--key",
-                             root_ + "/server.key"});
+  Peer sink("http_sink.py",
+            {"--record", record_, "--cert", root_ + "/server.crt", "--key", root_ + "/server.key"});
   ASSERT_GT(sink.port(), 0);
   const std::string url = "https://127.0.0.1:" + std::to_string(sink.port()) + "/tls";
 
@@ -262,8 +265,8 @@ TEST_F(HttpClientTest, HttpsVerifiesAgainstTheCaFileUnderTheRootOnlyWhenAsked) {
 
 TEST_F(HttpClientTest, TheServiceConfigurationIsUsedByDefault) {
   makeCertificate("server");
-  Peer sink("http_sink.py", {"--record", record_, "--cert", root_ + "/server.crt", "--key",
-                             root_ + "/server.key"});
+  Peer sink("http_sink.py",
+            {"--record", record_, "--cert", root_ + "/server.crt", "--key", root_ + "/server.key"});
   ASSERT_GT(sink.port(), 0);
   const std::string url = "https://127.0.0.1:" + std::to_string(sink.port());
   HttpPostConfig saved = serviceState.httpPostConfig;
@@ -320,8 +323,8 @@ TEST_F(HttpClientTest, ProxyCredentialsAreSentAndARefusedTunnelFails) {
   EXPECT_EQ(admitted.result, 0) << admitted.error.text;
 
   // base64("gate:keeper")
-  EXPECT_NE(proxied().find(R"("proxy_authorization": "Basic Z2F0ZTprZWVwZXI=")"),
-            std::string::npos) << proxied();
+  EXPECT_NE(proxied().find(R"("proxy_authorization": "Basic Z2F0ZTprZWVwZXI=")"), std::string::npos)
+      << proxied();
   const std::string got = requests();
   EXPECT_EQ(got.find("refused"), std::string::npos) << got;
   EXPECT_NE(got.find("admitted"), std::string::npos) << got;

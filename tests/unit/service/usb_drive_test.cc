@@ -3,11 +3,10 @@
 #include "output/usb_drive.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <stdlib.h>
 #include <time.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <filesystem>
 #include <fstream>
@@ -62,7 +61,10 @@ class UsbDriveTest : public testing::Test {
     fs::remove_all(root_);
   }
 
-  void mount() { writeFile(root_ + "/proc/mounts", "proc /proc proc rw 0 0\n/dev/sda1 /media/usbdrive vfat rw 0 0\n"); }
+  void mount() {
+    writeFile(root_ + "/proc/mounts",
+              "proc /proc proc rw 0 0\n/dev/sda1 /media/usbdrive vfat rw 0 0\n");
+  }
   void unmount() { writeFile(root_ + "/proc/mounts", "proc /proc proc rw 0 0\n"); }
   // Moves the service's clock so that it reads `when` (seconds since the epoch) now.
   void clockAt(time_t when) {
@@ -182,7 +184,8 @@ TEST_F(UsbDriveTest, AFailedWriteClosesTheFileAndReportsMinusTwo) {
   serviceState.usbDriveFileOpened = platform::now();
   testing::internal::CaptureStdout();
   EXPECT_EQ(write("a\n"), -2);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "I-Failed to write data in USB FLash Drive\n\n");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "I-Failed to write data in USB FLash Drive\n\n");
   EXPECT_EQ(serviceState.usbDriveFd, -1);
   EXPECT_EQ(serviceState.usbDriveFileOpened, -1);
 }

@@ -3,10 +3,9 @@
 #include "output/usb_hid.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <stdlib.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <cstdint>
 #include <filesystem>
@@ -72,7 +71,8 @@ class UsbHidTest : public testing::Test {
     EXPECT_EQ(raw.size() % 16, 0u);
     std::vector<Press> presses;
     for (size_t i = 0; i + 16 <= raw.size(); i += 16) {
-      presses.emplace_back(raw.begin() + static_cast<long>(i), raw.begin() + static_cast<long>(i) + 8);
+      presses.emplace_back(raw.begin() + static_cast<long>(i),
+                           raw.begin() + static_cast<long>(i) + 8);
       EXPECT_EQ(raw.substr(i + 8, 8), std::string(8, '\0')) << "release after press " << i / 16;
     }
     return presses;
@@ -95,16 +95,16 @@ TEST_F(UsbHidTest, TextIsTypedAsPackedReportsOfTheKeyboardPage) {
     std::vector<Press> presses;
   } cases[] = {
       {"AB12", {keys({0x04, 0x05, 0x1E, 0x1F})}},
-      {"aa", {keys({0x04}), keys({0x04})}},                     // a repeat is pressed anew
+      {"aa", {keys({0x04}), keys({0x04})}},  // a repeat is pressed anew
       {"abcdefg", {keys({0x04, 0x05, 0x06, 0x07, 0x08, 0x09}), keys({0x0A})}},
-      {"aba", {keys({0x04, 0x05, 0x04})}},                      // not adjacent: same report
+      {"aba", {keys({0x04, 0x05, 0x04})}},  // not adjacent: same report
       {"a\nb", {keys({0x04}), keys({0x28}), keys({0x05})}},
       {"\n", {keys({}), keys({0x28})}},
       {"\n\n", {keys({}), keys({0x28}), keys({}), keys({}), keys({0x28})}},
       {"z\r", {keys({0x1D}), keys({0x10}, 0x10)}},
       {"x =,.-'\t0", {keys({0x1B, 0x2C, 0x2E, 0x36, 0x37, 0x2D}), keys({0x34, 0x2B, 0x27})}},
       {R"({"epc":"E2_0A"})", {keys({0x08, 0x13, 0x06, 0x08, 0x1F, 0x27}), keys({0x04})}},
-      {"a{{", {keys({0x04}), keys({})}},                        // repeats of untyped characters too
+      {"a{{", {keys({0x04}), keys({})}},  // repeats of untyped characters too
       {"", {}},
   };
   for (const Case& c : cases) {
