@@ -99,6 +99,10 @@ ReaderDateTime toDateTime(uint64_t microsecondsUtc) {
   return d;
 }
 
+// The reader did not answer or the link is gone: further requests of the same call would only
+// wait again.
+bool unreachable(RfidStatus st) { return st == RFID_API_COMMAND_TIMEOUT || st == RFID_API_NOT_CONNECTED; }
+
 uint64_t nowMicros() {
   return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(
                                    std::chrono::system_clock::now().time_since_epoch())
@@ -233,13 +237,13 @@ RfidStatus ReaderSession::disconnect() {
     connected = connected_;
   }
   if (connected) {
-    if (roSpecInstalled_) (void)removeInventory();
+    RfidStatus st = roSpecInstalled_ ? removeInventory() : RFID_API_SUCCESS;
     {
       std::lock_guard g(stateLock_);
       closing_ = true;
     }
     llrp::Message reply;
-    (void)request(llrp::CloseConnection{}, MessageType::kCloseConnectionResponse, reply);
+    if (!unreachable(st)) (void)request(llrp::CloseConnection{}, MessageType::kCloseConnectionResponse, reply);
   }
   closeConnection();
   return RFID_API_SUCCESS;
@@ -491,8 +495,10 @@ RfidStatus ReaderSession::setupReader() {
   }
 
   // Start from a known state: no ROSpec and no AccessSpec of an earlier client.
-  (void)requestChecked(llrp::DeleteROSpec{0}, MessageType::kDeleteROSpecResponse, reply);
-  (void)requestChecked(llrp::DeleteAccessSpec{0}, MessageType::kDeleteAccessSpecResponse, reply);
+  st = requestChecked(llrp::DeleteROSpec{0}, MessageType::kDeleteROSpecResponse, reply);
+  if (unreachable(st)) return st;
+  st = requestChecked(llrp::DeleteAccessSpec{0}, MessageType::kDeleteAccessSpecResponse, reply);
+  if (unreachable(st)) return st;
 
   // Keepalives let us notice a dead link that TCP does not report; events drive the callback.
   llrp::SetReaderConfig cfg;
@@ -521,19 +527,19 @@ RfidStatus ReaderSession::setupReader() {
     cfg.gpiPortCurrentStates.push_back(s);
   }
   st = requestChecked(cfg, MessageType::kSetReaderConfigResponse, reply);
-  if (st != RFID_API_SUCCESS && st != RFID_API_COMMAND_TIMEOUT && st != RFID_API_NOT_CONNECTED) {
+  if (st != RFID_API_SUCCESS && !unreachable(st)) {
     // A reader that refuses part of it still gets the keepalive on its own.
     llrp::SetReaderConfig minimal;
     minimal.keepaliveSpec = ka;
     st = requestChecked(minimal, MessageType::kSetReaderConfigResponse, reply);
   }
-  if (st == RFID_API_COMMAND_TIMEOUT || st == RFID_API_NOT_CONNECTED) return st;
+  if (unreachable(st)) return st;
   {
     std::lock_guard g(stateLock_);
     watchdog_ = st == RFID_API_SUCCESS;
   }
   st = refreshAntennaConfigs();
-  if (st == RFID_API_COMMAND_TIMEOUT || st == RFID_API_NOT_CONNECTED) return st;
+  if (unreachable(st)) return st;
   return RFID_API_SUCCESS;
 }
 
@@ -1047,7 +1053,10 @@ RfidStatus ReaderSession::performInventory(const PostFilter* postFilter, const A
       return fail(RFID_API_PARAM_OUT_OF_RANGE, "unknown start or stop trigger type");
     }
   }
-  if (roSpecInstalled_) (void)removeInventory();
+  if (roSpecInstalled_) {
+    RfidStatus st = removeInventory();
+    if (unreachable(st)) return st;
+  }
   plan_.triggers = triggers != nullptr ? *triggers : TriggerRecord{};
   planAntennas_ = std::move(ids);
   {
@@ -1100,7 +1109,9 @@ RfidStatus ReaderSession::installInventory() {
   }
   if (st != RFID_API_SUCCESS) {
     ErrorRecord saved = lastError();
-    (void)requestChecked(llrp::DeleteROSpec{req.roSpecId}, MessageType::kDeleteROSpecResponse, reply);
+    if (!unreachable(st)) {
+      (void)requestChecked(llrp::DeleteROSpec{req.roSpecId}, MessageType::kDeleteROSpecResponse, reply);
+    }
     roSpecInstalled_ = false;
     std::lock_guard g(stateLock_);
     error_ = saved;
@@ -1114,10 +1125,11 @@ RfidStatus ReaderSession::installInventory() {
 RfidStatus ReaderSession::removeInventory() {
   llrp::Message reply;
   const uint32_t id = roSpecId_;
-  // STOP fails for a ROSpec that has already ended; DELETE decides the result.
-  (void)requestChecked(llrp::StopROSpec{id}, MessageType::kStopROSpecResponse, reply);
-  (void)requestChecked(llrp::DisableROSpec{id}, MessageType::kDisableROSpecResponse, reply);
-  RfidStatus st = requestChecked(llrp::DeleteROSpec{id}, MessageType::kDeleteROSpecResponse, reply);
+  // STOP fails for a ROSpec that has already ended; DELETE decides the result. A silent or
+  // lost reader ends the sequence at once, so that the call waits one time-out at most.
+  RfidStatus st = requestChecked(llrp::StopROSpec{id}, MessageType::kStopROSpecResponse, reply);
+  if (!unreachable(st)) st = requestChecked(llrp::DisableROSpec{id}, MessageType::kDisableROSpecResponse, reply);
+  if (!unreachable(st)) st = requestChecked(llrp::DeleteROSpec{id}, MessageType::kDeleteROSpecResponse, reply);
   roSpecInstalled_ = false;
   return st;
 }
