@@ -5,7 +5,6 @@
 //
 // Run: build/bin/bench_readerapi   (finds tessera-readersim beside itself or in $TESSERA_BIN)
 #include <benchmark/benchmark.h>
-
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -81,7 +80,8 @@ void BM_ReadsThroughLibrary(benchmark::State& state) {
       return;
     }
     ReaderHandle h = 0;
-    if (RFID_ConnectW(&h, L"127.0.0.1", static_cast<uint32_t>(sim.llrpPort()), 0, nullptr) != RFID_API_SUCCESS) {
+    if (RFID_ConnectW(&h, L"127.0.0.1", static_cast<uint32_t>(sim.llrpPort()), 0, nullptr) !=
+        RFID_API_SUCCESS) {
       state.SkipWithError("connect failed");
       return;
     }
@@ -109,7 +109,8 @@ void BM_ReadsThroughLibrary(benchmark::State& state) {
       if (now == seen && i > 2) break;
       seen = now;
     }
-    const double secs = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+    const double secs =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
     const double cpu = cpuSeconds() - cpu0;
     const long sent = sim.stat("reads_sent");
     const long dropped = sim.stat("reads_dropped");

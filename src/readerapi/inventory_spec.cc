@@ -164,7 +164,8 @@ llrp::ROSpec buildRoSpec(const InventoryRequest& request, bool& needsStart) {
   llrp::InventoryParameterSpec ips;
   ips.inventoryParameterSpecId = 1;
   ips.protocolId = llrp::AirProtocol::kEPCGlobalClass1Gen2;
-  for (const auto& a : request.antennas) ips.antennaConfigurations.push_back(antennaConfig(a, request));
+  for (const auto& a : request.antennas)
+    ips.antennaConfigurations.push_back(antennaConfig(a, request));
   ai.inventoryParameterSpecs.push_back(std::move(ips));
   spec.aiSpecs.push_back(std::move(ai));
   spec.roReportSpec = reportSpec(request);

@@ -101,7 +101,9 @@ ReaderDateTime toDateTime(uint64_t microsecondsUtc) {
 
 // The reader did not answer or the link is gone: further requests of the same call would only
 // wait again.
-bool unreachable(RfidStatus st) { return st == RFID_API_COMMAND_TIMEOUT || st == RFID_API_NOT_CONNECTED; }
+bool unreachable(RfidStatus st) {
+  return st == RFID_API_COMMAND_TIMEOUT || st == RFID_API_NOT_CONNECTED;
+}
 
 uint64_t nowMicros() {
   return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(
@@ -128,7 +130,8 @@ void fillErrorInfo(const ErrorRecord& r, ErrorInfo& info) {
   copyWide(info.vendorMessage, r.where);
 }
 
-ReaderSession::ReaderSession(ReaderHandle handle) : handle_(handle), tags_(TagStorageSettings{}.maxTagCount) {}
+ReaderSession::ReaderSession(ReaderHandle handle)
+    : handle_(handle), tags_(TagStorageSettings{}.maxTagCount) {}
 
 ReaderSession::~ReaderSession() {
   std::lock_guard op(opLock_);
@@ -219,7 +222,8 @@ RfidStatus ReaderSession::connect(const std::string& host, uint32_t port, uint32
 }
 
 RfidStatus ReaderSession::reconnect() {
-  if (onReceiveThread()) return fail(RFID_API_CALLBACK_CONTEXT, "RFID_Reconnect called from the event callback");
+  if (onReceiveThread())
+    return fail(RFID_API_CALLBACK_CONTEXT, "RFID_Reconnect called from the event callback");
   std::lock_guard op(opLock_);
   if (host_.empty()) return fail(RFID_API_INVALID_HANDLE, "the handle was never connected");
   closeConnection();
@@ -229,7 +233,8 @@ RfidStatus ReaderSession::reconnect() {
 }
 
 RfidStatus ReaderSession::disconnect() {
-  if (onReceiveThread()) return fail(RFID_API_CALLBACK_CONTEXT, "RFID_Disconnect called from the event callback");
+  if (onReceiveThread())
+    return fail(RFID_API_CALLBACK_CONTEXT, "RFID_Disconnect called from the event callback");
   std::lock_guard op(opLock_);
   bool connected;
   {
@@ -243,7 +248,8 @@ RfidStatus ReaderSession::disconnect() {
       closing_ = true;
     }
     llrp::Message reply;
-    if (!unreachable(st)) (void)request(llrp::CloseConnection{}, MessageType::kCloseConnectionResponse, reply);
+    if (!unreachable(st))
+      (void)request(llrp::CloseConnection{}, MessageType::kCloseConnectionResponse, reply);
   }
   closeConnection();
   return RFID_API_SUCCESS;
@@ -280,12 +286,14 @@ RfidStatus ReaderSession::openSocket(int& out) {
   const std::string portText = std::to_string(port_);
   int rc = ::getaddrinfo(host_.c_str(), portText.c_str(), &hints, &res);
   if (rc != 0 || res == nullptr) {
-    return fail(RFID_HOST_UNRESOLVED, std::string("cannot resolve the reader host: ") + gai_strerror(rc), where);
+    return fail(RFID_HOST_UNRESOLVED,
+                std::string("cannot resolve the reader host: ") + gai_strerror(rc), where);
   }
   RfidStatus status = RFID_CONNECTION_FAILED;
   std::string why = "no address to connect to";
   for (addrinfo* ai = res; ai != nullptr; ai = ai->ai_next) {
-    int fd = ::socket(ai->ai_family, ai->ai_socktype | SOCK_CLOEXEC | SOCK_NONBLOCK, ai->ai_protocol);
+    int fd =
+        ::socket(ai->ai_family, ai->ai_socktype | SOCK_CLOEXEC | SOCK_NONBLOCK, ai->ai_protocol);
     if (fd < 0) {
       why = "socket: " + errnoText(errno);
       continue;
@@ -355,16 +363,18 @@ RfidStatus ReaderSession::awaitGreeting(int fd) {
     int n = ::poll(&p, 1, remainingMs(deadline));
     if (n < 0 && errno == EINTR) continue;
     if (n == 0) {
-      return fail(RFID_CONNECTION_TIMEOUT,
-                  "the reader accepted the TCP connection but sent no ConnectionAttemptEvent within " +
-                      std::to_string(greetingTimeoutMs_) + " ms",
-                  where);
+      return fail(
+          RFID_CONNECTION_TIMEOUT,
+          "the reader accepted the TCP connection but sent no ConnectionAttemptEvent within " +
+              std::to_string(greetingTimeoutMs_) + " ms",
+          where);
     }
     ssize_t got = ::recv(fd, buf, sizeof buf, MSG_DONTWAIT);
     if (got < 0 && (errno == EAGAIN || errno == EINTR)) continue;
     if (got < 0 && errno == ECONNRESET) {
       // Accepted and reset at once: the reader service turns connections away.
-      return fail(RFID_CONNECTION_REFUSED, "the reader reset the connection before greeting", where);
+      return fail(RFID_CONNECTION_REFUSED, "the reader reset the connection before greeting",
+                  where);
     }
     if (got <= 0) {
       return fail(RFID_CONNECTION_FAILED,
@@ -380,21 +390,23 @@ RfidStatus ReaderSession::awaitGreeting(int fd) {
   llrp::Message msg;
   llrp::Error err = llrp::decode(frame, msg);
   if (!err.ok()) {
-    return fail(RFID_NOT_AN_LLRP_READER, "the reader's greeting could not be decoded: " + err.text(), where);
+    return fail(RFID_NOT_AN_LLRP_READER,
+                "the reader's greeting could not be decoded: " + err.text(), where);
   }
   const auto* ren = std::get_if<llrp::ReaderEventNotification>(&msg.body);
   if (ren == nullptr || !ren->readerEventNotificationData.connectionAttemptEvent) {
     return fail(RFID_NOT_AN_LLRP_READER,
                 std::string("the reader's first message is ") +
-                    llrp::messageName(llrp::messageType(msg.body)) + ", not a ConnectionAttemptEvent",
+                    llrp::messageName(llrp::messageType(msg.body)) +
+                    ", not a ConnectionAttemptEvent",
                 where);
   }
   const auto status = ren->readerEventNotificationData.connectionAttemptEvent->status;
   if (status != llrp::ConnectionAttemptStatus::kSuccess) {
-    RfidStatus st = fail(RFID_CONNECTION_DENIED, greetingStatusText(status),
-                         where + ": ConnectionAttemptEvent status " +
-                             std::to_string(static_cast<unsigned>(status)),
-                         static_cast<uint32_t>(MessageType::kReaderEventNotification));
+    RfidStatus st = fail(
+        RFID_CONNECTION_DENIED, greetingStatusText(status),
+        where + ": ConnectionAttemptEvent status " + std::to_string(static_cast<unsigned>(status)),
+        static_cast<uint32_t>(MessageType::kReaderEventNotification));
     return st;
   }
   return RFID_API_SUCCESS;
@@ -463,7 +475,8 @@ RfidStatus ReaderSession::setupReader() {
     caps.maxRoSpecs = c.llrpCapabilities->maxNumROSpecs;
     caps.maxAccessSpecs = c.llrpCapabilities->maxNumAccessSpecs;
   }
-  if (c.c1g2LLRPCapabilities) caps.maxSelectFiltersPerQuery = c.c1g2LLRPCapabilities->maxNumSelectFiltersPerQuery;
+  if (c.c1g2LLRPCapabilities)
+    caps.maxSelectFiltersPerQuery = c.c1g2LLRPCapabilities->maxNumSelectFiltersPerQuery;
   if (c.regulatoryCapabilities) {
     const auto& r = *c.regulatoryCapabilities;
     caps.countryCode = r.countryCode;
@@ -479,11 +492,14 @@ RfidStatus ReaderSession::setupReader() {
       }
       caps.hopping = u.frequencyInformation.hopping;
       if (!u.frequencyInformation.hopTables.empty()) {
-        caps.numChannels = static_cast<uint16_t>(u.frequencyInformation.hopTables[0].frequencies.size());
+        caps.numChannels =
+            static_cast<uint16_t>(u.frequencyInformation.hopTables[0].frequencies.size());
       } else if (u.frequencyInformation.fixedFrequencyTable) {
-        caps.numChannels = static_cast<uint16_t>(u.frequencyInformation.fixedFrequencyTable->frequencies.size());
+        caps.numChannels =
+            static_cast<uint16_t>(u.frequencyInformation.fixedFrequencyTable->frequencies.size());
       }
-      if (u.c1g2RFModeTable) caps.numRfModes = static_cast<uint16_t>(u.c1g2RFModeTable->entries.size());
+      if (u.c1g2RFModeTable)
+        caps.numRfModes = static_cast<uint16_t>(u.c1g2RFModeTable->entries.size());
     }
   }
   {
@@ -491,7 +507,8 @@ RfidStatus ReaderSession::setupReader() {
     caps_ = caps;
     const size_t n = std::max<size_t>(caps.numAntennas, 1);
     if (antennas_.size() != n) antennas_.resize(n);
-    if (singulation_.size() != n) singulation_.resize(n, singulation_.empty() ? SingulationControl{} : singulation_[0]);
+    if (singulation_.size() != n)
+      singulation_.resize(n, singulation_.empty() ? SingulationControl{} : singulation_[0]);
   }
 
   // Start from a known state: no ROSpec and no AccessSpec of an earlier client.
@@ -612,18 +629,27 @@ RfidStatus ReaderSession::sendFrame(const llrp::Message& message) {
   return RFID_API_SUCCESS;
 }
 
-RfidStatus ReaderSession::request(llrp::MessageBody body, MessageType expected, llrp::Message& reply) {
+RfidStatus ReaderSession::request(llrp::MessageBody body, MessageType expected,
+                                  llrp::Message& reply) {
   const auto type = llrp::messageType(body);
   const char* name = llrp::messageName(type);
   if (onReceiveThread()) {
-    return fail(RFID_API_CALLBACK_CONTEXT, "a request to the reader was made from the event callback", name);
+    return fail(RFID_API_CALLBACK_CONTEXT,
+                "a request to the reader was made from the event callback", name);
   }
   llrp::Message msg;
   {
     std::lock_guard g(stateLock_);
     if (!connected_) {
-      error_ = ErrorRecord{RFID_API_NOT_CONNECTED, 0, 0, 0, 0, 0, static_cast<uint32_t>(type),
-                           "the connection to the reader is lost", name};
+      error_ = ErrorRecord{RFID_API_NOT_CONNECTED,
+                           0,
+                           0,
+                           0,
+                           0,
+                           0,
+                           static_cast<uint32_t>(type),
+                           "the connection to the reader is lost",
+                           name};
       return RFID_API_NOT_CONNECTED;
     }
     msg.id = nextMessageId_++;
@@ -647,33 +673,62 @@ RfidStatus ReaderSession::request(llrp::MessageBody body, MessageType expected, 
     reply_.reset();
     if (std::holds_alternative<llrp::ErrorMessage>(reply.body)) return RFID_API_SUCCESS;
     if (llrp::messageType(reply.body) != expected) {
-      error_ = ErrorRecord{RFID_API_PROTOCOL_ERROR, 0, 0, 0, 0, 0, static_cast<uint32_t>(type),
-                           std::string("the reader answered ") + llrp::messageName(llrp::messageType(reply.body)) +
-                               " instead of " + llrp::messageName(expected),
+      error_ = ErrorRecord{RFID_API_PROTOCOL_ERROR,
+                           0,
+                           0,
+                           0,
+                           0,
+                           0,
+                           static_cast<uint32_t>(type),
+                           std::string("the reader answered ") +
+                               llrp::messageName(llrp::messageType(reply.body)) + " instead of " +
+                               llrp::messageName(expected),
                            name};
       return RFID_API_PROTOCOL_ERROR;
     }
     return RFID_API_SUCCESS;
   }
   if (replyError_) {
-    error_ = ErrorRecord{RFID_API_PROTOCOL_ERROR, 0, 0, 0, 0, 0, static_cast<uint32_t>(type),
-                         "the reader's answer could not be decoded: " + replyError_->text(), name};
+    error_ = ErrorRecord{RFID_API_PROTOCOL_ERROR,
+                         0,
+                         0,
+                         0,
+                         0,
+                         0,
+                         static_cast<uint32_t>(type),
+                         "the reader's answer could not be decoded: " + replyError_->text(),
+                         name};
     replyError_.reset();
     return RFID_API_PROTOCOL_ERROR;
   }
   if (!connected_) {
-    error_ = ErrorRecord{RFID_API_NOT_CONNECTED, 0, 0, 0, 0, 0, static_cast<uint32_t>(type),
-                         "the connection to the reader was lost while waiting for the answer", name};
+    error_ = ErrorRecord{RFID_API_NOT_CONNECTED,
+                         0,
+                         0,
+                         0,
+                         0,
+                         0,
+                         static_cast<uint32_t>(type),
+                         "the connection to the reader was lost while waiting for the answer",
+                         name};
     return RFID_API_NOT_CONNECTED;
   }
-  error_ = ErrorRecord{RFID_API_COMMAND_TIMEOUT, 0, 0, 0, 0, 0, static_cast<uint32_t>(type),
-                       "no answer from the reader within " + std::to_string(responseTimeoutMs_) + " ms",
-                       name};
+  error_ =
+      ErrorRecord{RFID_API_COMMAND_TIMEOUT,
+                  0,
+                  0,
+                  0,
+                  0,
+                  0,
+                  static_cast<uint32_t>(type),
+                  "no answer from the reader within " + std::to_string(responseTimeoutMs_) + " ms",
+                  name};
   return RFID_API_COMMAND_TIMEOUT;
 }
 
 // A request whose reply must carry a successful LLRPStatus.
-RfidStatus ReaderSession::requestChecked(llrp::MessageBody body, MessageType expected, llrp::Message& reply) {
+RfidStatus ReaderSession::requestChecked(llrp::MessageBody body, MessageType expected,
+                                         llrp::Message& reply) {
   const auto type = static_cast<uint32_t>(llrp::messageType(body));
   RfidStatus st = request(std::move(body), expected, reply);
   if (st != RFID_API_SUCCESS) return st;
@@ -767,8 +822,15 @@ void ReaderSession::connectionLost(const std::string& why) {
     d.reason = readerClosing_ ? READER_INITIATED_DISCONNECTION : CONNECTION_LOST;
     disconnectionData_ = d;
     if (notify) {
-      error_ = ErrorRecord{RFID_API_NOT_CONNECTED, 0, 0, 0, 0, 0, 0,
-                           readerClosing_ ? "the reader closed the connection" : "the connection to the reader is lost",
+      error_ = ErrorRecord{RFID_API_NOT_CONNECTED,
+                           0,
+                           0,
+                           0,
+                           0,
+                           0,
+                           0,
+                           readerClosing_ ? "the reader closed the connection"
+                                          : "the connection to the reader is lost",
                            why};
     }
   }
@@ -803,14 +865,16 @@ void ReaderSession::handleFrame(const std::vector<uint8_t>& frame, std::vector<u
     return;
   }
   std::lock_guard g(stateLock_);
-  const bool errorForUs = std::holds_alternative<llrp::ErrorMessage>(msg.body) && pendingId_ != 0 && msg.id == 0;
+  const bool errorForUs =
+      std::holds_alternative<llrp::ErrorMessage>(msg.body) && pendingId_ != 0 && msg.id == 0;
   if (pendingId_ != 0 && (msg.id == pendingId_ || errorForUs)) {
     reply_ = std::move(msg);
     replyCond_.notify_all();
   }
 }
 
-void ReaderSession::handleReport(const llrp::ROAccessReport& report, std::vector<uint32_t>& events) {
+void ReaderSession::handleReport(const llrp::ROAccessReport& report,
+                                 std::vector<uint32_t>& events) {
   std::shared_ptr<const PostFilterData> filter;
   uint32_t maxEpc;
   {
@@ -837,7 +901,7 @@ void ReaderSession::handleReport(const llrp::ROAccessReport& report, std::vector
     t.PC = carry_.pc;
     if (r.c1g2CRC) t.CRC = *r.c1g2CRC;
     t.tagSeenCount = r.tagSeenCount ? *r.tagSeenCount : 1;
-    uint64_t when = r.firstSeenTimestampUTC   ? *r.firstSeenTimestampUTC
+    uint64_t when = r.firstSeenTimestampUTC  ? *r.firstSeenTimestampUTC
                     : r.lastSeenTimestampUTC ? *r.lastSeenTimestampUTC
                                              : nowMicros();
     t.seenTime = toDateTime(when);
@@ -849,7 +913,8 @@ void ReaderSession::handleReport(const llrp::ROAccessReport& report, std::vector
       }
     }
     if (filter) {
-      if (filter->matchRssi && (t.peakRSSI < filter->rssiMin || t.peakRSSI > filter->rssiMax)) continue;
+      if (filter->matchRssi && (t.peakRSSI < filter->rssiMin || t.peakRSSI > filter->rssiMax))
+        continue;
       if (filter->bits > 0) {
         if (uint32_t{filter->offset} + filter->bits > epc.size() * 8u) continue;
         bool match = true;
@@ -888,7 +953,8 @@ void ReaderSession::handleReport(const llrp::ROAccessReport& report, std::vector
   if (full) events.push_back(BUFFER_FULL_EVENT);
 }
 
-void ReaderSession::handleEvent(const llrp::ReaderEventNotificationData& d, std::vector<uint32_t>& events) {
+void ReaderSession::handleEvent(const llrp::ReaderEventNotificationData& d,
+                                std::vector<uint32_t>& events) {
   std::lock_guard g(stateLock_);
   if (d.connectionCloseEvent) readerClosing_ = true;
   if (d.gpiEvent) {
@@ -911,8 +977,9 @@ void ReaderSession::handleEvent(const llrp::ReaderEventNotificationData& d, std:
   if (d.antennaEvent) {
     AntennaEventData e;
     e.antennaId = d.antennaEvent->antennaId;
-    e.state = d.antennaEvent->eventType == llrp::AntennaEventType::kAntennaConnected ? ANTENNA_CONNECTED
-                                                                                      : ANTENNA_DISCONNECTED;
+    e.state = d.antennaEvent->eventType == llrp::AntennaEventType::kAntennaConnected
+                  ? ANTENNA_CONNECTED
+                  : ANTENNA_DISCONNECTED;
     antennaData_ = e;
     events.push_back(ANTENNA_EVENT);
   }
@@ -924,7 +991,9 @@ void ReaderSession::handleEvent(const llrp::ReaderEventNotificationData& d, std:
   }
   if (d.reportBufferLevelWarningEvent || d.reportBufferOverflowErrorEvent) {
     BufferEventData e;
-    e.percentFull = d.reportBufferOverflowErrorEvent ? 100 : d.reportBufferLevelWarningEvent->reportBufferPercentageFull;
+    e.percentFull = d.reportBufferOverflowErrorEvent
+                        ? 100
+                        : d.reportBufferLevelWarningEvent->reportBufferPercentageFull;
     readerBufferData_ = e;
     events.push_back(READER_BUFFER_EVENT);
   }
@@ -954,9 +1023,11 @@ RfidStatus ReaderSession::caps(ReaderCaps& out) {
   return RFID_API_SUCCESS;
 }
 
-RfidStatus ReaderSession::registerEvents(const uint32_t* types, uint32_t count, RfidEventCallback callback,
+RfidStatus ReaderSession::registerEvents(const uint32_t* types, uint32_t count,
+                                         RfidEventCallback callback,
                                          RfidEventContextCallback contextCallback, void* context) {
-  if (count > 0 && types == nullptr) return fail(RFID_API_PARAM_ERROR, "the event type list is null");
+  if (count > 0 && types == nullptr)
+    return fail(RFID_API_PARAM_ERROR, "the event type list is null");
   Registration reg;
   for (uint32_t i = 0; i < count; ++i) {
     if (types[i] >= kRfidEventTypeCount) {
@@ -982,9 +1053,11 @@ RfidStatus ReaderSession::eventData(uint32_t eventType, T& out) {
   } else if constexpr (std::is_same_v<T, AntennaEventData>) {
     if (eventType == ANTENNA_EVENT) slot = &antennaData_;
   } else if constexpr (std::is_same_v<T, InventoryEventData>) {
-    if (eventType == INVENTORY_START_EVENT || eventType == INVENTORY_STOP_EVENT) slot = &inventoryData_;
+    if (eventType == INVENTORY_START_EVENT || eventType == INVENTORY_STOP_EVENT)
+      slot = &inventoryData_;
   } else if constexpr (std::is_same_v<T, BufferEventData>) {
-    if (eventType == BUFFER_FULL_WARNING_EVENT || eventType == BUFFER_FULL_EVENT) slot = &bufferData_;
+    if (eventType == BUFFER_FULL_WARNING_EVENT || eventType == BUFFER_FULL_EVENT)
+      slot = &bufferData_;
     if (eventType == READER_BUFFER_EVENT) slot = &readerBufferData_;
   } else if constexpr (std::is_same_v<T, DisconnectionEventData>) {
     if (eventType == DISCONNECTION_EVENT) slot = &disconnectionData_;
@@ -993,7 +1066,8 @@ RfidStatus ReaderSession::eventData(uint32_t eventType, T& out) {
   }
   if (slot == nullptr) {
     g.unlock();
-    return fail(RFID_API_PARAM_ERROR, "event type " + std::to_string(eventType) + " has no data of this kind");
+    return fail(RFID_API_PARAM_ERROR,
+                "event type " + std::to_string(eventType) + " has no data of this kind");
   }
   if (!slot->has_value()) {
     g.unlock();
@@ -1015,19 +1089,23 @@ RfidStatus ReaderSession::readTag(ReaderTagData& out) {
   return tags_.pop(out) ? RFID_API_SUCCESS : RFID_API_NO_DATA;
 }
 
-RfidStatus ReaderSession::performInventory(const PostFilter* postFilter, const AntennaInfo* antennas,
+RfidStatus ReaderSession::performInventory(const PostFilter* postFilter,
+                                           const AntennaInfo* antennas,
                                            const TriggerRecord* triggers) {
-  if (onReceiveThread()) return fail(RFID_API_CALLBACK_CONTEXT, "RFID_PerformInventory called from the event callback");
+  if (onReceiveThread())
+    return fail(RFID_API_CALLBACK_CONTEXT, "RFID_PerformInventory called from the event callback");
   std::lock_guard op(opLock_);
   const uint16_t n = antennaCount();
   std::vector<uint16_t> ids;
   if (antennas != nullptr && antennas->count > 0) {
-    if (antennas->antennaIds == nullptr) return fail(RFID_API_PARAM_ERROR, "the antenna list is null");
+    if (antennas->antennaIds == nullptr)
+      return fail(RFID_API_PARAM_ERROR, "the antenna list is null");
     for (uint32_t i = 0; i < antennas->count; ++i) {
       const uint16_t id = antennas->antennaIds[i];
       if (id == 0 || id > n) {
-        return fail(RFID_API_PARAM_OUT_OF_RANGE,
-                    "antenna " + std::to_string(id) + " is not one of the reader's " + std::to_string(n));
+        return fail(
+            RFID_API_PARAM_OUT_OF_RANGE,
+            "antenna " + std::to_string(id) + " is not one of the reader's " + std::to_string(n));
       }
       if (std::find(ids.begin(), ids.end(), id) == ids.end()) ids.push_back(id);
     }
@@ -1039,7 +1117,8 @@ RfidStatus ReaderSession::performInventory(const PostFilter* postFilter, const A
       if (postFilter->epcPattern == nullptr || postFilter->patternBitCount > kMaxTagIdBytes * 8) {
         return fail(RFID_API_PARAM_ERROR, "the post-filter pattern is null or longer than an EPC");
       }
-      d->pattern.assign(postFilter->epcPattern, postFilter->epcPattern + (postFilter->patternBitCount + 7) / 8);
+      d->pattern.assign(postFilter->epcPattern,
+                        postFilter->epcPattern + (postFilter->patternBitCount + 7) / 8);
       d->bits = postFilter->patternBitCount;
       d->offset = postFilter->epcBitOffset;
     }
@@ -1049,7 +1128,8 @@ RfidStatus ReaderSession::performInventory(const PostFilter* postFilter, const A
     pf = std::move(d);
   }
   if (triggers != nullptr) {
-    if (triggers->start.type > StartTriggerType::Gpi || triggers->stop.type > StopTriggerType::RoundCount) {
+    if (triggers->start.type > StartTriggerType::Gpi ||
+        triggers->stop.type > StopTriggerType::RoundCount) {
       return fail(RFID_API_PARAM_OUT_OF_RANGE, "unknown start or stop trigger type");
     }
   }
@@ -1110,7 +1190,8 @@ RfidStatus ReaderSession::installInventory() {
   if (st != RFID_API_SUCCESS) {
     ErrorRecord saved = lastError();
     if (!unreachable(st)) {
-      (void)requestChecked(llrp::DeleteROSpec{req.roSpecId}, MessageType::kDeleteROSpecResponse, reply);
+      (void)requestChecked(llrp::DeleteROSpec{req.roSpecId}, MessageType::kDeleteROSpecResponse,
+                           reply);
     }
     roSpecInstalled_ = false;
     std::lock_guard g(stateLock_);
@@ -1128,14 +1209,17 @@ RfidStatus ReaderSession::removeInventory() {
   // STOP fails for a ROSpec that has already ended; DELETE decides the result. A silent or
   // lost reader ends the sequence at once, so that the call waits one time-out at most.
   RfidStatus st = requestChecked(llrp::StopROSpec{id}, MessageType::kStopROSpecResponse, reply);
-  if (!unreachable(st)) st = requestChecked(llrp::DisableROSpec{id}, MessageType::kDisableROSpecResponse, reply);
-  if (!unreachable(st)) st = requestChecked(llrp::DeleteROSpec{id}, MessageType::kDeleteROSpecResponse, reply);
+  if (!unreachable(st))
+    st = requestChecked(llrp::DisableROSpec{id}, MessageType::kDisableROSpecResponse, reply);
+  if (!unreachable(st))
+    st = requestChecked(llrp::DeleteROSpec{id}, MessageType::kDeleteROSpecResponse, reply);
   roSpecInstalled_ = false;
   return st;
 }
 
 RfidStatus ReaderSession::stopInventory() {
-  if (onReceiveThread()) return fail(RFID_API_CALLBACK_CONTEXT, "RFID_StopInventory called from the event callback");
+  if (onReceiveThread())
+    return fail(RFID_API_CALLBACK_CONTEXT, "RFID_StopInventory called from the event callback");
   std::lock_guard op(opLock_);
   bool discard;
   bool connected;
@@ -1155,13 +1239,16 @@ RfidStatus ReaderSession::stopInventory() {
   return st;
 }
 
-RfidStatus ReaderSession::getAntennaConfig(uint16_t antennaId, uint16_t& rx, uint16_t& power, uint16_t& freq) {
-  if (onReceiveThread()) return fail(RFID_API_CALLBACK_CONTEXT, "RFID_GetAntennaConfig called from the event callback");
+RfidStatus ReaderSession::getAntennaConfig(uint16_t antennaId, uint16_t& rx, uint16_t& power,
+                                           uint16_t& freq) {
+  if (onReceiveThread())
+    return fail(RFID_API_CALLBACK_CONTEXT, "RFID_GetAntennaConfig called from the event callback");
   std::lock_guard op(opLock_);
   const uint16_t n = antennaCount();
   if (antennaId == 0 || antennaId > n) {
-    return fail(RFID_API_PARAM_OUT_OF_RANGE,
-                "antenna " + std::to_string(antennaId) + " is not one of the reader's " + std::to_string(n));
+    return fail(RFID_API_PARAM_OUT_OF_RANGE, "antenna " + std::to_string(antennaId) +
+                                                 " is not one of the reader's " +
+                                                 std::to_string(n));
   }
   llrp::GetReaderConfig get;
   get.antennaId = antennaId;
@@ -1175,9 +1262,10 @@ RfidStatus ReaderSession::getAntennaConfig(uint16_t antennaId, uint16_t& rx, uin
     if (ac.antennaId == antennaId) found = &ac;
   }
   if (found == nullptr || !found->rfTransmitter) {
-    return fail(RFID_API_PROTOCOL_ERROR,
-                "the reader sent no transmitter configuration for antenna " + std::to_string(antennaId),
-                "GET_READER_CONFIG_RESPONSE");
+    return fail(
+        RFID_API_PROTOCOL_ERROR,
+        "the reader sent no transmitter configuration for antenna " + std::to_string(antennaId),
+        "GET_READER_CONFIG_RESPONSE");
   }
   std::lock_guard g(stateLock_);
   auto& a = antennas_[antennaId - 1];
@@ -1189,15 +1277,18 @@ RfidStatus ReaderSession::getAntennaConfig(uint16_t antennaId, uint16_t& rx, uin
   return RFID_API_SUCCESS;
 }
 
-RfidStatus ReaderSession::setAntennaConfig(uint16_t antennaId, uint16_t rx, uint16_t power, uint16_t freq) {
-  if (onReceiveThread()) return fail(RFID_API_CALLBACK_CONTEXT, "RFID_SetAntennaConfig called from the event callback");
+RfidStatus ReaderSession::setAntennaConfig(uint16_t antennaId, uint16_t rx, uint16_t power,
+                                           uint16_t freq) {
+  if (onReceiveThread())
+    return fail(RFID_API_CALLBACK_CONTEXT, "RFID_SetAntennaConfig called from the event callback");
   std::lock_guard op(opLock_);
   llrp::SetReaderConfig cfg;
   std::vector<uint16_t> ids;
   const uint16_t n = antennaCount();
   if (antennaId > n) {
-    return fail(RFID_API_PARAM_OUT_OF_RANGE,
-                "antenna " + std::to_string(antennaId) + " is not one of the reader's " + std::to_string(n));
+    return fail(RFID_API_PARAM_OUT_OF_RANGE, "antenna " + std::to_string(antennaId) +
+                                                 " is not one of the reader's " +
+                                                 std::to_string(n));
   }
   {
     std::lock_guard g(stateLock_);
@@ -1207,9 +1298,16 @@ RfidStatus ReaderSession::setAntennaConfig(uint16_t antennaId, uint16_t rx, uint
         known = caps_.transmitPowerIndexes[i] == power;
       }
       if (!known) {
-        error_ = ErrorRecord{RFID_API_PARAM_OUT_OF_RANGE, 0, 0, 0, 0, 0, 0,
-                             "power index " + std::to_string(power) + " is not in the reader's power table",
-                             "transmit power table of " + std::to_string(caps_.numTransmitPowerLevels) + " entries"};
+        error_ = ErrorRecord{
+            RFID_API_PARAM_OUT_OF_RANGE,
+            0,
+            0,
+            0,
+            0,
+            0,
+            0,
+            "power index " + std::to_string(power) + " is not in the reader's power table",
+            "transmit power table of " + std::to_string(caps_.numTransmitPowerLevels) + " entries"};
         return RFID_API_PARAM_OUT_OF_RANGE;
       }
     }
@@ -1252,8 +1350,9 @@ RfidStatus ReaderSession::getSingulation(uint16_t antennaId, SingulationControl&
   const uint16_t n = caps_.numAntennas;
   if (antennaId > n) {
     g.unlock();
-    return fail(RFID_API_PARAM_OUT_OF_RANGE,
-                "antenna " + std::to_string(antennaId) + " is not one of the reader's " + std::to_string(n));
+    return fail(RFID_API_PARAM_OUT_OF_RANGE, "antenna " + std::to_string(antennaId) +
+                                                 " is not one of the reader's " +
+                                                 std::to_string(n));
   }
   out = singulation_[antennaId == 0 ? 0 : antennaId - 1];
   return RFID_API_SUCCESS;
@@ -1265,11 +1364,13 @@ RfidStatus ReaderSession::setSingulation(uint16_t antennaId, const SingulationCo
   const bool stateAwareOk = caps_.stateAwareSingulation;
   g.unlock();
   if (antennaId > n) {
-    return fail(RFID_API_PARAM_OUT_OF_RANGE,
-                "antenna " + std::to_string(antennaId) + " is not one of the reader's " + std::to_string(n));
+    return fail(RFID_API_PARAM_OUT_OF_RANGE, "antenna " + std::to_string(antennaId) +
+                                                 " is not one of the reader's " +
+                                                 std::to_string(n));
   }
   if (in.session > 3 || in.inventoryState > 1 || in.slFlag > 1) {
-    return fail(RFID_API_PARAM_OUT_OF_RANGE, "session must be 0..3, inventory state and SL flag 0 or 1");
+    return fail(RFID_API_PARAM_OUT_OF_RANGE,
+                "session must be 0..3, inventory state and SL flag 0 or 1");
   }
   if (in.stateAware && !stateAwareOk) {
     return fail(RFID_API_NOT_SUPPORTED, "the reader cannot do state-aware singulation");
@@ -1317,16 +1418,19 @@ RfidStatus ReaderSession::addPreFilter(uint16_t antennaId, const PreFilter& f, u
       return fail(RFID_API_PARAM_OUT_OF_RANGE, "state-aware target must be 0..4 and action 0..7");
     }
   } else if (f.filterType == PREFILTER_STATE_UNAWARE) {
-    if (f.stateUnawareAction > 5) return fail(RFID_API_PARAM_OUT_OF_RANGE, "state-unaware action must be 0..5");
+    if (f.stateUnawareAction > 5)
+      return fail(RFID_API_PARAM_OUT_OF_RANGE, "state-unaware action must be 0..5");
   } else {
-    return fail(RFID_API_PARAM_OUT_OF_RANGE, "filter type must be 1 (state-aware) or 2 (state-unaware)");
+    return fail(RFID_API_PARAM_OUT_OF_RANGE,
+                "filter type must be 1 (state-aware) or 2 (state-unaware)");
   }
   std::unique_lock g(stateLock_);
   const uint16_t n = caps_.numAntennas;
   if (antennaId > n) {
     g.unlock();
-    return fail(RFID_API_PARAM_OUT_OF_RANGE,
-                "antenna " + std::to_string(antennaId) + " is not one of the reader's " + std::to_string(n));
+    return fail(RFID_API_PARAM_OUT_OF_RANGE, "antenna " + std::to_string(antennaId) +
+                                                 " is not one of the reader's " +
+                                                 std::to_string(n));
   }
   if (f.filterType == PREFILTER_STATE_AWARE && !caps_.stateAwareSingulation) {
     g.unlock();
@@ -1334,7 +1438,8 @@ RfidStatus ReaderSession::addPreFilter(uint16_t antennaId, const PreFilter& f, u
   }
   if (filters_.size() >= kMaxPreFilters) {
     g.unlock();
-    return fail(RFID_API_RESOURCE_LIMIT, "already " + std::to_string(kMaxPreFilters) + " pre-filters");
+    return fail(RFID_API_RESOURCE_LIMIT,
+                "already " + std::to_string(kMaxPreFilters) + " pre-filters");
   }
   StoredPreFilter s;
   s.index = nextFilterIndex_++;
@@ -1365,7 +1470,8 @@ RfidStatus ReaderSession::deletePreFilter(uint16_t antennaId, uint32_t index) {
 }
 
 RfidStatus ReaderSession::saveConfig() {
-  if (onReceiveThread()) return fail(RFID_API_CALLBACK_CONTEXT, "RFID_SaveLlrpConfig called from the event callback");
+  if (onReceiveThread())
+    return fail(RFID_API_CALLBACK_CONTEXT, "RFID_SaveLlrpConfig called from the event callback");
   std::lock_guard op(opLock_);
   uint32_t maker;
   {
@@ -1401,7 +1507,8 @@ RfidStatus ReaderSession::saveConfig() {
   frame.insert(frame.end(), c.data.begin(), c.data.end());
   llrp::Message status;
   if (!llrp::decode(frame, status).ok()) {
-    return fail(RFID_API_PROTOCOL_ERROR, "the save answer carries no readable LLRPStatus", "CUSTOM_MESSAGE");
+    return fail(RFID_API_PROTOCOL_ERROR, "the save answer carries no readable LLRPStatus",
+                "CUSTOM_MESSAGE");
   }
   const auto& s = std::get<llrp::SetReaderConfigResponse>(status.body).llrpStatus;
   if (s.statusCode != llrp::StatusCode::kSuccess) {

@@ -119,7 +119,8 @@ class ReaderSession {
 
   // Requests (opLock_ held).
   RfidStatus request(llrp::MessageBody body, llrp::MessageType expected, llrp::Message& reply);
-  RfidStatus requestChecked(llrp::MessageBody body, llrp::MessageType expected, llrp::Message& reply);
+  RfidStatus requestChecked(llrp::MessageBody body, llrp::MessageType expected,
+                            llrp::Message& reply);
   RfidStatus sendFrame(const llrp::Message& message);
   RfidStatus installInventory();
   RfidStatus removeInventory();
@@ -164,8 +165,8 @@ class ReaderSession {
   std::mutex stateLock_;  // guards every member from here to tags_
   std::condition_variable replyCond_;
   bool connected_ = false;
-  bool closing_ = false;         // the client is closing: no disconnection event
-  bool readerClosing_ = false;   // the reader announced ConnectionCloseEvent
+  bool closing_ = false;        // the client is closing: no disconnection event
+  bool readerClosing_ = false;  // the reader announced ConnectionCloseEvent
   uint32_t nextMessageId_ = 1;
   uint32_t pendingId_ = 0;
   std::optional<llrp::Message> reply_;

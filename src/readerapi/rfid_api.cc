@@ -75,8 +75,8 @@ bool narrowHost(const wchar_t* host, std::string& out) {
 
 }  // namespace
 
-RfidStatus RFID_ConnectW(ReaderHandle* handle, const wchar_t* host, uint32_t port, uint32_t timeoutMs,
-                         const ConnectionOptions* options) {
+RfidStatus RFID_ConnectW(ReaderHandle* handle, const wchar_t* host, uint32_t port,
+                         uint32_t timeoutMs, const ConnectionOptions* options) {
   try {
     if (handle == nullptr || host == nullptr) {
       tlsConnectError = ErrorRecord{};
@@ -145,7 +145,8 @@ RfidStatus RFID_GetReaderCapsW(ReaderHandle handle, ReaderCaps* caps) {
 
 RfidStatus RFID_RegisterEventNotificationCallback(ReaderHandle handle, const uint32_t* eventTypes,
                                                   uint32_t count, RfidEventCallback callback,
-                                                  RfidEventContextCallback contextCallback, void* context) {
+                                                  RfidEventContextCallback contextCallback,
+                                                  void* context) {
   try {
     auto s = Registry::instance().find(handle);
     if (!s) return noSession(handle);
@@ -181,10 +182,12 @@ RfidStatus RFID_GetEventData(ReaderHandle handle, uint32_t eventType, InventoryE
 RfidStatus RFID_GetEventData(ReaderHandle handle, uint32_t eventType, BufferEventData* data) {
   return getEventData(handle, eventType, data);
 }
-RfidStatus RFID_GetEventData(ReaderHandle handle, uint32_t eventType, DisconnectionEventData* data) {
+RfidStatus RFID_GetEventData(ReaderHandle handle, uint32_t eventType,
+                             DisconnectionEventData* data) {
   return getEventData(handle, eventType, data);
 }
-RfidStatus RFID_GetEventData(ReaderHandle handle, uint32_t eventType, ReaderExceptionEventData* data) {
+RfidStatus RFID_GetEventData(ReaderHandle handle, uint32_t eventType,
+                             ReaderExceptionEventData* data) {
   return getEventData(handle, eventType, data);
 }
 
@@ -206,8 +209,9 @@ RfidStatus RFID_DeallocateTag(ReaderHandle /*handle*/, ReaderTagData* tag) {
   return RFID_API_SUCCESS;
 }
 
-RfidStatus RFID_PerformInventory(ReaderHandle handle, const PostFilter* postFilter, const AntennaInfo* antennas,
-                                 const TriggerRecord* triggers, void* reserved) {
+RfidStatus RFID_PerformInventory(ReaderHandle handle, const PostFilter* postFilter,
+                                 const AntennaInfo* antennas, const TriggerRecord* triggers,
+                                 void* reserved) {
   try {
     auto s = Registry::instance().find(handle);
     if (!s) return noSession(handle);
@@ -228,32 +232,38 @@ RfidStatus RFID_StopInventory(ReaderHandle handle) {
   }
 }
 
-RfidStatus RFID_GetAntennaConfig(ReaderHandle handle, uint16_t antennaId, uint16_t* receiveSensitivityIndex,
-                                 uint16_t* transmitPowerIndex, uint16_t* transmitFrequencyIndex) {
+RfidStatus RFID_GetAntennaConfig(ReaderHandle handle, uint16_t antennaId,
+                                 uint16_t* receiveSensitivityIndex, uint16_t* transmitPowerIndex,
+                                 uint16_t* transmitFrequencyIndex) {
   try {
     auto s = Registry::instance().find(handle);
     if (!s) return noSession(handle);
-    if (receiveSensitivityIndex == nullptr || transmitPowerIndex == nullptr || transmitFrequencyIndex == nullptr) {
+    if (receiveSensitivityIndex == nullptr || transmitPowerIndex == nullptr ||
+        transmitFrequencyIndex == nullptr) {
       return RFID_API_PARAM_ERROR;
     }
-    return s->getAntennaConfig(antennaId, *receiveSensitivityIndex, *transmitPowerIndex, *transmitFrequencyIndex);
+    return s->getAntennaConfig(antennaId, *receiveSensitivityIndex, *transmitPowerIndex,
+                               *transmitFrequencyIndex);
   } catch (...) {
     return RFID_API_RESOURCE_LIMIT;
   }
 }
 
-RfidStatus RFID_SetAntennaConfig(ReaderHandle handle, uint16_t antennaId, uint16_t receiveSensitivityIndex,
-                                 uint16_t transmitPowerIndex, uint16_t transmitFrequencyIndex) {
+RfidStatus RFID_SetAntennaConfig(ReaderHandle handle, uint16_t antennaId,
+                                 uint16_t receiveSensitivityIndex, uint16_t transmitPowerIndex,
+                                 uint16_t transmitFrequencyIndex) {
   try {
     auto s = Registry::instance().find(handle);
     if (!s) return noSession(handle);
-    return s->setAntennaConfig(antennaId, receiveSensitivityIndex, transmitPowerIndex, transmitFrequencyIndex);
+    return s->setAntennaConfig(antennaId, receiveSensitivityIndex, transmitPowerIndex,
+                               transmitFrequencyIndex);
   } catch (...) {
     return RFID_API_RESOURCE_LIMIT;
   }
 }
 
-RfidStatus RFID_GetSingulationControl(ReaderHandle handle, uint16_t antennaId, SingulationControl* control) {
+RfidStatus RFID_GetSingulationControl(ReaderHandle handle, uint16_t antennaId,
+                                      SingulationControl* control) {
   try {
     auto s = Registry::instance().find(handle);
     if (!s) return noSession(handle);
@@ -264,7 +274,8 @@ RfidStatus RFID_GetSingulationControl(ReaderHandle handle, uint16_t antennaId, S
   }
 }
 
-RfidStatus RFID_SetSingulationControl(ReaderHandle handle, uint16_t antennaId, const SingulationControl* control) {
+RfidStatus RFID_SetSingulationControl(ReaderHandle handle, uint16_t antennaId,
+                                      const SingulationControl* control) {
   try {
     auto s = Registry::instance().find(handle);
     if (!s) return noSession(handle);
@@ -293,7 +304,8 @@ RfidStatus RFID_SetTagStorageSettings(ReaderHandle handle, const TagStorageSetti
   }
 }
 
-RfidStatus RFID_AddPreFilter(ReaderHandle handle, uint16_t antennaId, const PreFilter* filter, uint32_t* index) {
+RfidStatus RFID_AddPreFilter(ReaderHandle handle, uint16_t antennaId, const PreFilter* filter,
+                             uint32_t* index) {
   try {
     auto s = Registry::instance().find(handle);
     if (!s) return noSession(handle);

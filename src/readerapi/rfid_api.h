@@ -30,10 +30,14 @@ RfidStatus RFID_Disconnect(ReaderHandle handle);
     ReaderHandle handle, const uint32_t* eventTypes, uint32_t count, RfidEventCallback callback,
     RfidEventContextCallback contextCallback, void* context);
 // Copies the data of the latest event of a kind; RFID_API_NO_DATA if none has come yet.
-[[nodiscard]] RfidStatus RFID_GetEventData(ReaderHandle handle, uint32_t eventType, GpiEventData* data);
-[[nodiscard]] RfidStatus RFID_GetEventData(ReaderHandle handle, uint32_t eventType, AntennaEventData* data);
-[[nodiscard]] RfidStatus RFID_GetEventData(ReaderHandle handle, uint32_t eventType, InventoryEventData* data);
-[[nodiscard]] RfidStatus RFID_GetEventData(ReaderHandle handle, uint32_t eventType, BufferEventData* data);
+[[nodiscard]] RfidStatus RFID_GetEventData(ReaderHandle handle, uint32_t eventType,
+                                           GpiEventData* data);
+[[nodiscard]] RfidStatus RFID_GetEventData(ReaderHandle handle, uint32_t eventType,
+                                           AntennaEventData* data);
+[[nodiscard]] RfidStatus RFID_GetEventData(ReaderHandle handle, uint32_t eventType,
+                                           InventoryEventData* data);
+[[nodiscard]] RfidStatus RFID_GetEventData(ReaderHandle handle, uint32_t eventType,
+                                           BufferEventData* data);
 [[nodiscard]] RfidStatus RFID_GetEventData(ReaderHandle handle, uint32_t eventType,
                                            DisconnectionEventData* data);
 [[nodiscard]] RfidStatus RFID_GetEventData(ReaderHandle handle, uint32_t eventType,
@@ -75,7 +79,8 @@ RfidStatus RFID_StopInventory(ReaderHandle handle);
                                                     const SingulationControl* control);
 
 // Copies the tag storage settings.
-[[nodiscard]] RfidStatus RFID_GetTagStorageSettings(ReaderHandle handle, TagStorageSettings* settings);
+[[nodiscard]] RfidStatus RFID_GetTagStorageSettings(ReaderHandle handle,
+                                                    TagStorageSettings* settings);
 // Changes the tag storage settings; a new maxTagCount empties the buffer.
 [[nodiscard]] RfidStatus RFID_SetTagStorageSettings(ReaderHandle handle,
                                                     const TagStorageSettings* settings);

@@ -110,22 +110,28 @@ TEST(InventorySpec, StartTriggers) {
 
 TEST(InventorySpec, StopTriggers) {
   bool needsStart;
-  auto dur = buildRoSpec(requestWith(StartTriggerType::Immediate, StopTriggerType::Duration), needsStart);
-  EXPECT_EQ(dur.roBoundarySpec.roSpecStopTrigger.roSpecStopTriggerType, llrp::ROSpecStopTriggerType::kDuration);
+  auto dur =
+      buildRoSpec(requestWith(StartTriggerType::Immediate, StopTriggerType::Duration), needsStart);
+  EXPECT_EQ(dur.roBoundarySpec.roSpecStopTrigger.roSpecStopTriggerType,
+            llrp::ROSpecStopTriggerType::kDuration);
   EXPECT_EQ(dur.roBoundarySpec.roSpecStopTrigger.durationTriggerValue, 5000u);
 
-  auto gpi = buildRoSpec(requestWith(StartTriggerType::Immediate, StopTriggerType::Gpi), needsStart);
+  auto gpi =
+      buildRoSpec(requestWith(StartTriggerType::Immediate, StopTriggerType::Gpi), needsStart);
   EXPECT_EQ(gpi.roBoundarySpec.roSpecStopTrigger.roSpecStopTriggerType,
             llrp::ROSpecStopTriggerType::kGPIWithTimeout);
   EXPECT_EQ(gpi.roBoundarySpec.roSpecStopTrigger.gpiTriggerValue->gpiPortNum, 2);
 
-  auto tags = buildRoSpec(requestWith(StartTriggerType::Immediate, StopTriggerType::TagCount), needsStart);
+  auto tags =
+      buildRoSpec(requestWith(StartTriggerType::Immediate, StopTriggerType::TagCount), needsStart);
   const auto& t = tags.aiSpecs[0].aiSpecStopTrigger;
   EXPECT_EQ(t.aiSpecStopTriggerType, llrp::AISpecStopTriggerType::kTagObservation);
-  EXPECT_EQ(t.tagObservationTrigger->triggerType, llrp::TagObservationTriggerType::kUponSeeingNTagsOrTimeout);
+  EXPECT_EQ(t.tagObservationTrigger->triggerType,
+            llrp::TagObservationTriggerType::kUponSeeingNTagsOrTimeout);
   EXPECT_EQ(t.tagObservationTrigger->numberOfTags, 100);
 
-  auto rounds = buildRoSpec(requestWith(StartTriggerType::Immediate, StopTriggerType::RoundCount), needsStart);
+  auto rounds = buildRoSpec(requestWith(StartTriggerType::Immediate, StopTriggerType::RoundCount),
+                            needsStart);
   const auto& r = rounds.aiSpecs[0].aiSpecStopTrigger;
   EXPECT_EQ(r.tagObservationTrigger->triggerType,
             llrp::TagObservationTriggerType::kNAttemptsToSeeAllTagsInFOVOrTimeout);
@@ -160,11 +166,12 @@ TEST(InventorySpec, AntennaPowerSessionFiltersAndReportFields) {
   ASSERT_EQ(cmd.filters.size(), 1u);
   EXPECT_EQ(cmd.filters[0].tagInventoryMask.pointer, 32);
   EXPECT_EQ(cmd.filters[0].tagInventoryMask.tagMask.bitCount, 16);
-  EXPECT_EQ(cmd.filters[0].stateUnawareAction->action, llrp::C1G2StateUnawareAction::kUnselectSelect);
+  EXPECT_EQ(cmd.filters[0].stateUnawareAction->action,
+            llrp::C1G2StateUnawareAction::kUnselectSelect);
   const auto& sel = spec.roReportSpec->tagReportContentSelector;
   EXPECT_EQ(spec.roReportSpec->n, 1);
-  EXPECT_TRUE(sel.enableAntennaId && sel.enablePeakRSSI && sel.enableChannelIndex && sel.enableTagSeenCount &&
-              sel.enableFirstSeenTimestamp);
+  EXPECT_TRUE(sel.enableAntennaId && sel.enablePeakRSSI && sel.enableChannelIndex &&
+              sel.enableTagSeenCount && sel.enableFirstSeenTimestamp);
   EXPECT_TRUE(sel.epcMemorySelectors.at(0).enablePCBits);
 }
 
@@ -179,7 +186,8 @@ TEST(ErrorDescriptions, EveryStatusHasItsOwnText) {
   EXPECT_EQ(texts.size(), std::size(statuses));
   EXPECT_STREQ(RFID_GetErrorDescriptionW(RFID_CONNECTION_REFUSED),
                L"Connection refused: nothing listens at the reader port");
-  EXPECT_STREQ(RFID_GetErrorDescriptionW(RFID_CONNECTION_DENIED), L"Connection denied by the reader");
+  EXPECT_STREQ(RFID_GetErrorDescriptionW(RFID_CONNECTION_DENIED),
+               L"Connection denied by the reader");
   EXPECT_STREQ(RFID_GetErrorDescriptionW(RFID_CONNECTION_TIMEOUT),
                L"Connection timed out: the reader did not answer");
   EXPECT_STREQ(RFID_GetErrorDescriptionW(9999), L"Unknown status");

@@ -1,9 +1,8 @@
 // The reader API against the reader simulator over loopback: connecting and refusals, each
 // trigger kind, tag read contents, a dropped link and reconnection, buffer overflow, antenna
 // power and saving the configuration.
-#include <gtest/gtest.h>
-
 #include <arpa/inet.h>
+#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -112,7 +111,8 @@ class ReaderApiTest : public ::testing::Test {
   // Connects handle_ and registers the recorder for every event.
   void open() {
     ASSERT_EQ(connect(handle_, sim_.llrpPort()), RFID_API_SUCCESS);
-    ASSERT_EQ(RFID_RegisterEventNotificationCallback(handle_, kAllEvents, 12, nullptr, &Recorder::onEvent, &rec_),
+    ASSERT_EQ(RFID_RegisterEventNotificationCallback(handle_, kAllEvents, 12, nullptr,
+                                                     &Recorder::onEvent, &rec_),
               RFID_API_SUCCESS);
   }
 
@@ -157,8 +157,10 @@ TEST_F(ReaderApiTest, SecondClientIsDeniedWithTexts) {
   ErrorInfo info;
   ASSERT_EQ(RFID_GetLastErrorInfoW(0, &info), RFID_API_SUCCESS);
   EXPECT_EQ(info.status, RFID_CONNECTION_DENIED);
-  EXPECT_NE(std::wstring(info.statusDesc).find(L"refused the connection"), std::wstring::npos) << info.statusDesc;
-  EXPECT_NE(std::wstring(info.vendorMessage).find(L"ConnectionAttemptEvent status"), std::wstring::npos);
+  EXPECT_NE(std::wstring(info.statusDesc).find(L"refused the connection"), std::wstring::npos)
+      << info.statusDesc;
+  EXPECT_NE(std::wstring(info.vendorMessage).find(L"ConnectionAttemptEvent status"),
+            std::wstring::npos);
   // The first client is unaffected.
   ReaderCaps caps;
   EXPECT_EQ(RFID_GetReaderCapsW(handle_, &caps), RFID_API_SUCCESS);
@@ -214,11 +216,15 @@ TEST_F(ReaderApiTest, EveryTriggerKindStartsAndStops) {
     uint32_t starts;           // start events to wait for
   };
   const Case cases[] = {
-      {"immediate/duration", StartTriggerType::Immediate, StopTriggerType::Duration, nullptr, nullptr, 1},
-      {"periodic/duration", StartTriggerType::Periodic, StopTriggerType::Duration, nullptr, nullptr, 2},
+      {"immediate/duration", StartTriggerType::Immediate, StopTriggerType::Duration, nullptr,
+       nullptr, 1},
+      {"periodic/duration", StartTriggerType::Periodic, StopTriggerType::Duration, nullptr, nullptr,
+       2},
       {"gpi/gpi", StartTriggerType::Gpi, StopTriggerType::Gpi, "gpi 1 1", "gpi 2 1", 1},
-      {"immediate/tags", StartTriggerType::Immediate, StopTriggerType::TagCount, nullptr, nullptr, 1},
-      {"immediate/rounds", StartTriggerType::Immediate, StopTriggerType::RoundCount, nullptr, nullptr, 1},
+      {"immediate/tags", StartTriggerType::Immediate, StopTriggerType::TagCount, nullptr, nullptr,
+       1},
+      {"immediate/rounds", StartTriggerType::Immediate, StopTriggerType::RoundCount, nullptr,
+       nullptr, 1},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -322,7 +328,8 @@ TEST_F(ReaderApiTest, AntennaListAndPreFilterChooseWhatIsRead) {
   EXPECT_EQ(RFID_DeletePreFilter(handle_, 0, 0), RFID_API_SUCCESS);
   const uint16_t bad[] = {9};
   AntennaInfo badAntennas{bad, 1};
-  EXPECT_EQ(RFID_PerformInventory(handle_, nullptr, &badAntennas, nullptr, nullptr), RFID_API_PARAM_OUT_OF_RANGE);
+  EXPECT_EQ(RFID_PerformInventory(handle_, nullptr, &badAntennas, nullptr, nullptr),
+            RFID_API_PARAM_OUT_OF_RANGE);
   ::unlink(path);
 }
 
@@ -389,7 +396,8 @@ TEST_F(ReaderApiTest, PowerRoundTripAndSavedConfiguration) {
   open();
   uint16_t rx = 1, power = 1, freq = 1;
   ASSERT_EQ(RFID_GetAntennaConfig(handle_, 2, &rx, &power, &freq), RFID_API_SUCCESS);
-  ASSERT_EQ(RFID_SetAntennaConfig(handle_, 2, rx, 41, freq), RFID_API_SUCCESS) << lastErrorText(handle_).c_str();
+  ASSERT_EQ(RFID_SetAntennaConfig(handle_, 2, rx, 41, freq), RFID_API_SUCCESS)
+      << lastErrorText(handle_).c_str();
   uint16_t rx2 = 0, power2 = 0, freq2 = 0;
   ASSERT_EQ(RFID_GetAntennaConfig(handle_, 2, &rx2, &power2, &freq2), RFID_API_SUCCESS);
   EXPECT_EQ(power2, 41);
@@ -398,7 +406,8 @@ TEST_F(ReaderApiTest, PowerRoundTripAndSavedConfiguration) {
   EXPECT_NE(sim_.command("power").find("2=41"), std::string::npos);
   EXPECT_EQ(RFID_SetAntennaConfig(handle_, 2, rx, 500, freq), RFID_API_PARAM_OUT_OF_RANGE);
   EXPECT_EQ(RFID_GetAntennaConfig(handle_, 5, &rx, &power, &freq), RFID_API_PARAM_OUT_OF_RANGE);
-  EXPECT_EQ(RFID_SaveLlrpConfig(handle_, nullptr), RFID_API_SUCCESS) << lastErrorText(handle_).c_str();
+  EXPECT_EQ(RFID_SaveLlrpConfig(handle_, nullptr), RFID_API_SUCCESS)
+      << lastErrorText(handle_).c_str();
   EXPECT_EQ(sim_.stat("config_saves"), 1);
 }
 
@@ -414,7 +423,8 @@ TEST_F(ReaderApiTest, ReaderErrorsCarryTheReadersTexts) {
   EXPECT_EQ(info.status, RFID_API_READER_ERROR);
   EXPECT_NE(info.llrpStatusCode, 0u);
   EXPECT_NE(info.statusDesc[0], L'\0');
-  EXPECT_NE(std::wstring(info.vendorMessage).find(L"ADD_ROSPEC"), std::wstring::npos) << info.vendorMessage;
+  EXPECT_NE(std::wstring(info.vendorMessage).find(L"ADD_ROSPEC"), std::wstring::npos)
+      << info.vendorMessage;
   // Nothing half-installed is left behind.
   EXPECT_EQ(sim_.command("rospecs"), "ok none");
 }

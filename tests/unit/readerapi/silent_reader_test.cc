@@ -1,8 +1,7 @@
 // A scripted LLRP peer that greets and then falls silent, for the paths no real reader shows on
 // demand: a request nobody answers, and a link that dies without TCP noticing.
-#include <gtest/gtest.h>
-
 #include <arpa/inet.h>
+#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -52,7 +51,8 @@ class ScriptedPeer {
   static void send(int fd, llrp::MessageBody body, uint32_t id) {
     std::vector<uint8_t> bytes;
     ASSERT_TRUE(llrp::encode(llrp::Message{id, std::move(body)}, bytes).ok());
-    ASSERT_EQ(::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
+    ASSERT_EQ(::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL),
+              static_cast<ssize_t>(bytes.size()));
   }
 
   void run() {
@@ -149,8 +149,9 @@ TEST(SilentReader, MissingKeepalivesMeanALostConnection) {
   ASSERT_EQ(RFID_ConnectW(&h, L"127.0.0.1", peer.port(), 0, &o), RFID_API_SUCCESS);
   LostFlag flag;
   const uint32_t events[] = {DISCONNECTION_EVENT};
-  ASSERT_EQ(RFID_RegisterEventNotificationCallback(h, events, 1, nullptr, &LostFlag::onEvent, &flag),
-            RFID_API_SUCCESS);
+  ASSERT_EQ(
+      RFID_RegisterEventNotificationCallback(h, events, 1, nullptr, &LostFlag::onEvent, &flag),
+      RFID_API_SUCCESS);
   peer.silence();  // the TCP connection stays up; no keepalive ever comes
   {
     std::unique_lock g(flag.lock);

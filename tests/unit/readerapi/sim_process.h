@@ -92,7 +92,8 @@ class SimProcess {
       a.sin_family = AF_INET;
       a.sin_port = htons(static_cast<uint16_t>(controlPort_));
       a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-      if (::connect(control_, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0) return "error connect";
+      if (::connect(control_, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0)
+        return "error connect";
       timeval tv{5, 0};
       ::setsockopt(control_, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
     }
