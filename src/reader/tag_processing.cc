@@ -56,18 +56,17 @@ void writeSerial(const ReaderTagData& tag, const TagView& view) {
     serialClose();
     return;
   }
-  if (n > kSerialTxFullThreshold) {
-    if (!s.serialTxFull) {
-      s.serialTxFull = true;
+  switch (serialTxUpdate(s.serialTxFull, n)) {
+    case SerialTxChange::BecameFull:
       Logger::log(6, "Serial Port Tx1: BUFFER data=%d%d\r\n", n, 1);
       if (s.dataChannelClientFd > 0) dataChannelNotify("BUFFER_FULL_EVENT");
-    }
-  } else if (n > 0) {
-    if (s.serialTxFull) {
-      s.serialTxFull = false;
+      break;
+    case SerialTxChange::Cleared:
       Logger::log(6, "Serial Port Tx: BUFFER cleared data=%d %d\r\n", n, 0);
       if (s.dataChannelClientFd > 0) dataChannelNotify("BUFFER_FULL_EVENT_CLEARED");
-    }
+      break;
+    case SerialTxChange::None:
+      break;
   }
 }
 
@@ -83,6 +82,18 @@ void writeTagDataLine(const ReaderTagData& tag, const TagView& view) {
 }
 
 }  // namespace
+
+SerialTxChange serialTxUpdate(bool& full, int written) {
+  if (written > kSerialTxFullThreshold && !full) {
+    full = true;
+    return SerialTxChange::BecameFull;
+  }
+  if (written > 0 && written <= kSerialTxFullThreshold && full) {
+    full = false;
+    return SerialTxChange::Cleared;
+  }
+  return SerialTxChange::None;
+}
 
 void processTagRead(const ReaderTagData* tag) {
   ServiceState& s = serviceState;

@@ -13,6 +13,11 @@ inline constexpr int kSerialTxFullThreshold = 3686;
 // Pending relay bytes at which the inventory is paused until the worker catches up.
 inline constexpr size_t kRelayBatchLimit = 71680;
 
+// What one serial write result does to the buffer-full notification.
+enum class SerialTxChange { None, BecameFull, Cleared };
+// Updates the full flag from a write result (the transmit queue fill level); the change to report.
+SerialTxChange serialTxUpdate(bool& full, int written);
+
 // Formats and routes one read; event thread only.
 void processTagRead(const ReaderTagData* tag);
 

@@ -1,0 +1,254 @@
+"""The first stream end to end: tessera-readersim -> tessera serial push -> a pty standing in for
+/dev/ttyS2, started and stopped over the command channel."""
+
+import os
+import socket
+import time
+import unittest
+
+from fixtures import Bench, SerialLine, crc_ok, write_config
+from harness import Tessera, free_port, recv_until, recv_zero_terminated, wait_until
+from simctl import Simulator
+
+START = "setup.operating_mode_serialPort=,5084 0 ,\r\n"
+
+
+def records(lines):
+    return lines[1:]
+
+
+class SerialPushTest(unittest.TestCase):
+    def bench(self, **kwargs):
+        b = Bench(**kwargs)
+        self.addCleanup(b.close)
+        return b
+
+    def test_every_read_arrives_once_in_order_with_a_valid_crc(self):
+        b = self.bench(serial={"TagMetaData": "45"})
+        self.assertEqual(b.tessera.command(START), b"PushDataStart:0\r\n\r\n")
+        lines = b.line.read_lines(count=60, timeout=20)
+        self.assertEqual(lines[0], "EPC,AntennaID,RSSI,TimeStamp,<CRC>")
+        # Stop the inventory, let the event thread drain, then every read the simulator sent
+        # must be on the line exactly once.
+        self.assertEqual(b.tessera.command("setup.operating_mode=standby\r\n"), b"ok\r\n\r\n")
+        lines = b.line.read_lines(timeout=15, quiet=2.5)
+        body = records(lines)
+        sent = b.sim.stats()["reads_sent"]
+        self.assertGreaterEqual(len(body), 60)
+        self.assertEqual(len(body), sent)
+        for line in body:
+            self.assertTrue(crc_ok(line), line)
+            epc, antenna, rssi, stamp = line.split(",")[:4]
+            self.assertRegex(epc, r"^[0-9A-F]{24}$")
+            self.assertIn(antenna, ("1", "2", "3", "4"))
+            self.assertRegex(rssi, r"^-\d+$")
+            self.assertRegex(stamp, r"^\d\d/\d\d/\d{4} \d\d:\d\d:\d\d:\d{3}$")
+        stamps = [l.split(",")[3] for l in body]
+        key = [(s[6:10], s[3:5], s[0:2], s[11:]) for s in stamps]
+        self.assertEqual(key, sorted(key), "reads out of order")
+        self.assertIn(b"InventoryRunning:PushData", b.tessera.command("getInventoryStatus"))
+
+    def test_tag_meta_data_zero_gives_the_default_fields(self):
+        b = self.bench(serial={"TagMetaData": "0"})
+        self.assertEqual(b.tessera.command(START), b"PushDataStart:0\r\n\r\n")
+        lines = b.line.read_lines(count=6)
+        self.assertTrue(lines[0].startswith("EPC,PC,AntennaID,RSSI,SeenCount,<"), lines[0])
+        for line in records(lines):
+            self.assertTrue(crc_ok(line), line)
+            fields = line.split(",")
+            self.assertEqual(len(fields), 5, line)  # EPC, PC, antenna, seen count, CRC
+            self.assertEqual(fields[1], "3000")     # PC of a 96-bit EPC, in hex
+
+    def test_every_field_and_the_phase(self):
+        b = self.bench(serial={"TagMetaData": "255"})
+        self.assertEqual(b.tessera.command(START), b"PushDataStart:0\r\n\r\n")
+        lines = b.line.read_lines(count=4)
+        self.assertTrue(lines[0].startswith(
+            "EPC,PC,AntennaID,RSSI,SeenCount,TimeStamp,Phase,ChannelIndex,<"), lines[0])
+        for line in records(lines):
+            fields = line.split(",")
+            self.assertEqual(len(fields), 9, line)
+            self.assertRegex(fields[6], r"^-?\d+\.\d\d$")
+
+    def test_pre_filters_of_the_relay_section_reduce_what_arrives(self):
+        sim_epcs = ["E2801160600002054CD6F1A4", "E2801160600002054CD6F1A5",
+                    "300833B2DDD9014000000001", "300833B2DDD9014000000002"]
+        root_file = os.path.join(os.environ.get("TMPDIR", "/tmp"), "tessera-epcs-%d" % os.getpid())
+        with open(root_file, "w") as f:
+            f.write("\n".join(sim_epcs) + "\n")
+        self.addCleanup(os.unlink, root_file)
+        b = self.bench(sim_args=("--epc-file", root_file, "--rate", "200"), serial={},
+                       relay={"PreFilterMode": "1", "PreFilters": "E280*"})
+        self.assertEqual(b.tessera.command(START), b"PushDataStart:0\r\n\r\n")
+        lines = b.line.read_lines(count=21)
+        epcs = {l.split(",")[0] for l in records(lines)}
+        self.assertTrue(epcs)
+        self.assertTrue(all(e.startswith("E280") for e in epcs), epcs)
+        self.assertTrue(b.tessera.wait_for_line(r"Added prefilter E280\* at index"))
+
+
+class FailingStartTest(unittest.TestCase):
+    def setUp(self):
+        self.sim = Simulator(("--tags", "5", "--rate", "50")).start()
+        self.addCleanup(self.sim.stop)
+
+    def start(self, serial=None, line=True, reader_port=None):
+        t = Tessera(reader_port=reader_port or self.sim.llrp_port)
+        write_config(t.root, serial=serial if serial is not None else {})
+        serial_line = SerialLine(t.root) if line else None
+        t.start()
+
+        def cleanup():
+            status = t.stop()
+            t.close()
+            if serial_line:
+                serial_line.close()
+            self.assertEqual(status, 0)
+        self.addCleanup(cleanup)
+        return t, serial_line
+
+    def test_missing_serial_port_answers_1(self):
+        t, _ = self.start(line=False)
+        self.assertEqual(t.command(START), b"PushDataStart:1\r\n\r\n")
+        self.assertTrue(t.wait_for_line("Unable to Open Serial Port."))
+
+    def test_mode_not_push_answers_2(self):
+        t, _ = self.start(serial={"Mode": "0"})
+        self.assertEqual(t.command(START), b"PushDataStart:2\r\n\r\n")
+
+    def test_existing_connection_answers_3(self):
+        t, _ = self.start()
+        self.assertEqual(t.command("setup.connection_config=,5084 0 ,\r\n"), b"ok\r\n\r\n")
+        self.assertEqual(t.command(START), b"PushDataStart:3\r\n\r\n")
+        self.assertTrue(t.wait_for_line("Connection Exists already"))
+
+    def test_unreachable_reader_answers_4_then_the_connection_reply(self):
+        t, _ = self.start(reader_port=free_port())
+        with t.connect() as c:
+            c.sendall(START.encode())
+            data = b""
+            deadline = time.monotonic() + 20
+            while data.count(b"\r\n\r\n") < 2 and time.monotonic() < deadline:
+                data += recv_until(c, b"\r\n\r\n", 2)
+        self.assertEqual(data, b"PushDataStart:4\r\n\r\n"
+                               b"Unable to establish connection to the reader\r\n\r\n")
+
+    def test_header_write_failure_answers_5(self):
+        t, line = self.start()
+        # Nobody reads the line and its buffer is full: the header write stalls and fails.
+        # The kernel moves queued bytes along in the background, so fill until it takes no more.
+        os.set_blocking(line.slave, False)
+        idle_rounds = 0
+        while idle_rounds < 3:
+            written = 0
+            for size in (1024, 1):
+                try:
+                    while True:
+                        written += os.write(line.slave, b"x" * size)
+                except BlockingIOError:
+                    pass
+            idle_rounds = idle_rounds + 1 if written == 0 else 0
+            time.sleep(0.1)
+        self.assertEqual(t.command(START), b"PushDataStart:5\r\n\r\n")
+        self.assertTrue(t.wait_for_line("Failed to send data over serial port."))
+
+
+class CommandSetTest(unittest.TestCase):
+    def setUp(self):
+        self.b = Bench(serial={})
+        self.addCleanup(self.b.close)
+        self.t = self.b.tessera
+
+    def test_inventory_status_in_each_state(self):
+        self.assertEqual(self.t.command("getInventoryStatus"), b"InventoryStandby\r\n\r\n")
+        self.assertEqual(self.t.command("setup.connection_config=,5084 0 ,\r\n"), b"ok\r\n\r\n")
+        self.assertEqual(self.t.command("getInventoryStatusXYZ"), b"InventoryRunning\r\n\r\n")
+        self.assertEqual(self.t.command("disconnect\r\n"), b"ok\r\n\r\n")
+        self.assertEqual(self.t.command(START), b"PushDataStart:0\r\n\r\n")
+        self.assertEqual(self.t.command("getInventoryStatus\r\n"),
+                         b"InventoryRunning:PushData\r\n\r\n")
+        self.assertEqual(self.t.command("setup.operating_mode=active\r\n"),
+                         b"InventoryAlreadyRunning\r\n\r\n")
+
+    def test_plain_inventory_sends_tag_data_lines_to_the_data_channel(self):
+        data = self.t.data_client()
+        self.addCleanup(data.close)
+        self.assertEqual(self.t.command("setup.connection_config=,5084 0 ,\r\n"), b"ok\r\n\r\n")
+        self.assertEqual(self.t.command("setup.operating_mode=active\r\n"), b"ok\r\n\r\n")
+        messages = recv_zero_terminated(data, count=6, timeout=15)
+        self.assertIn("INVENTORY_START_EVENT", messages)
+        tag_lines = [m for m in messages if m.startswith("TagData:")]
+        self.assertTrue(tag_lines, messages)
+        self.assertRegex(tag_lines[0], r"^TagData:\d\d/\d\d/\d{4} \d\d:\d\d:\d\d:\d{3},"
+                                       r"[0-9A-F]{24},[ \d]\d, {0,4}[0-9a-f]{1,5}, {0,3}-?\d+,$")
+        self.assertEqual(self.t.command("setup.operating_mode=standby\r\n"), b"ok\r\n\r\n")
+        rest = recv_zero_terminated(data, count=200, timeout=3)
+        self.assertIn("INVENTORY_STOP_EVENT", rest + messages)
+
+    def test_disconnect_notifies_the_data_channel_and_disconnect2_does_not(self):
+        data = self.t.data_client()
+        self.addCleanup(data.close)
+        self.assertEqual(self.t.command(START), b"PushDataStart:0\r\n\r\n")
+        self.assertEqual(self.t.command("disconnect\r\n"), b"ok\r\n\r\n")
+        messages = recv_zero_terminated(data, count=3, timeout=5)
+        self.assertIn("DISCONNECTION_EVENT", messages)
+        self.assertEqual(self.t.command("getInventoryStatus"), b"InventoryStandby\r\n\r\n")
+        self.assertEqual(self.t.command(START), b"PushDataStart:0\r\n\r\n")
+        with self.t.connect() as c:
+            c.sendall(b"disconnect2\r\n")
+            c.settimeout(1.5)
+            with self.assertRaises(socket.timeout):
+                c.recv(16)  # disconnect2 answers nothing
+        later = recv_zero_terminated(data, count=50, timeout=2)
+        self.assertNotIn("DISCONNECTION_EVENT", later)
+        self.assertEqual(self.t.command("getInventoryStatus"), b"InventoryStandby\r\n\r\n")
+
+    def test_unknown_texts_and_two_commands_in_one_read_get_ok(self):
+        for text in ("disconnect", "Disconnect\r\n", "setup.operating_mode_Tagrelay\r\n",
+                     "getInventoryStatus" + "disconnect\r\n", "x" * 256):
+            self.assertEqual(self.t.command(text)[:6], b"ok\r\n\r\n"
+                             if not text.startswith("getInventoryStatus") else b"Invent")
+
+    def test_the_newest_data_channel_client_gets_the_notifications(self):
+        old = self.t.data_client()
+        new = self.t.data_client()
+        self.addCleanup(old.close)
+        self.addCleanup(new.close)
+        self.assertEqual(old.recv(16), b"")  # replaced, so closed by the service
+        self.assertEqual(self.t.command("disconnect\r\n"), b"ok\r\n\r\n")
+        self.assertEqual(recv_zero_terminated(new, count=1), ["DISCONNECTION_EVENT"])
+
+
+class ReaderFaultTest(unittest.TestCase):
+    def test_a_dropped_connection_is_rebuilt_and_reads_resume(self):
+        b = Bench(serial={})
+        self.addCleanup(b.close)
+        self.assertEqual(b.tessera.command(START), b"PushDataStart:0\r\n\r\n")
+        b.line.read_lines(count=5)
+        self.assertEqual(b.sim.control("refuse 2")[:2], "ok")
+        self.assertEqual(b.sim.control("drop")[:2], "ok")
+        self.assertTrue(b.tessera.wait_for_line("Re-Connected with LLRP", timeout=30),
+                        b.tessera.output()[-2000:])
+        self.assertTrue(b.tessera.wait_for_line(r"Trying to reconnect with LLRP - 2/10"))
+        self.assertFalse(b.tessera.wait_for_line(r"Trying to reconnect with LLRP - 3/10", 0))
+        before = len(b.line.buffer.split(b"\r\n"))
+        lines = b.line.read_lines(count=before + 5, timeout=15)
+        self.assertGreaterEqual(len(lines), before + 4)
+        self.assertTrue(all(crc_ok(l) for l in records(lines)))
+
+    def test_a_reader_that_never_comes_back_gives_up_after_ten_attempts(self):
+        b = Bench(serial={})
+        self.addCleanup(b.close)
+        data = b.tessera.data_client()
+        self.addCleanup(data.close)
+        self.assertEqual(b.tessera.command(START), b"PushDataStart:0\r\n\r\n")
+        self.assertEqual(b.sim.control("refuse 1000")[:2], "ok")
+        self.assertEqual(b.sim.control("drop")[:2], "ok")
+        self.assertTrue(b.tessera.wait_for_line("LLRP does not reconnect, exiting...", timeout=60))
+        self.assertTrue(b.tessera.wait_for_line(r"Trying to reconnect with LLRP - 10/10"))
+        self.assertIn("DISCONNECTION_EVENT", recv_zero_terminated(data, count=3, timeout=5))
+        self.assertEqual(b.tessera.command("getInventoryStatus"), b"InventoryRunning:PushData\r\n\r\n")
+
+
+if __name__ == "__main__":
+    unittest.main()
