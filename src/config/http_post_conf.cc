@@ -23,8 +23,8 @@ bool isKey(const char* name) {
   return false;
 }
 
-// Stores the value of one key of the section; false when the key is none of them.
-bool storeKey(HttpPostConfig& http, const char* key, const char* value, ConfigNotes* notes) {
+// Stores the value of one of the section's keys (isKey) into its field.
+void storeKey(HttpPostConfig& http, const char* key, const char* value, ConfigNotes* notes) {
   auto is = [key](const char* name) { return std::strcmp(key, name) == 0; };
   auto text = [&](auto& field) { storeText(field, value, kSection, key, notes); };
   auto secret = [&](auto& field) {
@@ -78,10 +78,7 @@ bool storeKey(HttpPostConfig& http, const char* key, const char* value, ConfigNo
     text(http.HTTPProxyUserName);
   } else if (is("HTTPProxyPassword")) {
     secret(http.HTTPProxyPassword);
-  } else {
-    return false;
   }
-  return true;
 }
 
 }  // namespace
@@ -134,7 +131,7 @@ int32_t readHttpPostConfig(HttpPostConfig& http, ReaderName& name, DataFormatCon
     }
     char* token = tokens.next(kDelimNoSlash);
     if (token == nullptr) break;
-    (void)storeKey(http, keyName, unquote(token), notes);
+    storeKey(http, keyName, unquote(token), notes);
   }
   return 1;
 }

@@ -164,3 +164,32 @@ TEST(DecimalText, WidthsAndSigns) {
 
 }  // namespace
 }  // namespace tessera
+
+namespace tessera {
+namespace {
+
+// The CRC bit by bit, as the polynomial defines it.
+uint16_t crcBitwise(const std::string& text) {
+  if (text.empty()) return 0;
+  unsigned crc = 0xFFFF;
+  for (unsigned char b : text) {
+    crc ^= static_cast<unsigned>(b) << 8;
+    for (int bit = 0; bit < 8; ++bit) crc = (crc & 0x8000) ? ((crc << 1) ^ 0x1021) : (crc << 1);
+    crc &= 0xFFFF;
+  }
+  return static_cast<uint16_t>(crc ^ 0xFFFF);
+}
+
+TEST(SerialCrc, EightByteStepsAgreeWithTheBitwiseDefinition) {
+  std::string text;
+  uint32_t seed = 12345;
+  for (int length = 0; length <= 100; ++length) {
+    EXPECT_EQ(crc16Genibus(text.data(), text.size()), crcBitwise(text)) << length;
+    seed = seed * 1103515245u + 12345u;
+    text += static_cast<char>(seed >> 16);
+  }
+  static_assert(crc16Genibus("123456789", 9) == 0xD64E);
+}
+
+}  // namespace
+}  // namespace tessera
