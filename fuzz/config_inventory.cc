@@ -21,7 +21,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   int result = tessera::parseInventoryControl(config, text.c_str(), &failure);
   if (result != 0 && result != -1) std::abort();
   if (result == -1 && failure == nullptr) std::abort();
-  if (result == 0 && (config.Session < 0 || config.Session > 3 || !config.TriggerRecord.hasValueBlock))
+  if (result == 0 &&
+      (config.Session < 0 || config.Session > 3 || !config.TriggerRecord.hasValueBlock))
     std::abort();
   return 0;
 }

@@ -1,8 +1,7 @@
 // Every section reader and the configuration check over arbitrary file contents: no read past
 // a buffer, every text field stays terminated inside its capacity.
-#include <unistd.h>
-
 #include <syslog.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <cstdio>

@@ -48,11 +48,16 @@ void printProblems(FILE* out, const ConfigNotes& notes) {
 
 const char* relayModeName(int32_t mode) {
   switch (mode) {
-    case 1: return "HttpPost";
-    case 2: return "UsbHid";
-    case 3: return "TcpIp";
-    case 4: return "UsbDrive";
-    default: return "undefined";
+    case 1:
+      return "HttpPost";
+    case 2:
+      return "UsbHid";
+    case 3:
+      return "TcpIp";
+    case 4:
+      return "UsbDrive";
+    default:
+      return "undefined";
   }
 }
 
@@ -102,8 +107,8 @@ bool checkRelayOutput(FILE* out, int32_t mode) {
     HttpPostConfig http;
     ReaderName name;
     section = "HTTPPostConfig";
-    keys = {"HTTPServerURL", "VerifyPeer", "VerifyHost", "HTTPAuthenticationType", "HTTPUserName",
-            "HTTPPassword", "HTTPPostInterval", "ReaderName"};
+    keys = {"HTTPServerURL", "VerifyPeer",   "VerifyHost",       "HTTPAuthenticationType",
+            "HTTPUserName",  "HTTPPassword", "HTTPPostInterval", "ReaderName"};
     result = readHttpPostConfig(http, name, format, &notes);
     if (http.HTTPServerURL[0] == '\0') problem = "HTTPServerURL is empty";
   } else if (mode == static_cast<int32_t>(RelayMode::TcpIp)) {
@@ -111,7 +116,8 @@ bool checkRelayOutput(FILE* out, int32_t mode) {
     section = "TCPIPConfig";
     keys = {"Port"};
     result = readTcpIpConfig(tcp, format, &notes);
-    if (tcp.Port <= 0 || tcp.Port > 65535) problem = "Port " + std::to_string(tcp.Port) + " is no TCP port";
+    if (tcp.Port <= 0 || tcp.Port > 65535)
+      problem = "Port " + std::to_string(tcp.Port) + " is no TCP port";
   } else {
     section = "TagrelayDataFormat";
     keys = {"Format", "Delimiter", "LineEnding", "TimestampFormat", "DataPrefix", "DataSuffix"};
@@ -140,7 +146,7 @@ Verdict checkRelay(FILE* out) {
     return {};
   }
   std::vector<const char*> keys = {"TagMetaData", "InventoryControl", "HeartBeatPeriod",
-                                   "IsAutostart", "PreFilterMode", "PreFilters"};
+                                   "IsAutostart", "PreFilterMode",    "PreFilters"};
   keys.insert(keys.begin(), section == "TagrelayConfig" ? "TagrelayMode" : "EasyTagrelayMode");
   if (relay.relayMode == 0) {
     printSection(out, notes, section, {});
@@ -204,12 +210,12 @@ int checkConfig(FILE* out) {
   }
   checkCloud(out);
   bool anyConfigured = serial.configured || relay.configured;
-  bool ok = anyConfigured && (!serial.configured || serial.usable) &&
-            (!relay.configured || relay.usable);
+  bool ok =
+      anyConfigured && (!serial.configured || serial.usable) && (!relay.configured || relay.usable);
   std::fprintf(out, "\n%s\n",
-               ok               ? "configuration usable"
-               : anyConfigured  ? "configuration NOT usable"
-                                : "configuration NOT usable: no streaming mode is configured");
+               ok              ? "configuration usable"
+               : anyConfigured ? "configuration NOT usable"
+                               : "configuration NOT usable: no streaming mode is configured");
   std::fflush(out);
   return ok ? 0 : 1;
 }

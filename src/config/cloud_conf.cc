@@ -9,7 +9,9 @@
 namespace tessera {
 namespace {
 
-bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f' || c == '\n'; }
+bool isBlank(char c) {
+  return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f' || c == '\n';
+}
 
 void readLine(CloudSettings& cloud, const char* raw, size_t length) {
   std::string line;

@@ -26,15 +26,15 @@ inline constexpr TagMetaFlags kTagMetaChannel = 128;
 
 // The SerialPortConf section and the CSV header built from it.
 struct SerialPortConfig {
-  int32_t Mode = 0;              // 1: the serial port pushes tag data
-  int32_t PortDescriptor = -1;   // open serial port, -1 while closed (owned by the serial output)
-  int32_t Baudrate = 0;          // handed to the serial library as read
-  int32_t Databits = 0;          // as read
-  char Parity[12] = {};          // at most 11 characters
-  int32_t Stopbits = 0;          // as read
-  char Flowcontrol[12] = {};     // at most 11 characters
-  TagMetaFlags TagMetaData = 0;  // fields of the serial record
-  bool IsAutostart = false;      // start the serial push at boot
+  int32_t Mode = 0;               // 1: the serial port pushes tag data
+  int32_t PortDescriptor = -1;    // open serial port, -1 while closed (owned by the serial output)
+  int32_t Baudrate = 0;           // handed to the serial library as read
+  int32_t Databits = 0;           // as read
+  char Parity[12] = {};           // at most 11 characters
+  int32_t Stopbits = 0;           // as read
+  char Flowcontrol[12] = {};      // at most 11 characters
+  TagMetaFlags TagMetaData = 0;   // fields of the serial record
+  bool IsAutostart = false;       // start the serial push at boot
   char TagMetaString[1024] = {};  // the CSV header line with its CRC; empty without a section
 };
 
@@ -48,12 +48,12 @@ struct InventoryControlConfig {
 
 // The TagrelayDataFormat section: the text shape of the relay's records.
 struct DataFormatConfig {
-  char Format[32] = {};           // "KeyValuePair" selects key=value records, anything else JSON
-  char Delimiter[8] = {};         // "Comma", "Tab" or "Space"
-  char LineEnding[8] = {};        // "CRLF", "LF", "CR" or "None"
-  char TimestampFormat[8] = {};   // "UTC": a date text; anything else a count of seconds
-  char DataPrefix[128] = {};      // written before each key=value record
-  char DataSuffix[128] = {};      // written after each key=value record
+  char Format[32] = {};          // "KeyValuePair" selects key=value records, anything else JSON
+  char Delimiter[8] = {};        // "Comma", "Tab" or "Space"
+  char LineEnding[8] = {};       // "CRLF", "LF", "CR" or "None"
+  char TimestampFormat[8] = {};  // "UTC": a date text; anything else a count of seconds
+  char DataPrefix[128] = {};     // written before each key=value record
+  char DataSuffix[128] = {};     // written after each key=value record
 };
 
 // The TCPIPConfig section.
@@ -101,15 +101,15 @@ struct AntennaEntry {
 
 // The relay section (TagrelayConfig or EasyTagrelayConfig) and the AntennaConfig lines.
 struct RelayConfig {
-  int32_t relayMode = 0;          // a RelayMode; other values are refused by the relay start
-  bool IsAutostart = false;       // start the relay mode at boot
-  TagMetaFlags TagMetaData = 0;   // fields of the relay records
-  char InventoryControl[256] = {};  // the InventoryControl text as read
-  int32_t PreFilterMode = 0;      // 0 none; 1 or 2 the pre-filter mode
-  char PreFilters[256] = {};      // the pre-filter list as text
+  int32_t relayMode = 0;               // a RelayMode; other values are refused by the relay start
+  bool IsAutostart = false;            // start the relay mode at boot
+  TagMetaFlags TagMetaData = 0;        // fields of the relay records
+  char InventoryControl[256] = {};     // the InventoryControl text as read
+  int32_t PreFilterMode = 0;           // 0 none; 1 or 2 the pre-filter mode
+  char PreFilters[256] = {};           // the pre-filter list as text
   std::vector<AntennaEntry> Antennas;  // in file order
-  bool HeartbeatEnabled = false;  // HeartBeatPeriod is not 0
-  int32_t HeartBeatPeriod = 0;    // seconds between heartbeats; 0 none
+  bool HeartbeatEnabled = false;       // HeartBeatPeriod is not 0
+  int32_t HeartBeatPeriod = 0;         // seconds between heartbeats; 0 none
 };
 
 // "/readerconfig/cloud.conf": five known keys and the two flags derived from them.

@@ -17,7 +17,7 @@ struct ConfigNotes {
   struct Value {
     std::string section;  // section (or "AntennaConfig #n") the key belongs to
     std::string key;
-    std::string value;    // as stored
+    std::string value;  // as stored
   };
   bool fileOpened = false;
   std::vector<std::string> sections;  // section lines found, in reading order

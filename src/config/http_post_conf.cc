@@ -10,11 +10,19 @@ namespace {
 
 constexpr const char* kSection = "HTTPPostConfig";
 
-constexpr const char* kKeys[] = {
-    "HTTPServerURL",      "VerifyPeer",       "VerifyHost",      "HTTPAuthenticationType",
-    "HTTPUserName",       "HTTPPassword",     "HTTPPostInterval", "HTTPProxyServerURL",
-    "HTTPProxyPort",      "HTTPProxyTunnel",  "HTTPProxyAuthenticationType",
-    "HTTPProxyUserName",  "HTTPProxyPassword"};
+constexpr const char* kKeys[] = {"HTTPServerURL",
+                                 "VerifyPeer",
+                                 "VerifyHost",
+                                 "HTTPAuthenticationType",
+                                 "HTTPUserName",
+                                 "HTTPPassword",
+                                 "HTTPPostInterval",
+                                 "HTTPProxyServerURL",
+                                 "HTTPProxyPort",
+                                 "HTTPProxyTunnel",
+                                 "HTTPProxyAuthenticationType",
+                                 "HTTPProxyUserName",
+                                 "HTTPProxyPassword"};
 
 bool isKey(const char* name) {
   for (const char* key : kKeys) {
@@ -88,9 +96,9 @@ uint32_t httpAuthTypeFromName(const char* name) {
     const char* name;
     uint32_t mask;
   } kTypes[] = {
-      {"none", 0},         {"basic", 1},          {"digest", 2},
-      {"digest_ie", 16},   {"ntlm", 8},           {"ntlm_wb", 32},
-      {"any", 0xFFFFFFEFu}, {"anysafe", 0xFFFFFFEEu}, {"only", 0x80000000u},
+      {"none", 0},           {"basic", 1},    {"digest", 2},        {"digest_ie", 16},
+      {"ntlm", 8},           {"ntlm_wb", 32}, {"any", 0xFFFFFFEFu}, {"anysafe", 0xFFFFFFEEu},
+      {"only", 0x80000000u},
   };
   for (const auto& type : kTypes) {
     if (std::strcmp(type.name, name) == 0) return type.mask;

@@ -31,8 +31,7 @@ constexpr const char* kIncorrect = "Incorrect Inventory Control parameters\n";
 
 }  // namespace
 
-int parseInventoryControl(InventoryControlConfig& config, const char* text,
-                          const char** failure) {
+int parseInventoryControl(InventoryControlConfig& config, const char* text, const char** failure) {
   char work[1024];
   (void)copyBounded(work, sizeof work, text);
   config.StartDelay = 0;

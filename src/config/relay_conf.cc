@@ -43,8 +43,8 @@ LineResult readSection(Tokens& tokens, const char* section, RelayConfig& relay,
       continue;
     }
     // These two values may be followed directly by the "/>" that closes the element.
-    const char* delimiters = is("IsAutostart") || is("PreFilterMode") ? kDelimNoSlash
-                                                                      : kDelimWithSlash;
+    const char* delimiters =
+        is("IsAutostart") || is("PreFilterMode") ? kDelimNoSlash : kDelimWithSlash;
     char* token = tokens.next(delimiters);
     if (token == nullptr) break;
     char* value = unquote(token);
@@ -109,8 +109,7 @@ void readAntenna(Tokens& tokens, AntennaEntry& entry, size_t index, ConfigNotes*
 
 }  // namespace
 
-int32_t readRelayConfig(RelayConfig& relay, InventoryControlConfig& inventory,
-                        ConfigNotes* notes) {
+int32_t readRelayConfig(RelayConfig& relay, InventoryControlConfig& inventory, ConfigNotes* notes) {
   relay.Antennas.clear();
   relay.HeartbeatEnabled = false;
   relay.IsAutostart = false;
@@ -127,8 +126,8 @@ int32_t readRelayConfig(RelayConfig& relay, InventoryControlConfig& inventory,
         Tokens tokens(line);
         const char* first = tokens.next(kDelimWithSlash);
         if (first == nullptr) continue;
-        bool relayLine =
-            std::strcmp(first, "TagrelayConfig") == 0 || std::strcmp(first, "EasyTagrelayConfig") == 0;
+        bool relayLine = std::strcmp(first, "TagrelayConfig") == 0 ||
+                         std::strcmp(first, "EasyTagrelayConfig") == 0;
         if (relayLine && !sectionRead) {
           sectionRead = true;
           if (notes) notes->sections.push_back(first);

@@ -28,8 +28,8 @@ void readSection(Tokens& tokens, SerialPortConfig& serial, InventoryControlConfi
     bool known = std::strcmp(key, "Mode") == 0 || std::strcmp(key, "Baudrate") == 0 ||
                  std::strcmp(key, "Databits") == 0 || std::strcmp(key, "Parity") == 0 ||
                  std::strcmp(key, "Stopbits") == 0 || std::strcmp(key, "Flowcontrol") == 0 ||
-                 std::strcmp(key, "TagMetaData") == 0 || std::strcmp(key, "InventoryControl") == 0 ||
-                 std::strcmp(key, "IsAutostart") == 0;
+                 std::strcmp(key, "TagMetaData") == 0 ||
+                 std::strcmp(key, "InventoryControl") == 0 || std::strcmp(key, "IsAutostart") == 0;
     if (!known) {
       Logger::log(6, "Unknown argument in SerialPortConf - %s", key);
       if (notes) notes->unknownToken(kSection, key);
@@ -64,7 +64,10 @@ void readSection(Tokens& tokens, SerialPortConfig& serial, InventoryControlConfi
       const char* failure = nullptr;
       if (parseInventoryControl(inventory, value, &failure) != 0) {
         Logger::log(6, "SerialPortConf: Unable to process InventoryControl.\n");
-        if (notes) notes->refused(kSection, key, value, failure);
+        if (notes) {
+          notes->value(kSection, key, value);
+          notes->refused(kSection, key, value, failure);
+        }
       } else if (notes) {
         notes->value(kSection, key, value);
       }
@@ -78,9 +81,8 @@ void readSection(Tokens& tokens, SerialPortConfig& serial, InventoryControlConfi
 }  // namespace
 
 void buildTagMetaString(SerialPortConfig& serial) {
-  static constexpr const char* kColumns[8] = {"EPC,",       "PC,",        "AntennaID,",
-                                              "RSSI,",      "SeenCount,", "TimeStamp,",
-                                              "Phase,",     "ChannelIndex,"};
+  static constexpr const char* kColumns[8] = {
+      "EPC,", "PC,", "AntennaID,", "RSSI,", "SeenCount,", "TimeStamp,", "Phase,", "ChannelIndex,"};
   std::string header;
   if (serial.TagMetaData == 0) {
     header = "EPC,PC,AntennaID,RSSI,SeenCount,";

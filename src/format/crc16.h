@@ -40,7 +40,9 @@ constexpr uint16_t crc16Genibus(const char* bytes, size_t n) {
   unsigned crc = 0xFFFF;
   size_t i = 0;
   for (; i + 8 <= n; i += 8) {
-    auto b = [&](size_t k) { return static_cast<unsigned>(static_cast<unsigned char>(bytes[i + k])); };
+    auto b = [&](size_t k) {
+      return static_cast<unsigned>(static_cast<unsigned char>(bytes[i + k]));
+    };
     crc = t[7][b(0) ^ (crc >> 8)] ^ t[6][b(1) ^ (crc & 0xFF)] ^ t[5][b(2)] ^ t[4][b(3)] ^
           t[3][b(4)] ^ t[2][b(5)] ^ t[1][b(6)] ^ t[0][b(7)];
   }

@@ -56,7 +56,8 @@ size_t formatJsonTagRecord(std::span<char, kTagRecordSize> out, const ReaderTagD
   FixedText text(out.data(), out.size());
   (void)text.append('{');
   if (tagMetaData & kTagMetaEpc) {
-    appendField(text, "\"epc\":\"", [&](FixedText& t) { return t.append(view.epc, view.epcLength); });
+    appendField(text, "\"epc\":\"",
+                [&](FixedText& t) { return t.append(view.epc, view.epcLength); });
   }
   if (tagMetaData & kTagMetaPc) {
     appendField(text, "\"pc\":\"", [&](FixedText& t) { return t.appendHex(tag.PC); });
@@ -66,14 +67,16 @@ size_t formatJsonTagRecord(std::span<char, kTagRecordSize> out, const ReaderTagD
                 [&](FixedText& t) { return t.appendDecimal(tag.antennaID); });
   }
   if (tagMetaData & kTagMetaRssi) {
-    appendField(text, "\"peakRssi\":\"", [&](FixedText& t) { return t.appendDecimal(tag.peakRSSI); });
+    appendField(text, "\"peakRssi\":\"",
+                [&](FixedText& t) { return t.appendDecimal(tag.peakRSSI); });
   }
   if (tagMetaData & kTagMetaSeenCount) {
     appendField(text, "\"seenCount\":\"",
                 [&](FixedText& t) { return t.appendDecimal(tag.tagSeenCount); });
   }
   if (tagMetaData & kTagMetaTimeStamp) {
-    appendField(text, "\"timeStamp\":\"", [&](FixedText& t) { return t.appendDateTime(view.time); });
+    appendField(text, "\"timeStamp\":\"",
+                [&](FixedText& t) { return t.appendDateTime(view.time); });
   }
   if (tagMetaData & kTagMetaPhase) {
     appendField(text, "\"phase\":\"", [&](FixedText& t) { return t.appendFixed2(view.phase); });

@@ -7,10 +7,9 @@ namespace {
 
 // Days from the start of a four-year cycle (leap year first) to the first day of each month.
 constexpr int kMonthStartTable[48] = {
-    0,    31,   60,   91,   121,  152,  182,  213,  244,  274,  305,  335,
-    366,  397,  425,  456,  486,  517,  547,  578,  609,  639,  670,  700,
-    731,  762,  790,  821,  851,  882,  912,  943,  974,  1004, 1035, 1065,
-    1096, 1127, 1155, 1186, 1216, 1247, 1277, 1308, 1339, 1369, 1400, 1430};
+    0,   31,   60,   91,   121,  152,  182,  213,  244,  274,  305,  335,  366,  397,  425,  456,
+    486, 517,  547,  578,  609,  639,  670,  700,  731,  762,  790,  821,  851,  882,  912,  943,
+    974, 1004, 1035, 1065, 1096, 1127, 1155, 1186, 1216, 1247, 1277, 1308, 1339, 1369, 1400, 1430};
 
 char delimiterOf(const char* name) {
   if (std::strcmp(name, "Tab") == 0) return '\t';
@@ -61,7 +60,8 @@ size_t formatKeyValueRecord(std::span<char, kTagRecordSize> out, const ReaderTag
 
   if (tagMetaData & kTagMetaEpc) {
     if (tagMetaData & 0xFE) {
-      appendField(text, "epc=", d, [&](FixedText& t) { return t.append(view.epc, view.epcLength); });
+      appendField(text, "epc=", d,
+                  [&](FixedText& t) { return t.append(view.epc, view.epcLength); });
     } else {
       (void)text.append(view.epc, view.epcLength);
     }
@@ -70,7 +70,8 @@ size_t formatKeyValueRecord(std::span<char, kTagRecordSize> out, const ReaderTag
     appendField(text, "pc=", d, [&](FixedText& t) { return t.appendHex(tag.PC); });
   }
   if (tagMetaData & kTagMetaAntenna) {
-    appendField(text, "antennaPort=", d, [&](FixedText& t) { return t.appendDecimal(tag.antennaID); });
+    appendField(text, "antennaPort=", d,
+                [&](FixedText& t) { return t.appendDecimal(tag.antennaID); });
   }
   if (tagMetaData & kTagMetaRssi) {
     appendField(text, "peakRssi=", d, [&](FixedText& t) { return t.appendDecimal(tag.peakRSSI); });
@@ -100,7 +101,8 @@ size_t formatKeyValueRecord(std::span<char, kTagRecordSize> out, const ReaderTag
     // An unknown line ending drops the suffix as well.
     if (ending != nullptr) {
       size_t mark = text.size();
-      if (text.append(format.DataSuffix, strnlen(format.DataSuffix, sizeof format.DataSuffix)) < 0 ||
+      if (text.append(format.DataSuffix, strnlen(format.DataSuffix, sizeof format.DataSuffix)) <
+              0 ||
           text.append(ending) < 0) {
         while (text.size() > mark) text.dropLast();
       }

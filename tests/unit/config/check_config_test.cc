@@ -32,7 +32,8 @@ TEST(CheckConfig, DemoIsUsableAndHidesThePassword) {
   root.copySample("demo");
   auto [result, text] = runCheck();
   EXPECT_EQ(result, 0) << text;
-  EXPECT_TRUE(contains(text, "[SerialPortConf]\n  Mode = \"1\"\n  Baudrate = \"115200\"\n")) << text;
+  EXPECT_TRUE(contains(text, "[SerialPortConf]\n  Mode = \"1\"\n  Baudrate = \"115200\"\n"))
+      << text;
   EXPECT_TRUE(contains(text, "  header line: EPC,AntennaID,RSSI,TimeStamp,<CRC>\n")) << text;
   EXPECT_TRUE(contains(text, "  => serial push mode usable\n")) << text;
   EXPECT_TRUE(contains(text, "  antenna line 4: AntennaId 4, AntennaTxPower 250\n")) << text;
@@ -47,16 +48,21 @@ TEST(CheckConfig, DemoIsUsableAndHidesThePassword) {
 TEST(CheckConfig, ReportsCutAndRefusedValuesWithTheirKeys) {
   test::TempRoot root;
   root.config(
-      "<SerialPortConf Mode=\"1\" Parity=\"NoneAtAllReally\" InventoryControl=\"S7,Immediate,TAG:1,1\"/>\n"
+      "<SerialPortConf Mode=\"1\" Parity=\"NoneAtAllReally\" "
+      "InventoryControl=\"S7,Immediate,TAG:1,1\"/>\n"
       "<TagrelayConfig TagrelayMode=\"3\" HeartBeatPeriod=\"0\"/>\n"
       "<TCPIPConfig Port=\"70000\"/>\n"
-      "<HTTPPostConfig HTTPPassword=\"" + std::string(200, 'x') + "\" />\n");
+      "<HTTPPostConfig HTTPPassword=\"" +
+      std::string(200, 'x') + "\" />\n");
   auto [result, text] = runCheck();
   EXPECT_EQ(result, 1) << text;
-  EXPECT_TRUE(contains(text, "PROBLEM: SerialPortConf Parity: value \"NoneAtAllReally\" cut to 11 characters"))
+  EXPECT_TRUE(contains(
+      text, "PROBLEM: SerialPortConf Parity: value \"NoneAtAllReally\" cut to 11 characters"))
       << text;
-  EXPECT_TRUE(contains(text, "PROBLEM: SerialPortConf InventoryControl: value \"S7,Immediate,TAG:1,1\" refused "
-                             "(Invalid Session Type.\n)"))
+  EXPECT_TRUE(
+      contains(text,
+               "PROBLEM: SerialPortConf InventoryControl: value \"S7,Immediate,TAG:1,1\" refused "
+               "(Invalid Session Type.\n)"))
       << text;
   EXPECT_TRUE(contains(text, "  => serial push mode NOT usable\n")) << text;
   EXPECT_TRUE(contains(text, "PROBLEM: Port 70000 is no TCP port")) << text;
@@ -84,8 +90,9 @@ TEST(CheckConfig, RelayOutputSectionMustExist) {
   EXPECT_EQ(result, 1);
   EXPECT_TRUE(contains(text, "[TagrelayDataFormat]\n  section not found")) << text;
   EXPECT_TRUE(contains(text, "no streaming mode starts at boot")) << text;
-  root.config("<EasyTagrelayConfig EasyTagrelayMode=\"2\" TagMetaData=\"1\"/>\n"
-              "<TagrelayDataFormat Format=\"KeyValuePair\"/>\n");
+  root.config(
+      "<EasyTagrelayConfig EasyTagrelayMode=\"2\" TagMetaData=\"1\"/>\n"
+      "<TagrelayDataFormat Format=\"KeyValuePair\"/>\n");
   auto [fixed, text2] = runCheck();
   EXPECT_EQ(fixed, 0) << text2;
 }

@@ -46,8 +46,9 @@ class TempRoot {
   // Copies a sample root of tests/data into this root.
   void copySample(const char* name) const {
     std::string source = sourceDir() + "/tests/data/" + name;
-    std::filesystem::copy(source, dir_, std::filesystem::copy_options::recursive |
-                                            std::filesystem::copy_options::overwrite_existing);
+    std::filesystem::copy(source, dir_,
+                          std::filesystem::copy_options::recursive |
+                              std::filesystem::copy_options::overwrite_existing);
   }
   const std::string& dir() const { return dir_; }
 

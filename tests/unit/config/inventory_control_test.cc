@@ -58,17 +58,21 @@ using T = StopTriggerType;
 INSTANTIATE_TEST_SUITE_P(
     Examples, AcceptedValue,
     testing::Values(
-        Accepted{"S0,Immediate,Delay:5000,1", 0, 0, S::Immediate, 0, 0, T::Duration, 5000, 0, 0, 0, 1},
-        Accepted{"S2,Periodic:10000,TAG:100,0", 2, 0, S::Periodic, 10000, 0, T::TagCount, 0, 0, 100, 0, 0},
-        Accepted{"S1,Delay:2000,Round:3,4", 1, 2000, S::Immediate, 0, 0, T::RoundCount, 0, 0, 0, 3, 4},
+        Accepted{"S0,Immediate,Delay:5000,1", 0, 0, S::Immediate, 0, 0, T::Duration, 5000, 0, 0, 0,
+                 1},
+        Accepted{"S2,Periodic:10000,TAG:100,0", 2, 0, S::Periodic, 10000, 0, T::TagCount, 0, 0, 100,
+                 0, 0},
+        Accepted{"S1,Delay:2000,Round:3,4", 1, 2000, S::Immediate, 0, 0, T::RoundCount, 0, 0, 0, 3,
+                 4},
         Accepted{"S3,GPI:1,GPI:2,0", 3, 0, S::Gpi, 0, 1, T::Gpi, 0, 2, 0, 0, 0},
         Accepted{"S0,Immediate,Delay:0,0", 0, 0, S::Immediate, 0, 0, T::Duration, 0, 0, 0, 0, 0},
         // 16-bit fields keep the low 16 bits; no digits read as 0.
-        Accepted{"S0,Immediate,TAG:70000,1", 0, 0, S::Immediate, 0, 0, T::TagCount, 0, 0, 4464, 0, 1},
+        Accepted{"S0,Immediate,TAG:70000,1", 0, 0, S::Immediate, 0, 0, T::TagCount, 0, 0, 4464, 0,
+                 1},
         Accepted{"S0,Immediate,TAG:abc,1", 0, 0, S::Immediate, 0, 0, T::TagCount, 0, 0, 0, 0, 1},
         Accepted{"S1,GPI:70001,Round:65537,x", 1, 0, S::Gpi, 0, 4465, T::RoundCount, 0, 0, 0, 1, 0},
-        Accepted{"S2,Periodic:12ms,Delay:-1,-2", 2, 0, S::Periodic, 12, 0, T::Duration, 4294967295u, 0, 0, 0,
-                 4294967294u}));
+        Accepted{"S2,Periodic:12ms,Delay:-1,-2", 2, 0, S::Periodic, 12, 0, T::Duration, 4294967295u,
+                 0, 0, 0, 4294967294u}));
 
 struct Refused {
   const char* text;

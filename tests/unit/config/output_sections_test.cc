@@ -70,7 +70,8 @@ TEST_F(OutputSections, TcpPortWithoutQuotesLosesItsEnds) {
 }
 
 TEST_F(OutputSections, DataFormatPrefixAndSuffix) {
-  write(R"(<TagrelayDataFormat Format="KeyValuePair" DataPrefix="" DataSuffix="#" Delimiter="Tab"/>)");
+  write(
+      R"(<TagrelayDataFormat Format="KeyValuePair" DataPrefix="" DataSuffix="#" Delimiter="Tab"/>)");
   ASSERT_EQ(readDataFormatConfig(format), 1);
   EXPECT_STREQ(format.Format, "KeyValuePair");
   EXPECT_STREQ(format.DataPrefix, "");
@@ -97,8 +98,8 @@ TEST_F(OutputSections, HttpReadsKeepFormatJson) {
 
 TEST_F(OutputSections, OverLongDataFormatValuesAreCut) {
   std::string prefix(200, 'p');
-  write("<TagrelayDataFormat Format=\"" + std::string(40, 'F') + "\" Delimiter=\"Semicolon\" DataPrefix=\"" +
-        prefix + "\" TimestampFormat=\"Numeric\"/>");
+  write("<TagrelayDataFormat Format=\"" + std::string(40, 'F') +
+        "\" Delimiter=\"Semicolon\" DataPrefix=\"" + prefix + "\" TimestampFormat=\"Numeric\"/>");
   ASSERT_EQ(readDataFormatConfig(format), 1);
   EXPECT_EQ(std::string(format.Format), std::string(31, 'F'));
   EXPECT_STREQ(format.Delimiter, "Semicol");
@@ -107,10 +108,11 @@ TEST_F(OutputSections, OverLongDataFormatValuesAreCut) {
 }
 
 TEST_F(OutputSections, HttpKeysAndValues) {
-  write(R"(<HTTPPostConfig HTTPServerURL="https://collector.example:8443/rfid" VerifyPeer="2" VerifyHost="1" )"
-        R"(HTTPAuthenticationType="Basic" HTTPProxyServerURL="http://proxy.example:3128" HTTPProxyPort="3128" )"
-        R"(HTTPProxyTunnel="2" HTTPProxyAuthenticationType="anysafe" HTTPProxyUserName="p" HTTPProxyPassword="q" )"
-        R"(HTTPPostInterval="12abc" Unknown="1" />)");
+  write(
+      R"(<HTTPPostConfig HTTPServerURL="https://collector.example:8443/rfid" VerifyPeer="2" VerifyHost="1" )"
+      R"(HTTPAuthenticationType="Basic" HTTPProxyServerURL="http://proxy.example:3128" HTTPProxyPort="3128" )"
+      R"(HTTPProxyTunnel="2" HTTPProxyAuthenticationType="anysafe" HTTPProxyUserName="p" HTTPProxyPassword="q" )"
+      R"(HTTPPostInterval="12abc" Unknown="1" />)");
   ASSERT_EQ(readHttpPostConfig(http, name, format), 1);
   EXPECT_STREQ(http.HTTPServerURL, "https://collector.example:8443/rfid");
   EXPECT_TRUE(http.VerifyPeer);
@@ -167,12 +169,13 @@ class AuthType : public testing::TestWithParam<Auth> {};
 TEST_P(AuthType, MapsToTheLibcurlMask) {
   EXPECT_EQ(httpAuthTypeFromName(GetParam().name), GetParam().mask);
 }
-INSTANTIATE_TEST_SUITE_P(
-    Names, AuthType,
-    testing::Values(Auth{"none", 0}, Auth{"basic", 1}, Auth{"digest", 2}, Auth{"digest_ie", 16},
-                    Auth{"ntlm", 8}, Auth{"ntlm_wb", 32}, Auth{"any", 0xFFFFFFEFu},
-                    Auth{"anysafe", 0xFFFFFFEEu}, Auth{"only", 0x80000000u},
-                    Auth{"Basic", 0xFFFFFFFFu}, Auth{"", 0xFFFFFFFFu}, Auth{"basic ", 0xFFFFFFFFu}));
+INSTANTIATE_TEST_SUITE_P(Names, AuthType,
+                         testing::Values(Auth{"none", 0}, Auth{"basic", 1}, Auth{"digest", 2},
+                                         Auth{"digest_ie", 16}, Auth{"ntlm", 8},
+                                         Auth{"ntlm_wb", 32}, Auth{"any", 0xFFFFFFEFu},
+                                         Auth{"anysafe", 0xFFFFFFEEu}, Auth{"only", 0x80000000u},
+                                         Auth{"Basic", 0xFFFFFFFFu}, Auth{"", 0xFFFFFFFFu},
+                                         Auth{"basic ", 0xFFFFFFFFu}));
 
 TEST_F(OutputSections, MissingSectionIsLogged) {
   if (!test::inEchoingProcess()) return;

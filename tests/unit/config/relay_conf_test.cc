@@ -45,8 +45,9 @@ TEST_F(RelayConf, OnlyTheFirstRelaySectionCounts) {
             0);
   EXPECT_EQ(relay.relayMode, 3);
   EXPECT_EQ(relay.TagMetaData, 1);
-  ASSERT_EQ(read("<EasyTagrelayConfig EasyTagrelayMode=\"4\"/>\n<TagrelayConfig TagrelayMode=\"2\"/>\n"),
-            0);
+  ASSERT_EQ(
+      read("<EasyTagrelayConfig EasyTagrelayMode=\"4\"/>\n<TagrelayConfig TagrelayMode=\"2\"/>\n"),
+      0);
   EXPECT_EQ(relay.relayMode, 4);
 }
 
@@ -54,7 +55,8 @@ TEST_F(RelayConf, PreFilterModeAndAutostart) {
   ASSERT_EQ(read(R"(<TagrelayConfig TagrelayMode="1" PreFilterMode="3" IsAutostart="1"/>)"), 0);
   EXPECT_EQ(relay.PreFilterMode, 0);
   EXPECT_TRUE(relay.IsAutostart);
-  ASSERT_EQ(read(R"(<TagrelayConfig TagrelayMode="1" PreFilters="1,0,E280" PreFilterMode="2"/>)"), 0);
+  ASSERT_EQ(read(R"(<TagrelayConfig TagrelayMode="1" PreFilters="1,0,E280" PreFilterMode="2"/>)"),
+            0);
   EXPECT_EQ(relay.PreFilterMode, 2);
   EXPECT_STREQ(relay.PreFilters, "1,0,E280");
   EXPECT_FALSE(relay.IsAutostart);
@@ -82,7 +84,8 @@ TEST_F(RelayConf, AntennaLinesAnywhereInheritMissingKeys) {
 TEST_F(RelayConf, ModeZeroStopsReadingAtOnce) {
   relay.HeartBeatPeriod = 10;
   ASSERT_EQ(read("<AntennaConfig AntennaId=\"1\"/>\n"
-                 "<TagrelayConfig TagMetaData=\"7\" TagrelayMode=\"0\" IsAutostart=\"1\" HeartBeatPeriod=\"5\"/>\n"
+                 "<TagrelayConfig TagMetaData=\"7\" TagrelayMode=\"0\" IsAutostart=\"1\" "
+                 "HeartBeatPeriod=\"5\"/>\n"
                  "<AntennaConfig AntennaId=\"2\"/>\n"),
             0);
   EXPECT_EQ(relay.relayMode, 0);
@@ -94,8 +97,10 @@ TEST_F(RelayConf, ModeZeroStopsReadingAtOnce) {
 }
 
 TEST_F(RelayConf, RefusedInventoryControlReadsTheRest) {
-  ASSERT_EQ(read(R"(<TagrelayConfig TagrelayMode="2" InventoryControl="S5,Immediate,TAG:1,1" HeartBeatPeriod="30"/>)"),
-            -1);
+  ASSERT_EQ(
+      read(
+          R"(<TagrelayConfig TagrelayMode="2" InventoryControl="S5,Immediate,TAG:1,1" HeartBeatPeriod="30"/>)"),
+      -1);
   EXPECT_EQ(relay.relayMode, 2);
   EXPECT_STREQ(relay.InventoryControl, "S5,Immediate,TAG:1,1");
   EXPECT_EQ(relay.HeartBeatPeriod, 30);
@@ -114,9 +119,11 @@ TEST_F(RelayConf, OverLongListsAreRefused) {
 }
 
 TEST_F(RelayConf, MissingFileOrSectionKeepsTheUnresetFields) {
-  ASSERT_EQ(read(R"(<TagrelayConfig TagrelayMode="3" TagMetaData="5" HeartBeatPeriod="9" IsAutostart="1" PreFilterMode="1"/>)"
-                 "\n<AntennaConfig AntennaId=\"1\"/>\n"),
-            0);
+  ASSERT_EQ(
+      read(
+          R"(<TagrelayConfig TagrelayMode="3" TagMetaData="5" HeartBeatPeriod="9" IsAutostart="1" PreFilterMode="1"/>)"
+          "\n<AntennaConfig AntennaId=\"1\"/>\n"),
+      0);
   ASSERT_EQ(read("<AntennaConfig AntennaId=\"4\"/>\n"), 0);
   EXPECT_EQ(relay.relayMode, 3);
   EXPECT_EQ(relay.TagMetaData, 5);

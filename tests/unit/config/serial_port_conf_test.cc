@@ -39,7 +39,8 @@ TEST_F(SerialPortConf, ReadsTheDemoSection) {
 }
 
 TEST_F(SerialPortConf, KeysInAnyOrderAndTheLaterOfTwoWins) {
-  read(R"(<SerialPortConf TagMetaData="9" Parity="Even" Baudrate="9600" Mode="1" Baudrate="19200"/>)");
+  read(
+      R"(<SerialPortConf TagMetaData="9" Parity="Even" Baudrate="9600" Mode="1" Baudrate="19200"/>)");
   EXPECT_EQ(serial.Baudrate, 19200);
   EXPECT_STREQ(serial.Parity, "Even");
   EXPECT_EQ(serial.Mode, 1);
@@ -148,18 +149,18 @@ TEST_P(TagMetaStringOf, NamesTheColumnsInBitOrder) {
 
 INSTANTIATE_TEST_SUITE_P(
     Values, TagMetaStringOf,
-    testing::Values(Header{0, "EPC,PC,AntennaID,RSSI,SeenCount,<CRC>\r\n"},
-                    Header{5, "EPC,AntennaID,<CRC>\r\n"}, Header{9, "EPC,RSSI,<CRC>\r\n"},
-                    Header{256, "<CRC>\r\n"}, Header{384, "ChannelIndex,<CRC>\r\n"},
-                    Header{255,
-                           "EPC,PC,AntennaID,RSSI,SeenCount,TimeStamp,Phase,ChannelIndex,<CRC>\r\n"},
-                    Header{-1,
-                           "EPC,PC,AntennaID,RSSI,SeenCount,TimeStamp,Phase,ChannelIndex,<CRC>\r\n"}));
+    testing::Values(
+        Header{0, "EPC,PC,AntennaID,RSSI,SeenCount,<CRC>\r\n"},
+        Header{5, "EPC,AntennaID,<CRC>\r\n"}, Header{9, "EPC,RSSI,<CRC>\r\n"},
+        Header{256, "<CRC>\r\n"}, Header{384, "ChannelIndex,<CRC>\r\n"},
+        Header{255, "EPC,PC,AntennaID,RSSI,SeenCount,TimeStamp,Phase,ChannelIndex,<CRC>\r\n"},
+        Header{-1, "EPC,PC,AntennaID,RSSI,SeenCount,TimeStamp,Phase,ChannelIndex,<CRC>\r\n"}));
 
 TEST_F(SerialPortConf, LogsParsedValuesAndUnknownKeys) {
   if (!test::inEchoingProcess()) return;
-  root.config(R"(<SerialPortConf Mode="1" Foo="2" Baudrate="115200" Databits="8" Parity="None" Stopbits="1" Flowcontrol="None" TagMetaData="45" />)"
-              "\n");
+  root.config(
+      R"(<SerialPortConf Mode="1" Foo="2" Baudrate="115200" Databits="8" Parity="None" Stopbits="1" Flowcontrol="None" TagMetaData="45" />)"
+      "\n");
   testing::internal::CaptureStdout();
   readSerialPortConf(serial, inventory);
   // The value of an unknown key is taken as the next key; the line end is a token too.

@@ -38,13 +38,20 @@ class JsonCheck {
   bool value(int depth) {
     if (depth > 64) return false;
     switch (peek()) {
-      case '{': return object(depth);
-      case '[': return array(depth);
-      case '"': return string();
-      case 't': return literal("true");
-      case 'f': return literal("false");
-      case 'n': return literal("null");
-      default: return number();
+      case '{':
+        return object(depth);
+      case '[':
+        return array(depth);
+      case '"':
+        return string();
+      case 't':
+        return literal("true");
+      case 'f':
+        return literal("false");
+      case 'n':
+        return literal("null");
+      default:
+        return number();
     }
   }
   bool object(int depth) {
@@ -116,7 +123,8 @@ class JsonCheck {
           }
           continue;
         }
-        if (std::string_view("\"\\/bfnrt").find(e) == std::string_view::npos || !more()) return false;
+        if (std::string_view("\"\\/bfnrt").find(e) == std::string_view::npos || !more())
+          return false;
         ++pos_;
         continue;
       }
@@ -130,7 +138,10 @@ class JsonCheck {
   }
   bool utf8() {
     auto c = static_cast<unsigned char>(text_[pos_]);
-    size_t n = c >= 0xF0 && c <= 0xF4 ? 4 : c >= 0xE0 && c <= 0xEF ? 3 : c >= 0xC2 && c <= 0xDF ? 2 : 0;
+    size_t n = c >= 0xF0 && c <= 0xF4   ? 4
+               : c >= 0xE0 && c <= 0xEF ? 3
+               : c >= 0xC2 && c <= 0xDF ? 2
+                                        : 0;
     if (n == 0 || pos_ + n > text_.size()) return false;
     unsigned cp = c & (n == 2 ? 0x1F : n == 3 ? 0x0F : 0x07);
     for (size_t i = 1; i < n; ++i) {

@@ -51,9 +51,10 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"EpcAndAntennaWithHeartbeats", 5, true,
              R"({"epc":"E2801160600002054CD6F1A4","antennaPort":"1","isHeartBeat":"false"},)"},
         Case{"NegativeRssiIsQuotedText", 8, false, R"({"peakRssi":"-60"},)"},
-        Case{"AllFields", 255, false,
-             R"({"epc":"E2801160600002054CD6F1A4","pc":"3000","antennaPort":"1","peakRssi":"-60",)"
-             R"("seenCount":"1","timeStamp":"16/11/2026 21:34:40:123","phase":"90.00","channelIndex":"3"},)"},
+        Case{
+            "AllFields", 255, false,
+            R"({"epc":"E2801160600002054CD6F1A4","pc":"3000","antennaPort":"1","peakRssi":"-60",)"
+            R"("seenCount":"1","timeStamp":"16/11/2026 21:34:40:123","phase":"90.00","channelIndex":"3"},)"},
         Case{"NoFieldHeartbeatsOff", 0, false, "{},"},
         Case{"NoFieldHeartbeatsOn", 256, true, R"({"isHeartBeat":"false"},)"}),
     [](const testing::TestParamInfo<Case>& info) { return std::string(info.param.name); });
@@ -78,19 +79,22 @@ TEST(Heartbeat, FieldsAreZeroAndTheTimeIsLocal) {
   buildHeartbeatRecord(record, 5, local, 42);
   EXPECT_EQ(record, R"({"epc":"********","antennaPort":"0","isHeartBeat":"true"},)");
   buildHeartbeatRecord(record, 255, local, 42);
-  EXPECT_EQ(record,
-            R"({"epc":"********","pc":"0","antennaPort":"0","peakRssi":"0","seenCount":"0",)"
-            R"("timeStamp":"05/01/2027 07:08:09:042","phase":"0","channelIndex":"0","isHeartBeat":"true"},)");
+  EXPECT_EQ(
+      record,
+      R"({"epc":"********","pc":"0","antennaPort":"0","peakRssi":"0","seenCount":"0",)"
+      R"("timeStamp":"05/01/2027 07:08:09:042","phase":"0","channelIndex":"0","isHeartBeat":"true"},)");
   buildHeartbeatRecord(record, 0);  // from the clock
   EXPECT_EQ(record, R"({"isHeartBeat":"true"},)");
   buildHeartbeatRecord(record, 32);
-  EXPECT_EQ(record.size(), std::strlen(R"({"timeStamp":"dd/mm/yyyy hh:mm:ss:mmm","isHeartBeat":"true"},)"));
+  EXPECT_EQ(record.size(),
+            std::strlen(R"({"timeStamp":"dd/mm/yyyy hh:mm:ss:mmm","isHeartBeat":"true"},)"));
 }
 
 TEST(Envelope, OpeningPerMode) {
   std::string batch;
   openJsonEnvelope(batch, 1, "Dock Door 1", "00:11:22:AA:BB:CC");
-  EXPECT_EQ(batch, R"({"reader_name":"Dock Door 1", "mac_address":"00:11:22:AA:BB:CC", "tag_reads":[)");
+  EXPECT_EQ(batch,
+            R"({"reader_name":"Dock Door 1", "mac_address":"00:11:22:AA:BB:CC", "tag_reads":[)");
   batch.clear();
   openJsonEnvelope(batch, 3, "ignored", "00:11:22:AA:BB:CC");
   EXPECT_EQ(batch, R"({"mac_address":"00:11:22:AA:BB:CC", "tag_reads":[)");

@@ -53,7 +53,8 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"TabDelimited", 13, formatOf("Tab", "LF"),
              "epc=E2801160600002054CD6F1A4\tantennaPort=1\tpeakRssi=-55\t\n"},
         Case{"UnknownDelimiterIsComma", 6, formatOf("Pipe", "CR"), "pc=400,antennaPort=1,\r"},
-        Case{"SpaceDelimited", 3, formatOf("Space", "None"), "epc=E2801160600002054CD6F1A4 pc=400 "},
+        Case{"SpaceDelimited", 3, formatOf("Space", "None"),
+             "epc=E2801160600002054CD6F1A4 pc=400 "},
         Case{"UtcTime", 32, formatOf("Comma", "CRLF"), "timeStamp=16/11/2026 21:34:40:123,\r\n"},
         Case{"NumericTime", 32, formatOf("Comma", "CRLF", "Unix"), "timeStamp=63963466480,\r\n"},
         Case{"AllFields", 255, formatOf("Comma", "CRLF", "UTC", "<", ">"),
@@ -66,7 +67,8 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"NoSuffixUnknownEnding", 16, formatOf("Comma", "X"), "seenCount=1,"},
         Case{"PrefixRightBeforeTheFirstField", 64, formatOf("Comma", "LF", "UTC", "R1:"),
              "R1:phase=-180.00,\n"},
-        Case{"NoFieldsOnlyPrefixAndEnding", 0, formatOf("Comma", "CRLF", "UTC", "P", "S"), "PS\r\n"},
+        Case{"NoFieldsOnlyPrefixAndEnding", 0, formatOf("Comma", "CRLF", "UTC", "P", "S"),
+             "PS\r\n"},
         Case{"NoFieldsNoAffixes", 0, formatOf("Comma", "LF"), "\n"}),
     [](const testing::TestParamInfo<Case>& info) { return std::string(info.param.name); });
 

@@ -75,7 +75,9 @@ INSTANTIATE_TEST_SUITE_P(
              },
              "E2801160600002054CD6F1A4,3000,1,-55,3,16/11/2026 21:34:40:123,180.00,7,<d3e2>\r\n"},
         Line{"HighBitsIgnored", 256 + 1 + 4,
-             [](ReaderTagData& t) { test::setEpc(t, {0xE2, 0x80, 0x11, 0x60}); },
+             [](ReaderTagData& t) {
+               test::setEpc(t, {0xE2, 0x80, 0x11, 0x60});
+             },
              "E2801160,1,<48b4>\r\n"},
         Line{"OnlyHighBitsSelectNothing", 512, nullptr, "<0000>\r\n"}),
     [](const testing::TestParamInfo<Line>& info) { return std::string(info.param.name); });
