@@ -1,8 +1,15 @@
 #!/usr/bin/env python3
-"""The demo: starts tessera in a temporary root with recorded shell commands, talks to it over
-the command and data channels and shows what it logs. Ctrl-C stops everything."""
+"""The demo: tessera-readersim (50 tags, 20 reads/s) -> tessera in serial push mode -> a
+pseudo-terminal standing in for the appliance's serial port /dev/ttyS2. It starts the push over
+the command channel, prints the serial lines as they arrive (header first, then one CSV record
+with its CRC-16 per tag read), asks for the inventory status, disconnects and shows the data
+channel's notifications. Ctrl-C stops everything; nothing is left running."""
 
+import argparse
 import os
+import pty
+import select
+import shutil
 import signal
 import socket
 import subprocess
@@ -10,9 +17,11 @@ import sys
 import tempfile
 import threading
 import time
+import tty
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-BIN = os.path.join(HERE, "..", "build", "bin")
+BIN = os.environ.get("TESSERA_BIN", os.path.join(HERE, "..", "build", "bin"))
+CONFIG = os.path.join(HERE, "..", "tests", "data", "demo", "readerconfig")
 
 
 def free_port():
@@ -21,54 +30,166 @@ def free_port():
         return s.getsockname()[1]
 
 
-def pump(stream, prefix):
-    for raw in stream:
-        line = raw.decode("utf-8", "replace").rstrip("\n")
-        if line:
-            print(prefix + line, flush=True)
+def crc16(data):
+    crc = 0xFFFF
+    for byte in data:
+        crc ^= byte << 8
+        for _ in range(8):
+            crc = ((crc << 1) ^ 0x1021) if crc & 0x8000 else crc << 1
+            crc &= 0xFFFF
+    return crc ^ 0xFFFF
 
 
-def command(port, text):
+def command(port, text, replies=1):
     with socket.create_connection(("127.0.0.1", port), timeout=60) as s:
         s.sendall(text.encode())
         data = b""
-        while not data.endswith(b"\r\n\r\n"):
+        while data.count(b"\r\n\r\n") < replies:
             chunk = s.recv(4096)
             if not chunk:
                 break
             data += chunk
-    print("command %-45r -> reply %r" % (text, data.decode()), flush=True)
+    print("command %-48r -> %r" % (text, data.decode()), flush=True)
+    return data
 
 
-def main():
-    root = tempfile.mkdtemp(prefix="tessera-demo-")
-    cport, dport = free_port(), free_port()
-    procs = []
-    try:
-        args = [os.path.join(BIN, "tessera"), "--root", root, "--command-port", str(cport),
-                "--data-port", str(dport), "--record-shell", os.path.join(root, "shell.txt")]
-        print("== starting:", " ".join(args), flush=True)
-        svc = subprocess.Popen(args, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                               env=dict(os.environ, MVM_DEBUG="enable"))
-        procs.append(svc)
-        threading.Thread(target=pump, args=(svc.stdout, "[tessera] "), daemon=True).start()
-        time.sleep(0.5)
-        command(cport, "getInventoryStatus")
-        command(cport, "disconnect\r\n")
-        time.sleep(0.5)
-    except KeyboardInterrupt:
-        pass
-    finally:
-        for p in procs:
+class Processes:
+    """Everything the demo started, stopped in reverse order on the way out."""
+
+    def __init__(self):
+        self.procs = []
+
+    def start(self, args, **kwargs):
+        p = subprocess.Popen(args, **kwargs)
+        self.procs.append(p)
+        return p
+
+    def stop(self):
+        for p in reversed(self.procs):
             if p.poll() is None:
                 p.send_signal(signal.SIGTERM)
-        for p in procs:
             try:
                 p.wait(timeout=10)
             except subprocess.TimeoutExpired:
                 p.kill()
-        time.sleep(0.1)
-        print("== stopped; temporary root was", root)
+                p.wait()
+
+
+def start_simulator(procs, tags="50", rate="20"):
+    ready_dir = tempfile.mkdtemp(prefix="tessera-demo-sim-")
+    ready = os.path.join(ready_dir, "ready")
+    procs.start([os.path.join(BIN, "tessera-readersim"), "--port", "0", "--control", "0",
+                 "--tags", tags, "--rate", rate, "--ready-file", ready],
+                stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    deadline = time.monotonic() + 10
+    while time.monotonic() < deadline:
+        try:
+            with open(ready) as f:
+                fields = dict(kv.split("=") for kv in f.read().split())
+            shutil.rmtree(ready_dir, ignore_errors=True)
+            return int(fields["llrp"]), int(fields["control"])
+        except (OSError, ValueError, KeyError):
+            time.sleep(0.05)
+    raise SystemExit("the simulator did not start")
+
+
+def start_tessera(procs, root, reader_port, show_log):
+    cport, dport = free_port(), free_port()
+    args = [os.path.join(BIN, "tessera"), "--root", root, "--command-port", str(cport),
+            "--data-port", str(dport), "--reader-port", str(reader_port),
+            "--record-shell", os.path.join(root, "recorded-shell.txt")]
+    print("== tessera:", " ".join(args), flush=True)
+    svc = procs.start(args, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                      env=dict(os.environ, MVM_DEBUG="enable"))
+
+    def pump():
+        for raw in svc.stdout:
+            line = raw.decode("utf-8", "replace").rstrip("\n")
+            if line and show_log:
+                print("   [log] " + line, flush=True)
+    threading.Thread(target=pump, daemon=True).start()
+    deadline = time.monotonic() + 10
+    while time.monotonic() < deadline:
+        try:
+            socket.create_connection(("127.0.0.1", dport), timeout=0.2).close()
+            break
+        except OSError:
+            time.sleep(0.05)
+    return cport, dport
+
+
+def serial_demo(args):
+    procs = Processes()
+    root = tempfile.mkdtemp(prefix="tessera-demo-")
+    master = slave = None
+    try:
+        shutil.copytree(CONFIG, os.path.join(root, "readerconfig"))
+        os.makedirs(os.path.join(root, "dev"))
+        master, slave = pty.openpty()
+        tty.setraw(master)
+        os.symlink(os.ttyname(slave), os.path.join(root, "dev", "ttyS2"))
+        llrp, _ = start_simulator(procs)
+        print("== tessera-readersim: 50 tags, 20 reads/s, LLRP on 127.0.0.1:%d" % llrp, flush=True)
+        cport, dport = start_tessera(procs, root, llrp, args.log)
+        data = socket.create_connection(("127.0.0.1", dport), timeout=10)
+        command(cport, "setup.operating_mode_serialPort=,5084 0 ,\r\n")
+        print("== serial line (/dev/ttyS2), %d seconds:" % args.seconds, flush=True)
+        buffer, reads = b"", 0
+        deadline = time.monotonic() + args.seconds
+        while time.monotonic() < deadline:
+            ready, _, _ = select.select([master], [], [], 0.1)
+            if not ready:
+                continue
+            buffer += os.read(master, 65536)
+            while b"\r\n" in buffer:
+                line, buffer = buffer.split(b"\r\n", 1)
+                text = line.decode("ascii", "replace")
+                at = text.rfind("<")
+                if text.endswith("<CRC>"):
+                    print("   header  %s" % text, flush=True)
+                    continue
+                ok = at >= 0 and "%04x" % crc16(line[:at]) == text[at + 1:-1]
+                reads += 1
+                print("   %5d  %s  %s" % (reads, text, "crc ok" if ok else "CRC MISMATCH"),
+                      flush=True)
+        command(cport, "getInventoryStatus")
+        command(cport, "disconnect\r\n")
+        data.settimeout(2)
+        notes = b""
+        try:
+            while True:
+                chunk = data.recv(65536)
+                if not chunk:
+                    break
+                notes += chunk
+        except socket.timeout:
+            pass
+        data.close()
+        print("== data channel notifications:",
+              [m.decode() for m in notes.split(b"\0")[:-1] if not m.startswith(b"TagData")],
+              flush=True)
+        print("== %d tag reads arrived on the serial line" % reads, flush=True)
+    except KeyboardInterrupt:
+        print("\n== interrupted", flush=True)
+    finally:
+        procs.stop()
+        for fd in (master, slave):
+            if fd is not None:
+                os.close(fd)
+        shutil.rmtree(root, ignore_errors=True)
+        print("== stopped; nothing left running", flush=True)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("mode", nargs="?", default="serial", choices=["serial"],
+                        help="which stream to show (default: serial)")
+    parser.add_argument("--seconds", type=int, default=5, help="how long reads flow")
+    parser.add_argument("--log", action="store_true", help="also show tessera's log lines")
+    args = parser.parse_args()
+    if args.mode == "serial":
+        serial_demo(args)
+    return 0
 
 
 if __name__ == "__main__":

@@ -7,5 +7,5 @@ bash scripts/install-deps.sh
 launcher=()
 command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=Release "${launcher[@]}" >/dev/null
-ninja -C build -j"$(nproc)" tessera $(ninja -C build -t targets all | grep -q '^tessera-readersim:' && echo tessera-readersim)
+ninja -C build -j"$(nproc)" tessera tessera-readersim
 exec /usr/bin/python3 scripts/demo.py "$@"
