@@ -1,0 +1,183 @@
+"""Boot-time starts over real service starts in a temp root, and the antenna power commands
+against the simulator with a data channel client."""
+
+import os
+import tempfile
+import time
+import unittest
+
+from fixtures import SerialLine, write_config
+from harness import Tessera, free_port, recv_zero_terminated, wait_until
+from simctl import Simulator
+
+
+class AutostartTest(unittest.TestCase):
+    def setUp(self):
+        self.sim = Simulator(("--tags", "10", "--rate", "100")).start()
+        self.addCleanup(self.sim.stop)
+        self.dir = tempfile.TemporaryDirectory(prefix="tessera-boot-")
+        self.addCleanup(self.dir.cleanup)
+        self.root = self.dir.name
+        os.makedirs(os.path.join(self.root, "var", "volatile"))
+
+    def boot(self, reader_port=None, **config):
+        write_config(self.root, **config)
+        t = Tessera(root=self.root, reader_port=reader_port or self.sim.llrp_port).start()
+        return t
+
+    def stop(self, t):
+        status = t.stop()
+        t.close()
+        self.assertEqual(status, 0, t.output()[-2000:])
+
+    def test_serial_push_with_autostart_starts_at_every_service_start(self):
+        line = SerialLine(self.root)
+        self.addCleanup(line.close)
+        for _ in range(2):
+            t = self.boot(serial={"IsAutostart": "1"}, relay={"IsAutostart": "1"})
+            self.assertTrue(t.wait_for_line("Tessera: Started Serial Port Push at Boot time"))
+            self.assertEqual(t.command("getInventoryStatus"), b"InventoryRunning:PushData\r\n\r\n")
+            self.assertTrue(line.read_lines(count=3))
+            # The relay section is neither read nor marked when the serial push starts.
+            self.assertFalse(os.path.exists(os.path.join(self.root, "var/volatile/isbooted")))
+            self.stop(t)
+
+    def test_cloud_auto_connect_holds_back_only_with_both_flags(self):
+        line = SerialLine(self.root)
+        self.addCleanup(line.close)
+        for enrolled, auto, held in (("1", "1", True), ("1", "0", False), ("0", "1", False)):
+            t = self.boot(serial={"IsAutostart": "1"},
+                          cloud={"ENROLLED": enrolled, "AUTO_CONNECT": auto})
+            if held:
+                self.assertTrue(t.wait_for_line(
+                    "Tessera: Not starting Serial Port Push at boot time since auto connect to "
+                    "cloud is enabled"))
+                self.assertEqual(t.command("getInventoryStatus"), b"InventoryStandby\r\n\r\n")
+            else:
+                self.assertTrue(t.wait_for_line("Tessera: Started Serial Port Push at Boot time"))
+            self.stop(t)
+
+    def test_relay_autostart_runs_once_per_boot(self):
+        sink_port = free_port()
+        config = dict(relay={"IsAutostart": "1"},
+                      http={"HTTPServerURL": "127.0.0.1:%d/tags" % sink_port,
+                            "HTTPPostInterval": "1", "ReaderName": "Dock"})
+        t = self.boot(**config)
+        self.assertTrue(t.wait_for_line("Tagrelay: Started Tagrelay on Boot time", timeout=30),
+                        t.output()[-2000:])
+        self.assertEqual(t.shell_commands(), ["touch /var/volatile/isbooted"])
+        self.assertEqual(t.command("getInventoryStatus"), b"InventoryRunning:Tagrelay\r\n\r\n")
+        self.stop(t)
+        t = self.boot(**config)
+        self.assertEqual(t.command("getInventoryStatus"), b"InventoryStandby\r\n\r\n")
+        self.assertFalse(t.wait_for_line("Tagrelay: Started Tagrelay on Boot time", timeout=0))
+        self.stop(t)
+
+    def test_unparsable_relay_configuration_leaves_the_marker_alone(self):
+        t = self.boot(relay={"IsAutostart": "1", "InventoryControl": "S7,Sometimes,Never,0"})
+        self.assertTrue(t.wait_for_line("Tagrelay: Failed to parse Tagrelay Configuration."))
+        self.assertFalse(os.path.exists(os.path.join(self.root, "var/volatile/isbooted")))
+        self.assertEqual(t.shell_commands(), [])
+        self.stop(t)
+
+    def test_a_reader_that_comes_up_late_is_found_on_a_later_attempt(self):
+        line = SerialLine(self.root)
+        self.addCleanup(line.close)
+        self.assertEqual(self.sim.control("refuse 2")[:2], "ok")
+        t = self.boot(serial={"IsAutostart": "1"})
+        self.assertTrue(t.wait_for_line("Tessera: Started Serial Port Push at Boot time", 60))
+        self.assertEqual(len(t.wait_for_line("Unable to establish connection with the reader",
+                                             count=2, timeout=0) or []), 2)
+        self.stop(t)
+
+
+class AntennaCommandTest(unittest.TestCase):
+    def setUp(self):
+        self.state = tempfile.NamedTemporaryFile(prefix="readersim-state-", delete=False)
+        self.state.close()
+        os.unlink(self.state.name)
+        self.addCleanup(lambda: os.path.exists(self.state.name) and os.unlink(self.state.name))
+        self.sim = Simulator(("--tags", "5", "--rate", "20", "--state", self.state.name)).start()
+        self.addCleanup(lambda: self.sim and self.sim.stop())
+        self.t = Tessera(reader_port=self.sim.llrp_port)
+        write_config(self.t.root, serial={})
+        self.t.start()
+        self.addCleanup(self.close)
+        self.data = self.t.data_client()
+
+    def close(self):
+        self.data.close()
+        status = self.t.stop()
+        self.t.close()
+        self.assertEqual(status, 0)
+
+    def result(self, command):
+        self.assertEqual(self.t.command(command), b"ok\r\n\r\n")
+        self.data.settimeout(10)
+        text = self.data.recv(4096).decode()
+        return text
+
+    def connect(self):
+        self.assertEqual(self.t.command("setup.connection_config=,5084 0 ,\r\n"), b"ok\r\n\r\n")
+
+    def test_set_one_antenna_persists_and_reports_all(self):
+        self.connect()
+        text = self.result("setup.set_antenna_config=,1 20 1 ,\r\n")
+        self.assertTrue(text.startswith("SetAntennaInfo:Success 1 20,2 "), text)
+        self.assertEqual(text.count(","), 4)
+        self.assertTrue(self.t.wait_for_line("Antenna 1 Configuration Persisted"))
+        self.assertEqual(self.result("setup.get_antenna_config=\r\n")[:17], "AntennaData:1 20,")
+
+    def test_init_reports_the_power_table_and_line_end_does_not(self):
+        self.connect()
+        text = self.result("setup.get_antenna_config=Init")
+        self.assertTrue(text.startswith("AntennaInitData: 4, 10.0 10.2 10.5 10.8 11.0"), text)
+        self.assertTrue(text.endswith(" 29.8 30.0"), text[-40:])
+        self.assertTrue(self.result("setup.get_antenna_config=Init\r\n").startswith("AntennaData:1 "))
+
+    def test_several_persist_flags_save_once_at_the_last_entry(self):
+        self.connect()
+        text = self.result("setup.set_antenna_config=,1 30 1 ,2 31 1 ,3 32 0 ,\r\n")
+        self.assertTrue(text.startswith("SetAntennaInfo:Success 1 30,2 31,3 32,4 "), text)
+        self.assertTrue(self.t.wait_for_line("Last Antenna 3 Configuration Persisted"))
+        self.assertEqual(len(self.t.wait_for_line("Persisted", timeout=0, count=1)), 1)
+
+    def test_last_entry_with_id_0_saves_nothing_and_sends_only_the_report(self):
+        self.connect()
+        text = self.result("setup.set_antenna_config=,2 40 1 ,0 0 0 ,\r\n")
+        self.assertTrue(text.startswith("1 "), text)
+        self.assertIn(",2 40,", text)
+        self.assertFalse(self.t.wait_for_line("Persisted", timeout=0.3))
+
+    def test_an_antenna_the_reader_does_not_have_is_an_error_then_the_report(self):
+        self.connect()
+        text = self.result("setup.set_antenna_config=,9 40 0 ,\r\n")
+        self.assertTrue(text.startswith("SetAntennaInfo:Error RFID_GetAntennaConfig Failed"), text)
+        self.assertRegex(text, r"Failed[ \d]\d1 \d+,2 \d+,3 \d+,4 \d+,$")
+
+    def test_no_reader_and_no_key_value(self):
+        text = self.result("setup.get_antenna_config=\r\n")
+        self.assertEqual(text, "AntennaData:")
+        self.assertTrue(self.result("setup.get_antenna_config=Init").startswith(
+            "Error: AntennaInitData: Get Failed!!!!"))
+        self.assertEqual(self.t.command("setup.get_antenna_config\r\n"), b"ok\r\n\r\n")
+
+    def test_a_persisted_power_survives_a_reader_restart(self):
+        self.connect()
+        self.result("setup.set_antenna_config=,2 17 1 ,\r\n")
+        self.assertEqual(self.t.command("disconnect\r\n"), b"ok\r\n\r\n")
+        self.sim.stop()
+        self.sim = Simulator(("--tags", "5", "--rate", "20", "--state", self.state.name)).start()
+        self.t.stop()
+        self.t.close()
+        self.t = Tessera(reader_port=self.sim.llrp_port)
+        write_config(self.t.root, serial={})
+        self.t.start()
+        self.data.close()
+        self.data = self.t.data_client()
+        self.connect()
+        self.assertRegex(self.result("setup.get_antenna_config=\r\n"), r"^AntennaData:1 \d+,2 17,")
+
+
+if __name__ == "__main__":
+    unittest.main()
