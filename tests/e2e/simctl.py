@@ -81,10 +81,14 @@ class Simulator:
             except (OSError, ValueError, KeyError):
                 return None
 
-        found = wait_for(ports, timeout)
-        if not found:
+        try:
+            found = wait_for(ports, timeout)
+        except RuntimeError:
             self.stop(check=False)
-            raise RuntimeError("simulator did not become ready: " + self.stderr())
+            raise
+        if not found:
+            text = self.stop(check=False)
+            raise RuntimeError("simulator did not become ready: " + text)
         self.llrp_port, self.control_port = found
         return self
 
@@ -329,8 +333,13 @@ def keepalive_spec(period_ms):
 class LlrpClient:
     """A blocking LLRP client over TCP that keeps every frame it sent and received in order."""
 
-    def __init__(self, port, host="127.0.0.1", timeout=5.0):
-        self.sock = socket.create_connection((host, port), timeout=timeout)
+    def __init__(self, port, host="127.0.0.1", timeout=5.0, rcvbuf=None):
+        self.sock = socket.socket(socket.AF_INET, socket.SOCK_STREAM)
+        if rcvbuf is not None:
+            # Before connect, so that the window the reader sees is small from the start.
+            self.sock.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, rcvbuf)
+        self.sock.settimeout(timeout)
+        self.sock.connect((host, port))
         self.buf = b""
         self.backlog = []      # received messages not yet asked for
         self.frames = []       # ("out"|"in", bytes) of everything exchanged, for captures
@@ -412,3 +421,6 @@ class LlrpClient:
             self.sock.close()
         except OSError:
             pass
+
+    def __del__(self):
+        self.close()
