@@ -38,6 +38,8 @@ constexpr uint32_t kSaveConfigSubtype = 1;
 constexpr uint32_t kSaveConfigReplySubtype = 2;
 constexpr uint32_t kPhaseSubtype = 1;
 constexpr size_t kReceiveChunk = 64 * 1024;
+// How long the receive thread holds back at the tag buffer's high-water mark before warning.
+constexpr std::chrono::milliseconds kHighWaterWait{1000};
 
 std::string errnoText(int err) {
   char buf[128];
@@ -923,6 +925,16 @@ void ReaderSession::handleReport(const llrp::ROAccessReport& report,
         }
         if (!match) continue;
       }
+    }
+    if (tags_.atHighWater()) {
+      // Back-pressure before giving up reads: tell the consumer what is waiting and give it a
+      // moment to catch up. Meanwhile this thread reads nothing, so TCP slows the reader down
+      // instead of reads being lost; a consumer that does not drain in time gets the warning.
+      if (stored) events.push_back(TAG_READ_EVENT);
+      stored = false;
+      deliver(events);
+      events.clear();
+      tags_.waitBelowHighWater(kHighWaterWait);
     }
     switch (tags_.push(t)) {
       case TagBuffer::PushResult::kStored:

@@ -33,21 +33,37 @@ TagBuffer::PushResult TagBuffer::push(const ReaderTagData& read) {
   return PushResult::kStored;
 }
 
-bool TagBuffer::pop(ReaderTagData& out) {
+bool TagBuffer::atHighWater() const {
   std::lock_guard guard(lock_);
-  if (count_ == 0) return false;
-  out = slots_[head_];
-  head_ = (head_ + 1) % static_cast<uint32_t>(slots_.size());
-  --count_;
-  rearmLocked();
+  return !warned_ && count_ + 1 >= highWater_;
+}
+
+bool TagBuffer::waitBelowHighWater(std::chrono::milliseconds limit) {
+  std::unique_lock guard(lock_);
+  return drained_.wait_for(guard, limit, [this] { return count_ + 1 < highWater_; });
+}
+
+bool TagBuffer::pop(ReaderTagData& out) {
+  {
+    std::lock_guard guard(lock_);
+    if (count_ == 0) return false;
+    out = slots_[head_];
+    head_ = (head_ + 1) % static_cast<uint32_t>(slots_.size());
+    --count_;
+    rearmLocked();
+  }
+  drained_.notify_all();
   return true;
 }
 
 void TagBuffer::clear() {
-  std::lock_guard guard(lock_);
-  head_ = 0;
-  count_ = 0;
-  rearmLocked();
+  {
+    std::lock_guard guard(lock_);
+    head_ = 0;
+    count_ = 0;
+    rearmLocked();
+  }
+  drained_.notify_all();
 }
 
 void TagBuffer::resize(uint32_t capacity) {
@@ -60,6 +76,7 @@ void TagBuffer::resize(uint32_t capacity) {
   // 80 %, and at least one read below a full buffer when it is larger than one read.
   highWater_ = std::max<uint32_t>(1, static_cast<uint32_t>(uint64_t{cap} * 4 / 5));
   rearmLocked();
+  drained_.notify_all();
 }
 
 uint32_t TagBuffer::size() const {

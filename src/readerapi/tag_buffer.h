@@ -3,6 +3,8 @@
 // at full rate keeps a flat footprint; when it is full, new reads are discarded and counted.
 #pragma once
 
+#include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <mutex>
 #include <vector>
@@ -26,6 +28,11 @@ class TagBuffer {
 
   // Appends a read (copied); see PushResult.
   PushResult push(const ReaderTagData& read);
+  // Whether the next push would raise the high-water warning.
+  bool atHighWater() const;
+  // Waits up to `limit` for the consumer to bring the level below the high-water mark; whether
+  // it did.
+  bool waitBelowHighWater(std::chrono::milliseconds limit);
   // Moves the oldest read into out; false when empty.
   bool pop(ReaderTagData& out);
   // Drops every read; the warning and full episodes start over.
@@ -43,6 +50,7 @@ class TagBuffer {
   void rearmLocked();
 
   mutable std::mutex lock_;  // guards every member below
+  std::condition_variable drained_;  // signalled when the consumer takes reads out
   std::vector<ReaderTagData> slots_;
   uint32_t head_ = 0;  // oldest read
   uint32_t count_ = 0;

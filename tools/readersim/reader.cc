@@ -641,7 +641,11 @@ std::string Reader::describePower() {
   std::lock_guard<std::mutex> g(lock_);
   std::string s = "ok";
   for (const AntennaSettings& a : config_.antennas) {
-    s += " " + std::to_string(a.id) + "=" + std::to_string(a.transmitPower);
+    // Appended piece by piece: GCC 12 at -O3 misreads operator+ chains here (-Wrestrict).
+    s += ' ';
+    s += std::to_string(a.id);
+    s += '=';
+    s += std::to_string(a.transmitPower);
   }
   return s;
 }
