@@ -8,6 +8,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <set>
@@ -24,9 +25,12 @@ SerialSettings settings(int32_t baud, int32_t dataBits, const char* parity, int3
   SerialSettings s;
   s.Baudrate = baud;
   s.Databits = dataBits;
-  std::strncpy(s.Parity, parity, sizeof s.Parity);
+  // Like strncpy (zero padding, no terminator when the word fills the field), which some cases need.
+  std::memset(s.Parity, 0, sizeof s.Parity);
+  std::memcpy(s.Parity, parity, std::min(std::strlen(parity), sizeof s.Parity));
   s.Stopbits = stopBits;
-  std::strncpy(s.Flowcontrol, flow, sizeof s.Flowcontrol);
+  std::memset(s.Flowcontrol, 0, sizeof s.Flowcontrol);
+  std::memcpy(s.Flowcontrol, flow, std::min(std::strlen(flow), sizeof s.Flowcontrol));
   return s;
 }
 
