@@ -207,9 +207,11 @@ void Engine::flushReports() {
 }
 
 void Engine::gpiChanged(uint16_t port, bool high, Clock::time_point now) {
+  uint32_t stopped = 0;  // a spec this very edge stopped does not start again on it
   if (Spec* a = activeSpec()) {
     const StopTrigger& st = a->def.stop;
     if (st.type == 2 && st.gpi.port == port && st.gpi.event == high) {
+      stopped = a->def.id;
       endSpec(*a, now);
     } else if (a->aiIndex < a->def.aiSpecs.size()) {
       const AiStopTrigger& ai = a->def.aiSpecs[a->aiIndex].stop;
@@ -219,7 +221,8 @@ void Engine::gpiChanged(uint16_t port, bool high, Clock::time_point now) {
   if (activeSpec() != nullptr) return;
   for (auto& [id, s] : specs_) {
     const StartTrigger& t = s.def.start;
-    if (s.state == kInactive && t.type == 3 && t.gpi.port == port && t.gpi.event == high) {
+    if (s.state == kInactive && t.type == 3 && t.gpi.port == port && t.gpi.event == high &&
+        id != stopped) {
       startSpec(s, now);
       break;
     }
