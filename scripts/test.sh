@@ -12,7 +12,11 @@ builds=${TESSERA_TEST_BUILDS:-"release asan tsan fuzz"}
 fuzz_seconds=${TESSERA_FUZZ_SECONDS:-20}
 jobs=$(nproc)
 launcher=()
-command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache)
+if command -v ccache >/dev/null; then
+  launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache)
+  # Paths relative to the checkout, so that another clone of the same sources hits the cache.
+  export CCACHE_BASEDIR="$PWD" CCACHE_NOHASHDIR=1
+fi
 
 # TSan needs the classic address-space layout; newer kernels randomise mmap beyond what it maps.
 tsan_run=()
