@@ -19,7 +19,15 @@ inline constexpr double kRelayRetrySeconds = 10.0;
 void* relayWorker(void* unused);
 // Stops the relay worker and releases the relay's output channels; safe when none runs.
 void relayStop();
-// Closes the HID device and the USB drive file when open (level 7 lines when not).
-void releaseRelayDevices();
+
+// Empties the batch and, for HTTP POST and TCP/IP, opens it with the JSON report opening.
+void openRelayBatch();
+// Tells the worker to stop, wakes it and joins it; nothing when none was started. wakeAccept also
+// shuts the TCP/IP listener down, which ends a wait in accept and leaves the listener unusable.
+void joinRelayWorker(bool wakeAccept);
+// Closes /dev/hidg0 when open (a level-7 line when not).
+void releaseHidDevice();
+// Closes the USB drive's CSV file when open (a level-7 line when not).
+void releaseUsbDriveFile();
 
 }  // namespace tessera

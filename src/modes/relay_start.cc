@@ -24,17 +24,15 @@ namespace {
 
 constexpr uint32_t kReaderDeniedStatus = 101;
 
-void openEnvelope(ServiceState& s) {
-  s.relayBatch.clear();
-  openJsonEnvelope(s.relayBatch, s.relayConfig.relayMode, s.readerName.text, getMacAddress());
-}
-
 // Sets up the channel of the configured mode; 0 or -1.
 int openChannel(ServiceState& s) {
   switch (static_cast<RelayMode>(s.relayConfig.relayMode)) {
     case RelayMode::HttpPost: {
       auto* client = new HTTPClient(s.httpPostConfig);
       s.httpClient = client;
+      // The worker is stopped by a flag, not cancelled: a post waiting on a stalled server must
+      // give up when the flag is set, or a stop would wait for the 30-second time-out.
+      client->setAbortFlag(&s.relayWorkerStop);
       const char* configured = s.httpPostConfig.HTTPServerURL;
       std::string url;
       bool tls = false;
@@ -46,14 +44,15 @@ int openChannel(ServiceState& s) {
       } else {
         url = std::string("http://") + configured;
       }
-      if (client->open(1, url.c_str(), tls) != 0) Logger::log(7, "Tagrelay: open failed\n");
+      // A failed open is not fatal here: without a handle every post fails and is retried.
+      static_cast<void>(client->open(1, url.c_str(), tls));
       if (client->prepare(url.c_str()) != 0) {
         Logger::log(6, "Tagrelay: Unable to create request for URL %s\n", configured);
         delete client;
         s.httpClient = nullptr;
         return -1;
       }
-      openEnvelope(s);
+      openRelayBatch();
       return 0;
     }
     case RelayMode::UsbHid:
@@ -84,7 +83,7 @@ int openChannel(ServiceState& s) {
           return -1;
         }
       }
-      openEnvelope(s);
+      openRelayBatch();
       return 0;
     case RelayMode::UsbDrive:
       s.relayBatch.clear();
@@ -98,8 +97,9 @@ int openChannel(ServiceState& s) {
 void releaseChannelAfterConnectFailure(ServiceState& s) {
   delete s.httpClient;
   s.httpClient = nullptr;
-  releaseRelayDevices();
+  releaseHidDevice();
   if (s.hidGadgetLoaded) switchToEthernetGadget();
+  releaseUsbDriveFile();
 }
 
 void setAntennaPowers(ServiceState& s, ReaderHandle handle) {
@@ -144,18 +144,15 @@ int relayStartOnce() {
   }
   ReaderTagData* tag = RFID_AllocateTag(handle);
   TagStorageSettings storage;
+  // Tag storage and session settings that the reader refuses leave its own; the start goes on.
   if (RFID_GetTagStorageSettings(handle, &storage) == RFID_API_SUCCESS) {
     storage.tagFields |= 0x1100;
-    if (RFID_SetTagStorageSettings(handle, &storage) != RFID_API_SUCCESS) {
-      Logger::log(7, "Tagrelay: tag storage settings not changed\n");
-    }
+    static_cast<void>(RFID_SetTagStorageSettings(handle, &storage));
   }
   SingulationControl singulation;
   if (RFID_GetSingulationControl(handle, 1, &singulation) == RFID_API_SUCCESS) {
     singulation.session = static_cast<uint32_t>(s.inventoryControl.Session);
-    if (RFID_SetSingulationControl(handle, 0, &singulation) != RFID_API_SUCCESS) {
-      Logger::log(7, "Tagrelay: session not changed\n");
-    }
+    static_cast<void>(RFID_SetSingulationControl(handle, 0, &singulation));
   }
   registerReaderEvents();
   s.inventoryControl.TriggerRecord.tagReportTrigger = 1;
@@ -170,10 +167,9 @@ int relayStartOnce() {
     while (RFID_GetReadTag(handle, tag) == RFID_API_SUCCESS) {
     }
   }
-  if (RFID_PerformInventory(handle, nullptr, nullptr, &s.inventoryControl.TriggerRecord,
-                            nullptr) != RFID_API_SUCCESS) {
-    Logger::log(7, "Tagrelay: inventory start refused\n");
-  }
+  // A refused start shows as a relay that reads nothing; the reader reports it by its events.
+  static_cast<void>(RFID_PerformInventory(handle, nullptr, nullptr,
+                                          &s.inventoryControl.TriggerRecord, nullptr));
   s.relayActive = true;
   if (s.relayConfig.HeartbeatEnabled) s.lastHeartbeat = platform::now();
   consolePrint(L"\nTagrelay: Inventory started on Tagrelay\r\n");
@@ -182,8 +178,25 @@ int relayStartOnce() {
   return 0;
 }
 
+void openRelayBatch() {
+  ServiceState& s = serviceState;
+  s.relayBatch.clear();
+  const int32_t mode = s.relayConfig.relayMode;
+  if (mode != static_cast<int32_t>(RelayMode::HttpPost) &&
+      mode != static_cast<int32_t>(RelayMode::TcpIp)) {
+    return;
+  }
+  // The address is asked of the kernel once; every later report reuses the text.
+  const char* mac = s.macAddressKnown ? s.macAddress : getMacAddress();
+  openJsonEnvelope(s.relayBatch, mode, s.readerName.text, mac);
+}
+
 int relayStart(bool reread) {
   ServiceState& s = serviceState;
+  // A worker that ended through one of its own fatal exits has not been joined yet (the
+  // disconnect commands stop the relay only while it is active); join it before its handle is
+  // reused.
+  joinRelayWorker(false);
   {
     std::lock_guard<std::mutex> outer(s.relayPendingOuterLock);
     std::lock_guard<std::mutex> inner(s.relayPendingInnerLock);
@@ -251,6 +264,9 @@ int relayStart(bool reread) {
     }
     Logger::log(7, "Tagrelay: Failed to start Tagrelay : retry = %d\n", attempt);
     platform::sleepSeconds(kRelayRetrySeconds);
+    // The cleanup after SIGINT or SIGTERM waits for this command to end; fourteen more
+    // attempts would hold the process for over two minutes past the signal.
+    if (s.terminationSignal != 0) break;
   }
   if (code != 0) {
     Logger::log(3, "Tagrelay: Failed to start Tagrelay.\n");

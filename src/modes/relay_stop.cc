@@ -10,13 +10,17 @@
 
 namespace tessera {
 
-void releaseRelayDevices() {
+void releaseHidDevice() {
   ServiceState& s = serviceState;
   if (s.hidFd != -1) {
     hidClose();
   } else {
     Logger::log(7, "USB HID Device is not opened.");
   }
+}
+
+void releaseUsbDriveFile() {
+  ServiceState& s = serviceState;
   bool driveOpen;
   {
     std::lock_guard<std::mutex> guard(s.usbDriveLock);
@@ -29,22 +33,27 @@ void releaseRelayDevices() {
   }
 }
 
+void joinRelayWorker(bool wakeAccept) {
+  ServiceState& s = serviceState;
+  if (!s.relayThreadStarted) return;
+  // The worker is never cancelled: it is told to stop and woken wherever it waits (the
+  // condition, its pause, accept on the TCP/IP listener, a post in progress), so no lock is
+  // ever left held.
+  {
+    std::lock_guard<std::mutex> wake(s.relayWakeLock);
+    s.relayWorkerStop = true;
+  }
+  s.relayWakeCond.notify_all();
+  if (wakeAccept && s.tcpServer != nullptr && s.tcpServer->listeningSocket() > 0) {
+    shutdown(s.tcpServer->listeningSocket(), SHUT_RDWR);
+  }
+  pthread_join(s.relayThread, nullptr);
+  s.relayThreadStarted = false;
+}
+
 void relayStop() {
   ServiceState& s = serviceState;
-  if (s.relayThreadStarted) {
-    // The worker is never cancelled: it is told to stop and woken wherever it waits (the
-    // condition, its pause, or accept on the TCP/IP listener), so no lock is ever left held.
-    {
-      std::lock_guard<std::mutex> wake(s.relayWakeLock);
-      s.relayWorkerStop = true;
-    }
-    s.relayWakeCond.notify_all();
-    if (s.tcpServer != nullptr && s.tcpServer->listeningSocket() > 0) {
-      shutdown(s.tcpServer->listeningSocket(), SHUT_RDWR);
-    }
-    pthread_join(s.relayThread, nullptr);
-    s.relayThreadStarted = false;
-  }
+  joinRelayWorker(true);
   if (s.tcpServer != nullptr) {
     s.tcpServer->closeClient();
     s.tcpServer->closeServer();
@@ -55,7 +64,8 @@ void relayStop() {
   s.relayRecordsReady = false;
   delete s.httpClient;
   s.httpClient = nullptr;
-  releaseRelayDevices();
+  releaseHidDevice();
+  releaseUsbDriveFile();
   if (s.hidGadgetLoaded) {
     switchToEthernetGadget();
     s.hidGadgetLoaded = false;

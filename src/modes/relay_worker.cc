@@ -25,15 +25,6 @@ namespace {
 
 enum class SendResult { Delivered, Failed, Fatal };
 
-void reopenBatch(ServiceState& s) {
-  s.relayBatch.clear();
-  const int32_t mode = s.relayConfig.relayMode;
-  if (mode == static_cast<int32_t>(RelayMode::HttpPost) ||
-      mode == static_cast<int32_t>(RelayMode::TcpIp)) {
-    openJsonEnvelope(s.relayBatch, mode, s.readerName.text, getMacAddress());
-  }
-}
-
 // The fatal exits: the channel is gone, so the reader is released and the local client told.
 void fatalExit(ServiceState& s, const char* text) {
   Logger::log(3, "%s", text);
@@ -142,10 +133,9 @@ bool takeRecords(ServiceState& s) {
   }
   if (s.inventoryPausedForBuffer) {
     Logger::log(6, "Tagrelay: Data consumed, Starting Inventory.\n");
-    if (RFID_PerformInventory(s.readerHandle, nullptr, nullptr, &s.inventoryControl.TriggerRecord,
-                              nullptr) != RFID_API_SUCCESS) {
-      Logger::log(7, "Tagrelay: inventory restart refused\n");
-    }
+    // As at the start, a refused restart is left to the reader's own events.
+    static_cast<void>(RFID_PerformInventory(s.readerHandle, nullptr, nullptr,
+                                            &s.inventoryControl.TriggerRecord, nullptr));
     s.inventoryPausedForBuffer = false;
   }
   return true;
@@ -223,7 +213,7 @@ void* relayWorker(void*) {
     if (sendNow) {
       switch (send(s)) {
         case SendResult::Delivered:
-          reopenBatch(s);
+          openRelayBatch();
           resend = false;
           break;
         case SendResult::Failed:

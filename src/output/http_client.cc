@@ -134,6 +134,11 @@ size_t HTTPClient::collect(char* data, size_t size, size_t count, void* self) {
   return delivered;
 }
 
+int HTTPClient::progress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
+  const std::atomic<bool>* flag = static_cast<HTTPClient*>(self)->abortFlag_;
+  return flag != nullptr && flag->load() ? 1 : 0;
+}
+
 int HTTPClient::post(const char* body, size_t /*length: libcurl measures the text itself*/) {
   if (handle_ == nullptr) {
     setError(-1, "InternetOpen");
@@ -156,6 +161,12 @@ int HTTPClient::post(const char* body, size_t /*length: libcurl measures the tex
   response_[0] = '\0';
   curl_easy_setopt(handle_, CURLOPT_WRITEFUNCTION, &HTTPClient::collect);
   curl_easy_setopt(handle_, CURLOPT_WRITEDATA, this);
+  if (abortFlag_ != nullptr) {
+    // The progress callback is libcurl's only way out of a transfer waiting on a stalled server.
+    curl_easy_setopt(handle_, CURLOPT_XFERINFOFUNCTION, &HTTPClient::progress);
+    curl_easy_setopt(handle_, CURLOPT_XFERINFODATA, this);
+    curl_easy_setopt(handle_, CURLOPT_NOPROGRESS, 0L);
+  }
   const CURLcode rc = curl_easy_perform(handle_);
   // The handle keeps the option; it must not point at a list that is freed below.
   curl_easy_setopt(handle_, CURLOPT_HTTPHEADER, nullptr);

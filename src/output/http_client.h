@@ -5,6 +5,7 @@
 
 #include <curl/curl.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
@@ -40,10 +41,14 @@ class HTTPClient {
   [[nodiscard]] int post(const char* body, size_t length);
   // Copies the last failure's code and text; nothing when out is null.
   void lastError(HttpErrorRecord* out) const;
+  // A post in progress gives up, as a transport failure, within about a second of *flag
+  // becoming true (the flag outlives the client); null, the default: posts run to completion.
+  void setAbortFlag(const std::atomic<bool>* flag) { abortFlag_ = flag; }
 
  private:
   void setError(int32_t code, const char* text);
   static size_t collect(char* data, size_t size, size_t count, void* self);
+  static int progress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t);
 
   const HttpPostConfig& config_;
   CURL* handle_ = nullptr;
@@ -55,6 +60,7 @@ class HTTPClient {
   curl_slist* headers_ = nullptr;  // only during a post
   char* response_ = nullptr;       // body of the post in progress, zero-terminated
   size_t responseLength_ = 0;
+  const std::atomic<bool>* abortFlag_ = nullptr;
 };
 
 }  // namespace tessera
