@@ -180,15 +180,94 @@ def serial_demo(args):
         print("== stopped; nothing left running", flush=True)
 
 
+def relay_demo(args):
+    """simulator -> tessera in HTTP POST relay mode -> a local HTTP server printing each batch."""
+    import base64
+    import http.server
+    import json
+    import re
+
+    procs = Processes()
+    root = tempfile.mkdtemp(prefix="tessera-demo-")
+    server = None
+    try:
+        shutil.copytree(CONFIG, os.path.join(root, "readerconfig"))
+        batches = []
+
+        class Batch(http.server.BaseHTTPRequestHandler):
+            protocol_version = "HTTP/1.1"
+
+            def do_POST(self):
+                body = self.rfile.read(int(self.headers.get("Content-Length", "0")))
+                self.send_response(200)
+                self.send_header("Content-Length", "0")
+                self.end_headers()
+                report = json.loads(body)
+                reads = report["tag_reads"]
+                batches.append(len(reads))
+                user = base64.b64decode(
+                    self.headers.get("Authorization", "Basic ")[6:]).decode().split(":")[0]
+                print("   batch %2d  POST %s  user %r  reader %r  %3d reads  first EPCs %s"
+                      % (len(batches), self.path, user, report["reader_name"], len(reads),
+                         " ".join(r["epc"] for r in reads[:3])), flush=True)
+
+            def log_message(self, *unused):
+                pass
+
+        server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Batch)
+        threading.Thread(target=server.serve_forever, daemon=True).start()
+        port = server.server_address[1]
+        # The sample configuration posts to 127.0.0.1:8080 every 5 s; point it at this server
+        # and post every second.
+        conf = os.path.join(root, "readerconfig", "AdvReaderConfig.xml")
+        with open(conf) as f:
+            text = f.read()
+        text = re.sub(r'HTTPServerURL="[^"]*"', 'HTTPServerURL="http://127.0.0.1:%d/tagdata"' % port,
+                      text)
+        text = re.sub(r'HTTPPostInterval="\d+"', 'HTTPPostInterval="1"', text)
+        with open(conf, "w") as f:
+            f.write(text)
+        llrp, _ = start_simulator(procs)
+        print("== tessera-readersim: 50 tags, 20 reads/s, LLRP on 127.0.0.1:%d" % llrp, flush=True)
+        print("== HTTP server on 127.0.0.1:%d, HTTPServerURL http://127.0.0.1:%d/tagdata"
+              % (port, port), flush=True)
+        cport, _ = start_tessera(procs, root, llrp, args.log)
+        deadline = time.monotonic() + 10
+        while time.monotonic() < deadline:  # the command channel opens after the data channel
+            try:
+                socket.create_connection(("127.0.0.1", cport), timeout=0.2).close()
+                break
+            except OSError:
+                time.sleep(0.05)
+        command(cport, "setup.operating_mode_Tagrelay=,5084 0 1 ,\r\n")
+        print("== batches posted by the relay, %d seconds:" % args.seconds, flush=True)
+        time.sleep(args.seconds)
+        command(cport, "getInventoryStatus")
+        command(cport, "disconnect\r\n")
+        print("== %d batches, %d tag reads arrived by HTTP POST" % (len(batches), sum(batches)),
+              flush=True)
+    except KeyboardInterrupt:
+        print("\n== interrupted", flush=True)
+    finally:
+        procs.stop()
+        if server is not None:
+            server.shutdown()
+            server.server_close()
+        shutil.rmtree(root, ignore_errors=True)
+        print("== stopped; nothing left running", flush=True)
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("mode", nargs="?", default="serial", choices=["serial"],
-                        help="which stream to show (default: serial)")
+    parser.add_argument("mode", nargs="?", default="serial", choices=["serial", "relay"],
+                        help="which stream to show: serial (default) or relay (to HTTP)")
     parser.add_argument("--seconds", type=int, default=5, help="how long reads flow")
     parser.add_argument("--log", action="store_true", help="also show tessera's log lines")
     args = parser.parse_args()
     if args.mode == "serial":
         serial_demo(args)
+    elif args.mode == "relay":
+        relay_demo(args)
     return 0
 
 
