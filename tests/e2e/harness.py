@@ -169,10 +169,11 @@ class Tessera:
         self.close()
 
 
-def recv_until(sock, marker, timeout=10.0):
+def recv_while(sock, more, timeout=10.0):
+    """Reads until more(data) is false, the peer closes or the time is up; returns the bytes."""
     deadline = time.monotonic() + timeout
     data = b""
-    while marker not in data and time.monotonic() < deadline:
+    while more(data) and time.monotonic() < deadline:
         sock.settimeout(max(0.01, deadline - time.monotonic()))
         try:
             chunk = sock.recv(4096)
@@ -184,17 +185,11 @@ def recv_until(sock, marker, timeout=10.0):
     return data
 
 
+def recv_until(sock, marker, timeout=10.0):
+    return recv_while(sock, lambda data: marker not in data, timeout)
+
+
 def recv_zero_terminated(sock, count=1, timeout=10.0):
     """Reads `count` zero-terminated data channel messages; returns their texts."""
-    deadline = time.monotonic() + timeout
-    data = b""
-    while data.count(b"\0") < count and time.monotonic() < deadline:
-        sock.settimeout(max(0.01, deadline - time.monotonic()))
-        try:
-            chunk = sock.recv(4096)
-        except socket.timeout:
-            break
-        if not chunk:
-            break
-        data += chunk
+    data = recv_while(sock, lambda data: data.count(b"\0") < count, timeout)
     return [m.decode("utf-8", "replace") for m in data.split(b"\0")[:-1]]
