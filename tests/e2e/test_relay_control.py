@@ -1,0 +1,248 @@
+"""Starting and stopping the relay mode end to end: the replies of the relay command, the
+disconnects, and SIGTERM while the relay runs in each output mode."""
+
+import os
+import re
+import signal
+import socket
+import sys
+import tempfile
+import time
+import unittest
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "peers"))
+
+from fixtures import Bench, write_config  # noqa: E402
+from harness import Tessera, free_port, recv_until, recv_zero_terminated, wait_until  # noqa: E402
+from relay_peers import (ETHERNET_COMMANDS, VBUS, ReportStream, http_section,  # noqa: E402
+                         http_sink)
+from simctl import Simulator  # noqa: E402
+
+STARTED = b"httppoststart:0\r\n\r\n"
+NO_READER = b"Unable to establish connection to the reader\r\n\r\n"
+CLEANUP = ["^I-Caught SIGNAL: 15\\.\\.\\. Cleanup function\\.$", "^Killing Threads\\.\\. Done$",
+           "^I-Tagrelay: Tagrelay thread cleaned\\.$", "^I-cleanup tcp channels end $",
+           "^I-tessera stopped after signal 15$"]
+
+
+def start(mode):
+    return "setup.operating_mode_Tagrelay=,5084 0 %d ,\r\n" % mode
+
+
+class RelayCommandTest(unittest.TestCase):
+    def setUp(self):
+        self.sim = Simulator(("--tags", "10", "--rate", "50")).start()
+        self.addCleanup(self.sim.stop)
+        self.closed_port = free_port()
+
+    def tessera(self, relay_mode="1", reader_port=None):
+        t = Tessera(reader_port=reader_port or self.sim.llrp_port)
+        write_config(t.root, relay={"TagrelayMode": relay_mode},
+                     extra_lines=[http_section("http://127.0.0.1:%d/x" % self.closed_port)])
+        t.start()
+
+        def cleanup():
+            status = t.stop()
+            t.close()
+            self.assertEqual(status, 0)
+        self.addCleanup(cleanup)
+        return t
+
+    def test_replies_follow_the_configured_and_the_requested_mode(self):
+        t = self.tessera()
+        steps = [
+            # (command, reply, reader connections after it)
+            (start(3), b"httppoststart:3\r\n\r\n", 0),
+            # No field keeps the requested mode of the last command.
+            ("setup.operating_mode_Tagrelay=\r\n", b"httppoststart:3\r\n\r\n", 0),
+            # Without "=" the key does not match: an unknown command.
+            ("setup.operating_mode_Tagrelay\r\n", b"ok\r\n\r\n", 0),
+            ("disconnect\r\n", b"ok\r\n\r\n", 0),
+            # The disconnect forgot the requested mode: any configured mode starts.
+            ("setup.operating_mode_Tagrelay=\r\n", STARTED, 1),
+            (start(1), b"httppoststart:2\r\n\r\n", 1),
+            ("disconnect\r\n", b"ok\r\n\r\n", 1),
+            (start(1), STARTED, 2),
+            ("disconnect\r\n", b"ok\r\n\r\n", 2),
+        ]
+        for command, reply, connections in steps:
+            with self.subTest(command=command):
+                self.assertEqual(t.command(command), reply)
+                self.assertEqual(self.sim.stats()["connections"], connections)
+        self.assertTrue(t.wait_for_line(
+            "^Tagrelay: Requested mode does not match with Configured mode$", count=2, timeout=5))
+        self.assertTrue(t.wait_for_line(r"^E-Tagrelay: TagrelayMode mismatch\.$", count=2,
+                                        timeout=5))
+        self.assertTrue(t.wait_for_line(r"^I-Tagrelay: RFID handle already exist\.$", timeout=5))
+
+    def test_a_relay_that_is_not_configured_answers_1(self):
+        t = self.tessera(relay_mode="0")
+        self.assertEqual(t.command(start(1)), b"httppoststart:1\r\n\r\n")
+        self.assertTrue(t.wait_for_line("^Tagrelay is not configured$", timeout=5))
+        self.assertTrue(t.wait_for_line(
+            r"^E-Tagrelay: Feature is not enabled in configuration\.$", timeout=5))
+        self.assertEqual(self.sim.stats()["connections"], 0)
+
+    def test_a_connection_that_exists_answers_2(self):
+        t = self.tessera()
+        self.assertEqual(t.command("setup.connection_config=,5084 0 ,\r\n"), b"ok\r\n\r\n")
+        self.assertEqual(t.command(start(1)), b"httppoststart:2\r\n\r\n")
+        self.assertEqual(self.sim.stats()["connections"], 1)
+
+    def test_an_unreachable_reader_is_tried_15_times(self):
+        t = self.tessera(reader_port=free_port())
+        self.assertEqual(t.command(start(1), timeout=30), NO_READER)
+        # The reader error print has no line feed of its own, so the log line follows it.
+        self.assertEqual(len(t.wait_for_line(r"I-Tagrelay: Unable to connect with reader: \d+$",
+                                             count=15, timeout=5)), 15)
+        self.assertTrue(t.wait_for_line(
+            "^Tagrelay: Unable to establish connection to the reader$", timeout=5))
+
+    def test_sigterm_ends_the_start_attempts(self):
+        t = self.tessera(reader_port=free_port())
+        with t.connect() as c:
+            c.sendall(start(1).encode())
+            self.assertTrue(t.wait_for_line(r"I-Tagrelay: Unable to connect with reader: \d+$",
+                                            timeout=20))
+            t.proc.send_signal(signal.SIGTERM)
+            self.assertEqual(recv_until(c, b"\r\n\r\n", 20), NO_READER)
+        self.assertEqual(t.proc.wait(20), 0)
+        self.assertTrue(t.wait_for_line("^I-tessera stopped after signal 15$", timeout=5))
+        attempts = t.wait_for_line(r"I-Tagrelay: Unable to connect with reader: \d+$", timeout=0)
+        self.assertLess(len(attempts), 15)
+
+    def test_a_reader_that_denies_the_connection_is_tried_once(self):
+        t = self.tessera()
+        self.assertTrue(self.sim.control("deny 1").startswith("ok"))
+        self.assertEqual(t.command(start(1), timeout=30), NO_READER)
+        self.assertTrue(t.wait_for_line(r"^E-Tagrelay: Failed to start Tagrelay\.$", timeout=5))
+        self.assertEqual(len(t.wait_for_line(r"I-Tagrelay: Unable to connect with reader",
+                                             timeout=0)), 1)
+        self.assertTrue(t.wait_for_line(r"I-Tagrelay: Unable to connect with reader: 101$",
+                                        timeout=0))
+
+
+class RelayStopTest(unittest.TestCase):
+    def bench(self, mode, sim_args=("--tags", "20", "--rate", "200"), **config):
+        b = Bench(sim_args=sim_args, relay={"TagrelayMode": str(mode)}, with_serial_line=False,
+                  **config)
+        self.addCleanup(b.tessera.close)
+        self.addCleanup(b.sim.stop)
+        return b
+
+    def assert_clean_stop(self, t, timeout=15):
+        """SIGTERM: exit status 0 and the cleanup in order, the relay stopped before the
+        command and data channel sockets close."""
+        status = t.stop(signal.SIGTERM, timeout=timeout)
+        self.assertEqual(status, 0, t.output()[-3000:])
+        at = 0
+        for pattern in CLEANUP:
+            regex = re.compile(pattern)
+            found = next((i for i in range(at, len(t.lines)) if regex.search(t.lines[i])), None)
+            self.assertIsNotNone(found, "%r after line %d:\n%s" % (pattern, at,
+                                                                   "\n".join(t.lines[-30:])))
+            at = found + 1
+
+    def test_sigterm_while_posting_to_a_server(self):
+        tmp = tempfile.TemporaryDirectory()
+        self.addCleanup(tmp.cleanup)
+        sink = http_sink(os.path.join(tmp.name, "posts.jsonl"))
+        self.addCleanup(sink.stop)
+        b = self.bench(1, extra_lines=[http_section("http://127.0.0.1:%d/x" % sink.port)])
+        self.assertEqual(b.tessera.command(start(1)), STARTED)
+        self.assertTrue(wait_until(lambda: sink.entries(), timeout=20))
+        self.assert_clean_stop(b.tessera)
+
+    def test_sigterm_while_a_post_waits_on_a_server_that_never_answers(self):
+        # A listener that never accepts: the connection completes in the kernel and the post
+        # waits for an answer (libcurl would give up after 30 s).
+        with socket.socket() as stalled:
+            stalled.bind(("127.0.0.1", 0))
+            stalled.listen(8)
+            url = "http://127.0.0.1:%d/x" % stalled.getsockname()[1]
+            b = self.bench(1, extra_lines=[http_section(url)])
+            t = b.tessera
+            self.assertEqual(t.command(start(1)), STARTED)
+            self.assertTrue(wait_until(lambda: b.sim.stats()["reads_sent"] > 0, timeout=20))
+            time.sleep(1.5)  # the worker's post is under way
+            self.assertNotIn("HTTP POST Error", t.output())
+            self.assert_clean_stop(t, timeout=10)
+
+    def test_sigterm_while_typing_on_the_hid_keyboard(self):
+        b = self.bench(2, data_format={})
+        t = b.tessera
+        for path, text in (("/dev/hidg0", ""), (VBUS, "on\n")):
+            os.makedirs(os.path.dirname(t.path(path)), exist_ok=True)
+            with open(t.path(path), "w") as f:
+                f.write(text)
+        self.assertEqual(t.command(start(2)), STARTED)
+        self.assertTrue(wait_until(lambda: os.path.getsize(t.path("/dev/hidg0")) > 0, timeout=20))
+        self.assert_clean_stop(t)
+        # The USB device port went back to the Ethernet gadget.
+        self.assertEqual(t.shell_commands()[-len(ETHERNET_COMMANDS):], ETHERNET_COMMANDS)
+
+    def test_sigterm_while_a_tcpip_client_reads_and_while_none_is_connected(self):
+        for with_client in (True, False):
+            with self.subTest(with_client=with_client):
+                port = free_port()
+                b = self.bench(3, tcpip={"Port": str(port)})
+                t = b.tessera
+                self.assertEqual(t.command(start(3)), STARTED)
+                client = None
+                if with_client:
+                    client = ReportStream(port)
+                    self.addCleanup(client.close)
+                    self.assertTrue(wait_until(lambda: client.reports(), timeout=20))
+                else:
+                    self.assertTrue(wait_until(lambda: b.sim.stats()["reads_sent"] > 0,
+                                               timeout=20))
+                self.assert_clean_stop(t)
+                if client is not None:
+                    self.assertTrue(wait_until(lambda: client.closed, timeout=5))
+                # Both the client and the listening socket were closed: the port is free.
+                # (SO_REUSEADDR lets the bind pass the closed connection's TIME_WAIT, not a
+                # listener.)
+                with socket.socket() as again:
+                    again.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+                    again.bind(("127.0.0.1", port))
+                    again.listen(1)
+
+    def test_sigterm_while_writing_to_the_usb_drive(self):
+        b = self.bench(4, data_format={})
+        t = b.tessera
+        os.makedirs(t.path("/media/usbdrive"))
+        os.makedirs(t.path("/proc"))
+        with open(t.path("/proc/mounts"), "w") as f:
+            f.write("/dev/sda1 /media/usbdrive vfat rw 0 0\n")
+        self.assertEqual(t.command(start(4)), STARTED)
+        self.assertTrue(wait_until(lambda: os.listdir(t.path("/media/usbdrive")), timeout=20))
+        self.assert_clean_stop(t)
+
+    def test_disconnect_twice_then_sigterm_stops_the_relay_a_second_time(self):
+        port = free_port()
+        b = self.bench(3, tcpip={"Port": str(port)})
+        t = b.tessera
+        data = t.data_client()
+        self.addCleanup(data.close)
+        self.assertEqual(t.command(start(3)), STARTED)
+        client = ReportStream(port)
+        self.addCleanup(client.close)
+        self.assertTrue(wait_until(lambda: client.reports(), timeout=20))
+        self.assertEqual(t.command("disconnect\r\n"), b"ok\r\n\r\n")
+        self.assertTrue(wait_until(lambda: client.closed, timeout=5))
+        self.assertEqual(t.command("disconnect\r\n"), b"ok\r\n\r\n")
+        notes = []
+        wait_until(lambda: notes.extend(recv_zero_terminated(data, timeout=0.2)) or
+                   notes.count("DISCONNECTION_EVENT") >= 2, timeout=10)
+        self.assertGreaterEqual(notes.count("DISCONNECTION_EVENT"), 2, notes)
+        self.assertEqual(len(t.wait_for_line("^I-Tagrelay: Tagrelay thread cleaned", timeout=5)),
+                         1)
+        # The cleanup's relay stop finds nothing left to release and says so once more.
+        self.assert_clean_stop(t)
+        self.assertEqual(len(t.wait_for_line("^I-Tagrelay: Tagrelay thread cleaned", count=2,
+                                             timeout=5)), 2)
+        self.assertEqual(b.sim.stats()["client_connected"], 0)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,216 @@
+"""The relay's HTTP(S) POST channel end to end: tessera-readersim -> tessera in relay mode 1 -> a
+real HTTP server (peers/http_sink.py), over TLS with a certificate made here by openssl, and
+through a CONNECT proxy (peers/connect_proxy.py)."""
+
+import base64
+import os
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "peers"))
+
+from fixtures import Bench, write_config  # noqa: E402
+from harness import free_port, wait_until  # noqa: E402
+from relay_peers import connect_proxy, http_section, http_sink, posted_reports  # noqa: E402
+
+START = "setup.operating_mode_Tagrelay=,5084 0 1 ,\r\n"
+STANDBY = "setup.operating_mode=standby\r\n"
+MAC = re.compile(r"^([0-9A-F]{2}(:[0-9A-F]{2}){5})?$")
+STAMP = re.compile(r"^(\d\d)/(\d\d)/(\d{4}) (\d\d:\d\d:\d\d:\d{3})$")
+
+
+def tag_reads(reports):
+    return [r for report in reports for r in report["tag_reads"]]
+
+
+def time_key(record):
+    day, month, year, rest = STAMP.match(record["timeStamp"]).groups()
+    return year, month, day, rest
+
+
+class RelayHttpCase(unittest.TestCase):
+    def setUp(self):
+        tmp = tempfile.TemporaryDirectory(prefix="relay-http-")
+        self.addCleanup(tmp.cleanup)
+        self.dir = tmp.name
+
+    def sink(self, *args, name="sink"):
+        s = http_sink(os.path.join(self.dir, name + ".jsonl"), *args)
+        self.addCleanup(s.stop)
+        return s
+
+    def bench(self, http_line, sim_args=("--tags", "20", "--rate", "200"), relay=None, **config):
+        b = Bench(sim_args=sim_args, relay=dict({"TagrelayMode": "1"}, **(relay or {})),
+                  with_serial_line=False, extra_lines=[http_line], **config)
+        self.addCleanup(b.close)
+        return b
+
+    def posted(self, sink):
+        return posted_reports(sink.entries())
+
+    def drain(self, b, sink):
+        """Stops the inventory and waits until the sink holds as many reads as were sent."""
+        self.assertEqual(b.tessera.command(STANDBY), b"ok\r\n\r\n")
+        sent = lambda: b.sim.stats()["reads_sent"]
+        wait_until(lambda: len(tag_reads(self.posted(sink))) == sent(), timeout=15, interval=0.1)
+        return tag_reads(self.posted(sink)), sent()
+
+    def assert_every_read_once_in_order(self, reads, sent, at_least=40):
+        self.assertGreaterEqual(len(reads), at_least)
+        self.assertEqual(len(reads), sent)
+        keys = [(r["epc"], r["antennaPort"], r["timeStamp"]) for r in reads]
+        self.assertEqual(len(set(keys)), len(keys), "a read was posted twice")
+        self.assertEqual([time_key(r) for r in reads], sorted(time_key(r) for r in reads),
+                         "reads out of order")
+
+
+class HttpPostTest(RelayHttpCase):
+    def test_every_read_is_posted_once_in_order_inside_the_envelope_with_basic_auth(self):
+        sink = self.sink()
+        b = self.bench(http_section("http://127.0.0.1:%d/tags" % sink.port,
+                                    HTTPAuthenticationType="basic", HTTPUserName="relay",
+                                    HTTPPassword="s3cret-Pw"))
+        self.assertEqual(b.tessera.command(START), b"httppoststart:0\r\n\r\n")
+        self.assertTrue(wait_until(lambda: len(tag_reads(self.posted(sink))) >= 40, timeout=20))
+        reads, sent = self.drain(b, sink)
+        self.assert_every_read_once_in_order(reads, sent)
+        entries = sink.entries()
+        credentials = "Basic " + base64.b64encode(b"relay:s3cret-Pw").decode()
+        for e in entries:
+            self.assertEqual(e["request_line"], "POST /tags/ HTTP/1.1")
+            self.assertEqual(e["headers"]["Content-Type"], "application/json")
+            self.assertEqual(e["headers"]["Accept"], "application/json")
+            self.assertEqual(e["headers"]["charsets"], "utf-8")
+            self.assertEqual(e["headers"]["Authorization"], credentials)
+            self.assertTrue(e["body"].startswith('{"reader_name":"Dock Door 1", "mac_address":"'),
+                            e["body"][:80])
+            self.assertTrue(e["body"].endswith("}]}"), e["body"][-40:])
+        for report in self.posted(sink):
+            self.assertEqual(list(report), ["reader_name", "mac_address", "tag_reads"])
+            self.assertRegex(report["mac_address"], MAC)
+            self.assertTrue(report["tag_reads"])
+        for r in reads:
+            # TagMetaData 45: EPC, antenna, peak RSSI, time stamp; heartbeats off.
+            self.assertEqual(list(r), ["epc", "antennaPort", "peakRssi", "timeStamp"])
+            self.assertRegex(r["epc"], r"^[0-9A-F]{24}$")
+            self.assertIn(r["antennaPort"], ("1", "2", "3", "4"))
+            self.assertRegex(r["peakRssi"], r"^-\d+$")
+        self.assertIn(b"InventoryRunning:Tagrelay", b.tessera.command("getInventoryStatus"))
+        self.assertNotIn("HTTP POST Error", b.tessera.output())
+
+    def test_a_server_that_answers_500_has_taken_each_batch(self):
+        sink = self.sink("--status", "500")
+        b = self.bench(http_section("127.0.0.1:%d/error" % sink.port))
+        self.assertEqual(b.tessera.command(START), b"httppoststart:0\r\n\r\n")
+        self.assertTrue(wait_until(lambda: len(sink.entries()) >= 5, timeout=20))
+        reads, sent = self.drain(b, sink)
+        # A URL without a scheme is requested over plain http with "/" appended.
+        self.assertEqual(sink.entries()[0]["request_line"], "POST /error/ HTTP/1.1")
+        self.assert_every_read_once_in_order(reads, sent, at_least=5)
+        self.assertNotIn("HTTP POST Error", b.tessera.output())
+
+    def test_batches_wait_while_the_server_is_down_and_none_is_lost(self):
+        port = free_port()
+        b = self.bench(http_section("http://127.0.0.1:%d/late" % port))
+        self.assertEqual(b.tessera.command(START), b"httppoststart:0\r\n\r\n")
+        # Every pass retries the kept batch, growing with the reads that arrive meanwhile.
+        self.assertTrue(b.tessera.wait_for_line(
+            r"^I-Tagrelay: HTTP POST Error - 7 : (Couldn't|Could not) connect to server$",
+            count=5, timeout=20))
+        self.assertTrue(wait_until(lambda: b.sim.stats()["reads_sent"] >= 60, timeout=20))
+        sink = self.sink("--port", port)
+        self.assertTrue(wait_until(lambda: sink.entries(), timeout=20))
+        first = self.posted(sink)[0]
+        self.assertGreaterEqual(len(first["tag_reads"]), 60)
+        reads, sent = self.drain(b, sink)
+        self.assert_every_read_once_in_order(reads, sent, at_least=60)
+
+    def test_heartbeats_are_posted_while_no_tag_is_in_view(self):
+        sink = self.sink()
+        b = self.bench(http_section("http://127.0.0.1:%d/hb" % sink.port),
+                       sim_args=("--tags", "0"), relay={"HeartBeatPeriod": "1"})
+        self.assertEqual(b.tessera.command(START), b"httppoststart:0\r\n\r\n")
+        self.assertTrue(wait_until(lambda: len(sink.entries()) >= 2, timeout=20))
+        for report in self.posted(sink)[:2]:
+            (beat,) = report["tag_reads"]
+            self.assertEqual(list(beat), ["epc", "antennaPort", "peakRssi", "timeStamp",
+                                          "isHeartBeat"])
+            self.assertEqual((beat["epc"], beat["antennaPort"], beat["peakRssi"],
+                              beat["isHeartBeat"]), ("********", "0", "0", "true"))
+            self.assertRegex(beat["timeStamp"], STAMP)
+        self.assertEqual(b.sim.stats()["reads_sent"], 0)
+
+
+def make_certificate(folder, name):
+    """A self-signed certificate for 127.0.0.1 (and its key); the certificate's path."""
+    cert, key = os.path.join(folder, name + ".crt"), os.path.join(folder, name + ".key")
+    subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt",
+                    "ec_paramgen_curve:prime256v1", "-nodes", "-days", "2", "-subj",
+                    "/CN=127.0.0.1", "-addext", "subjectAltName=IP:127.0.0.1", "-keyout", key,
+                    "-out", cert], check=True, capture_output=True)
+    return cert, key
+
+
+@unittest.skipIf(shutil.which("openssl") is None, "openssl is not installed")
+class HttpsAndProxyTest(RelayHttpCase):
+    def test_tls_verification_uses_the_ca_file_under_the_root(self):
+        cert, key = make_certificate(self.dir, "server")
+        other, _ = make_certificate(self.dir, "other")
+        sink = self.sink("--cert", cert, "--key", key)
+        url = "https://127.0.0.1:%d/secure" % sink.port
+        b = self.bench(http_section(url, VerifyPeer=1, VerifyHost=1))
+        t = b.tessera
+        ca_file = t.path("/etc/ssl/server.crt")
+        os.makedirs(os.path.dirname(ca_file))
+
+        def restart(ca, **keys):
+            """Writes the CA file and the section, then starts the relay anew."""
+            shutil.copy(ca, ca_file)
+            write_config(t.root, relay={"TagrelayMode": "1"},
+                         extra_lines=[http_section(url, **keys)])
+            self.assertEqual(t.command(START), b"httppoststart:0\r\n\r\n")
+
+        # Another certificate in the CA file: every pass fails and keeps the batch.
+        restart(other, VerifyPeer=1, VerifyHost=1)
+        self.assertTrue(t.wait_for_line(r"^I-Tagrelay: HTTP POST Error - 60 : ", count=3,
+                                        timeout=20))
+        self.assertEqual(sink.entries(), [])
+        self.assertEqual(t.command("disconnect\r\n"), b"ok\r\n\r\n")
+        # Verification off: the same untrusted server takes the posts.
+        restart(other, VerifyPeer=0, VerifyHost=0)
+        self.assertTrue(wait_until(lambda: len(sink.entries()) >= 2, timeout=20))
+        self.assertEqual(t.command("disconnect\r\n"), b"ok\r\n\r\n")
+        # Verification on with the server's own certificate as the CA file.
+        errors = len(t.wait_for_line("HTTP POST Error", timeout=0) or [])
+        posts = len(sink.entries())
+        restart(cert, VerifyPeer=1, VerifyHost=1)
+        self.assertTrue(wait_until(lambda: len(sink.entries()) >= posts + 2, timeout=20))
+        self.assertEqual(len(t.wait_for_line("HTTP POST Error", timeout=0) or []), errors)
+        self.assertEqual(sink.entries()[-1]["request_line"], "POST /secure/ HTTP/1.1")
+
+    def test_a_configured_proxy_tunnels_the_posts_with_its_credentials(self):
+        sink = self.sink()
+        proxy = connect_proxy(os.path.join(self.dir, "proxy.jsonl"), "--auth", "gate:pr0xy")
+        self.addCleanup(proxy.stop)
+        b = self.bench(http_section(
+            "http://127.0.0.1:%d/via" % sink.port, HTTPProxyServerURL="127.0.0.1",
+            HTTPProxyPort=proxy.port, HTTPProxyTunnel=1, HTTPProxyAuthenticationType="basic",
+            HTTPProxyUserName="gate", HTTPProxyPassword="pr0xy"))
+        self.assertEqual(b.tessera.command(START), b"httppoststart:0\r\n\r\n")
+        self.assertTrue(wait_until(lambda: len(sink.entries()) >= 3, timeout=20))
+        requests = proxy.entries()
+        self.assertTrue(requests)
+        credentials = "Basic " + base64.b64encode(b"gate:pr0xy").decode()
+        for r in requests:
+            self.assertEqual(r["request"], "CONNECT 127.0.0.1:%d HTTP/1.1" % sink.port)
+            self.assertEqual(r["proxy_authorization"], credentials)
+        reads, sent = self.drain(b, sink)
+        self.assertEqual(len(reads), sent)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,131 @@
+"""The relay's TCP/IP channel end to end: tessera-readersim -> tessera in relay mode 3 -> a client
+of the relay's TCP/IP server, which receives one JSON report per batch."""
+
+import os
+import socket
+import sys
+import unittest
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "peers"))
+
+from fixtures import Bench  # noqa: E402
+from harness import free_port, wait_until  # noqa: E402
+from relay_peers import ReportStream  # noqa: E402
+
+START = "setup.operating_mode_Tagrelay=,5084 0 3 ,\r\n"
+STANDBY = "setup.operating_mode=standby\r\n"
+OPENING = '{"mac_address":"'
+
+
+class TcpIpRelayTest(unittest.TestCase):
+    def bench(self, sim_args=("--tags", "20", "--rate", "200"), relay=None):
+        self.port = free_port()
+        b = Bench(sim_args=sim_args, relay=dict({"TagrelayMode": "3"}, **(relay or {})),
+                  with_serial_line=False, tcpip={"Port": str(self.port)})
+        self.addCleanup(b.close)
+        return b
+
+    def client(self):
+        c = ReportStream(self.port)
+        self.addCleanup(c.close)
+        return c
+
+    def reads(self, client):
+        return [r for report in client.reports() for r in report["tag_reads"]]
+
+    def drain(self, b, client):
+        """Stops the inventory and waits until the client holds as many reads as were sent."""
+        self.assertEqual(b.tessera.command(STANDBY), b"ok\r\n\r\n")
+        sent = lambda: b.sim.stats()["reads_sent"]
+        wait_until(lambda: len(self.reads(client)) == sent(), timeout=15, interval=0.1)
+        return self.reads(client), sent()
+
+    def assert_reports(self, client):
+        texts, rest = client.texts()
+        self.assertEqual(rest, "", "bytes that are no report")
+        for text in texts:
+            # The batch's last character (the "," after the last object) is dropped for "]}".
+            self.assertTrue(text.startswith(OPENING), text[:60])
+            self.assertIn('", "tag_reads":[{', text)
+            self.assertTrue(text.endswith("}]}"), text[-40:])
+        for report in client.reports():
+            self.assertEqual(list(report), ["mac_address", "tag_reads"])
+
+    def test_each_batch_is_one_json_report_and_every_read_arrives_once(self):
+        b = self.bench()
+        self.assertEqual(b.tessera.command(START), b"httppoststart:0\r\n\r\n")
+        client = self.client()
+        self.assertTrue(wait_until(lambda: len(self.reads(client)) >= 40, timeout=20))
+        reads, sent = self.drain(b, client)
+        self.assertEqual(len(reads), sent)
+        keys = [(r["epc"], r["antennaPort"], r["timeStamp"]) for r in reads]
+        self.assertEqual(len(set(keys)), len(keys), "a read arrived twice")
+        self.assert_reports(client)
+        self.assertGreaterEqual(len(client.reports()), 2)
+
+    def test_without_a_client_the_inventory_pauses_at_70_kib_and_resumes_for_one(self):
+        # 2000 reads/s of about 100 bytes fill the 71680-byte limit in well under a second.
+        b = self.bench(sim_args=("--tags", "50", "--rate", "2000"))
+        t = b.tessera
+        self.assertEqual(t.command(START), b"httppoststart:0\r\n\r\n")
+        self.assertTrue(t.wait_for_line(r"^I-Tagrelay: Buffer is full, stoping Inventory\.$",
+                                        timeout=20))
+        # The reader API stops an inventory by deleting its ROSpec.
+        self.assertTrue(wait_until(lambda: "=Active" not in b.sim.control("rospecs"),
+                                   timeout=10), b.sim.control("rospecs"))
+        paused = b.sim.stats()
+        self.assertGreaterEqual(paused["rospecs_stopped"], 1)
+        self.assertGreaterEqual(paused["reads_sent"], 600)
+        client = self.client()
+        self.assertTrue(t.wait_for_line(r"^I-Tagrelay: Data consumed, Starting Inventory\.$",
+                                        timeout=20))
+        self.assertTrue(wait_until(lambda: b.sim.stats()["reads_sent"] > paused["reads_sent"],
+                                   timeout=10))
+        self.assertGreater(b.sim.stats()["rospecs_started"], paused["rospecs_started"])
+        self.assertIn("=Active", b.sim.control("rospecs"))
+        reads, sent = self.drain(b, client)
+        self.assertEqual(len(reads), sent)
+        self.assert_reports(client)
+
+    def test_a_client_that_leaves_is_replaced_by_the_next(self):
+        b = self.bench()
+        self.assertEqual(b.tessera.command(START), b"httppoststart:0\r\n\r\n")
+        first = self.client()
+        self.assertTrue(wait_until(lambda: first.reports(), timeout=20))
+        first.close()
+        # The send after the peer has gone fails (the process ignores SIGPIPE) and the worker
+        # accepts the next client.
+        self.assertTrue(b.tessera.wait_for_line(r"^I-Tagrelay: TCP/IP Client closed connection\.$",
+                                                timeout=20))
+        second = self.client()
+        self.assertTrue(wait_until(lambda: len(second.reports()) >= 2, timeout=20))
+        self.assert_reports(second)
+
+    def test_heartbeats_make_reports_while_no_tag_is_in_view(self):
+        b = self.bench(sim_args=("--tags", "0"), relay={"HeartBeatPeriod": "1"})
+        self.assertEqual(b.tessera.command(START), b"httppoststart:0\r\n\r\n")
+        client = self.client()
+        self.assertTrue(wait_until(lambda: len(client.reports()) >= 2, timeout=20))
+        for report in client.reports():
+            (beat,) = report["tag_reads"]
+            self.assertEqual(beat["epc"], "********")
+            self.assertEqual(beat["isHeartBeat"], "true")
+        self.assertEqual(client.texts()[1], "")
+
+    def test_a_relay_port_in_use_fails_every_attempt(self):
+        b = self.bench()
+        with socket.socket() as squatter:
+            squatter.bind(("127.0.0.1", self.port))
+            squatter.listen(1)
+            self.assertEqual(b.tessera.command(START, timeout=30), b"httppoststart:1\r\n\r\n")
+        t = b.tessera
+        self.assertEqual(len(t.wait_for_line(r"^E-TCP/IP Server : bind failed$", count=15,
+                                             timeout=5)), 15)
+        self.assertEqual(len(t.wait_for_line(r"^I-Tagrelay: Error binding TCP/IP socket$",
+                                             count=15, timeout=5)), 15)
+        self.assertTrue(t.wait_for_line(r"^E-Tagrelay: Failed to start Tagrelay\.$", timeout=5))
+        self.assertEqual(b.sim.stats()["connections"], 0)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,190 @@
+"""The relay's USB channels end to end: tessera-readersim -> tessera in relay mode 2 (keyboard
+reports written to <root>/dev/hidg0, which the test creates as a plain file) and mode 4 (hourly CSV
+files under <root>/media/usbdrive, mounted as far as <root>/proc/mounts says)."""
+
+import os
+import re
+import socket
+import sys
+import time
+import unittest
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "peers"))
+
+from fixtures import Bench  # noqa: E402
+from harness import wait_until  # noqa: E402
+from relay_peers import ETHERNET_COMMANDS, HID_COMMANDS, VBUS, decode_hid  # noqa: E402
+
+STANDBY = "setup.operating_mode=standby\r\n"
+NETLINK_KOBJECT_UEVENT = 15
+MOUNT_LINE = "/dev/sda1 /media/usbdrive vfat rw,relatime 0 0\n"
+OTHER_MOUNTS = "proc /proc proc rw,nosuid,nodev,noexec,relatime 0 0\n"
+
+
+def write(path, text):
+    os.makedirs(os.path.dirname(path), exist_ok=True)
+    with open(path, "w") as f:
+        f.write(text)
+
+
+def key_value(tag_meta_data, line_ending):
+    """A relay section and data format for key=value records."""
+    return dict(relay={"TagMetaData": str(tag_meta_data)},
+                data_format={"Format": "KeyValuePair", "LineEnding": line_ending})
+
+
+class UsbHidRelayTest(unittest.TestCase):
+    def prepare(self, root, vbus="on\n"):
+        """The node and the VBUS file; the relay start opens the node, so before the command."""
+        write(os.path.join(root, "dev/hidg0"), "")
+        write(os.path.join(root, VBUS.lstrip("/")), vbus)
+
+    def test_batches_are_typed_as_keyboard_reports_once_the_host_powers_the_port(self):
+        config = key_value(5, "CRLF")
+        b = Bench(sim_args=("--tags", "20", "--rate", "100"), with_serial_line=False,
+                  relay=dict({"TagrelayMode": "2"}, **config["relay"]),
+                  data_format=config["data_format"])
+        self.addCleanup(b.close)
+        t = b.tessera
+        hid = t.path("/dev/hidg0")
+        self.prepare(t.root, vbus="off\n")
+        boot = len(t.shell_commands())
+        self.assertEqual(t.command("setup.operating_mode_Tagrelay=,5084 0 2 ,\r\n"),
+                         b"httppoststart:0\r\n\r\n")
+        self.assertEqual(t.shell_commands()[boot:], HID_COMMANDS)
+        # No host powers the port: the batch is kept and nothing is typed.
+        self.assertTrue(t.wait_for_line(r"^E-Tagrelay: USB HID device is not found\.$", count=3,
+                                        timeout=20))
+        self.assertGreater(b.sim.stats()["reads_sent"], 0)
+        self.assertEqual(os.path.getsize(hid), 0)
+        write(t.path(VBUS), "on\n")
+        self.assertTrue(wait_until(lambda: os.path.getsize(hid) > 0, timeout=20))
+        self.assertEqual(t.command(STANDBY), b"ok\r\n\r\n")
+
+        def typed():
+            with open(hid, "rb") as f:
+                data = f.read()
+            return decode_hid(data[:len(data) // 16 * 16])
+        sent = lambda: b.sim.stats()["reads_sent"]
+        wait_until(lambda: typed().count("\r\n") == sent(), timeout=15, interval=0.1)
+        text = typed()
+        # Key=value lines of EPC and antenna: upper-case hex is typed lower, the CR as Ctrl+M.
+        lines = text.split("\r\n")
+        self.assertEqual(lines[-1], "")
+        self.assertEqual(len(lines) - 1, sent())
+        for line in lines[:-1]:
+            self.assertRegex(line, r"^epc=[0-9a-f]{24},antennaport=[1-4],$")
+        self.assertEqual(os.path.getsize(hid) % 16, 0)
+        self.assertEqual(t.command("disconnect\r\n"), b"ok\r\n\r\n")
+        self.assertEqual(t.shell_commands()[boot:], HID_COMMANDS + ETHERNET_COMMANDS)
+
+    def test_json_punctuation_is_not_typed(self):
+        b = Bench(sim_args=("--tags", "20", "--rate", "100"), with_serial_line=False,
+                  relay={"TagrelayMode": "2", "TagMetaData": "1"}, data_format={"Format": "JSON"})
+        self.addCleanup(b.close)
+        t = b.tessera
+        self.prepare(t.root)
+        self.assertEqual(t.command("setup.operating_mode_Tagrelay=,5084 0 2 ,\r\n"),
+                         b"httppoststart:0\r\n\r\n")
+        self.assertTrue(wait_until(lambda: os.path.getsize(t.path("/dev/hidg0")) >= 16 * 20,
+                                   timeout=20))
+        self.assertEqual(t.command(STANDBY), b"ok\r\n\r\n")
+        time.sleep(1.5)
+        with open(t.path("/dev/hidg0"), "rb") as f:
+            data = f.read()
+        # {"epc":"<hex>"}, is typed as epc<hex>, : braces, quotes and colons have no key.
+        self.assertRegex(decode_hid(data), r"^(epc[0-9a-f]{24},)+$")
+
+    def test_a_start_without_the_hid_node_switches_back_after_each_attempt(self):
+        b = Bench(sim_args=("--tags", "5"), with_serial_line=False, relay={"TagrelayMode": "2"},
+                  data_format={})
+        self.addCleanup(b.close)
+        t = b.tessera
+        boot = len(t.shell_commands())
+        self.assertEqual(t.command("setup.operating_mode_Tagrelay=,5084 0 2 ,\r\n", timeout=30),
+                         b"httppoststart:1\r\n\r\n")
+        self.assertEqual(t.shell_commands()[boot:], (HID_COMMANDS + ETHERNET_COMMANDS) * 15)
+        self.assertEqual(len(t.wait_for_line(r"^I-Tagrelay: USB HID device is not opened$",
+                                             count=15, timeout=5)), 15)
+        self.assertTrue(t.wait_for_line(r"^Tagrelay: Unknown Error $", timeout=5))
+        self.assertEqual(b.sim.stats()["connections"], 0)
+
+
+def send_uevent(pid, text):
+    """Sends a kernel-style uevent to the process's netlink port; False where not permitted."""
+    try:
+        s = socket.socket(socket.AF_NETLINK, socket.SOCK_DGRAM, NETLINK_KOBJECT_UEVENT)
+    except OSError:
+        return False
+    with s:
+        try:
+            s.bind((0, 0))
+            s.sendto(text.encode() + b"\0ACTION=remove\0SUBSYSTEM=block\0", (pid, 0))
+        except OSError:
+            return False
+    return True
+
+
+class UsbDriveRelayTest(unittest.TestCase):
+    OFFSET = -3 * 86400 - 7200  # the service's clock runs three days and two hours behind
+
+    def test_batches_go_to_a_file_named_by_the_service_clock_while_the_drive_is_mounted(self):
+        config = key_value(33, "LF")
+        b = Bench(sim_args=("--tags", "20", "--rate", "100"), with_serial_line=False,
+                  relay=dict({"TagrelayMode": "4"}, **config["relay"]),
+                  data_format=dict(config["data_format"], TimestampFormat="UTC"),
+                  tessera_args=("--clock-offset", str(self.OFFSET)))
+        self.addCleanup(b.close)
+        t = b.tessera
+        mounts, drive = t.path("/proc/mounts"), t.path("/media/usbdrive")
+        os.makedirs(drive)
+        write(mounts, OTHER_MOUNTS)
+        self.assertEqual(t.command("setup.operating_mode_Tagrelay=,5084 0 4 ,\r\n"),
+                         b"httppoststart:0\r\n\r\n")
+        self.assertTrue(t.wait_for_line(r"^I-Failed to send data to USB Flash Drive$", count=2,
+                                        timeout=20))
+        self.assertTrue(t.wait_for_line(r"^I-USB Flash Drive is not connected $", timeout=5))
+        self.assertEqual(os.listdir(drive), [])
+        before = time.time() + self.OFFSET
+        write(mounts, OTHER_MOUNTS + MOUNT_LINE)
+        self.assertTrue(wait_until(lambda: os.listdir(drive), timeout=20))
+        after = time.time() + self.OFFSET
+        (name,) = os.listdir(drive)
+        names = {time.strftime("%Y-%m-%d-%H-%M-%S.csv", time.localtime(int(s)))
+                 for s in range(int(before) - 1, int(after) + 2)}
+        self.assertIn(name, names)
+        self.assertIn("sync", t.shell_commands())
+
+        def lines():
+            out = []
+            for n in sorted(os.listdir(drive)):
+                with open(os.path.join(drive, n)) as f:
+                    out += f.read().splitlines()
+            return out
+
+        can_send = send_uevent(t.proc.pid, "remove@/devices/platform/usb/block/sda")
+        if can_send:
+            # The drive is pulled out: the file is closed and the drive is unmounted.
+            write(mounts, OTHER_MOUNTS)
+            self.assertTrue(t.wait_for_line(r"^I-umount usb drive$", timeout=10))
+            self.assertIn("umount /media/usbdrive", t.shell_commands())
+            count = len(t.wait_for_line("Failed to send data to USB Flash Drive", timeout=0))
+            self.assertTrue(t.wait_for_line("Failed to send data to USB Flash Drive",
+                                            count=count + 2, timeout=20))
+            write(mounts, OTHER_MOUNTS + MOUNT_LINE)
+        self.assertEqual(t.command(STANDBY), b"ok\r\n\r\n")
+        sent = lambda: b.sim.stats()["reads_sent"]
+        wait_until(lambda: len(lines()) == sent(), timeout=15, interval=0.1)
+        self.assertEqual(len(lines()), sent())
+        for line in lines():
+            # EPC and UTC time stamp, every upper-case letter lowered.
+            self.assertRegex(line, r"^epc=[0-9a-f]{24},timestamp=\d\d/\d\d/\d{4} "
+                                   r"\d\d:\d\d:\d\d:\d{3},$")
+        for n in os.listdir(drive):
+            self.assertRegex(n, r"^\d{4}-\d\d-\d\d-\d\d-\d\d-\d\d\.csv$")
+        if not can_send:
+            self.skipTest("netlink uevents cannot be sent here; the removal was not tested")
+
+
+if __name__ == "__main__":
+    unittest.main()
