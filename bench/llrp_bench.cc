@@ -156,7 +156,8 @@ std::vector<uint8_t> stream(int frames, bool custom) {
 int dump(const char* path, int frames, bool custom) {
   const auto bytes = stream(frames, custom);
   std::ofstream out(path, std::ios::binary);
-  out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  out.write(reinterpret_cast<const char*>(bytes.data()),
+            static_cast<std::streamsize>(bytes.size()));
   if (!out) {
     std::fprintf(stderr, "cannot write %s\n", path);
     return 1;

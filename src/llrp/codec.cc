@@ -308,8 +308,7 @@ class Params {
         pos_ = body.end;
         return true;
       }
-      if (end_ - pos_ < 4)
-        return d_.fail(ErrorCode::kTruncated, pos_, name_, "parameter header");
+      if (end_ - pos_ < 4) return d_.fail(ErrorCode::kTruncated, pos_, name_, "parameter header");
       type = load16(p) & 0x3ff;
       tv = false;
       const uint16_t length = load16(p + 2);
@@ -427,8 +426,7 @@ bool decodeParameterError(Decoder& d, Range r, std::vector<ParameterError>& chai
 
 bool decodeLLRPStatus(Decoder& d, Range r, LLRPStatus& out) {
   Fields f(d, r, "LLRPStatus");
-  if (!f.enum16("StatusCode", out.statusCode) ||
-      !f.utf8v("ErrorDescription", out.errorDescription))
+  if (!f.enum16("StatusCode", out.statusCode) || !f.utf8v("ErrorDescription", out.errorDescription))
     return false;
   bool haveParameterError = false;
   Params it(d, f.pos(), r.end, "LLRPStatus");
@@ -561,10 +559,10 @@ bool decodeC1G2UHFRFModeTable(Decoder& d, Range r, C1G2UHFRFModeTable& out) {
     uint8_t flags = 0;
     if (!g.u32("ModeIdentifier", e.modeIdentifier) || !g.u8("DRValue", flags) ||
         !g.u8("MValue", e.mValue) || !g.u8("ForwardLinkModulation", e.forwardLinkModulation) ||
-        !g.u8("SpectralMaskIndicator", e.spectralMaskIndicator) ||
-        !g.u32("BDRValue", e.bdrValue) || !g.u32("PIEValue", e.pieValue) ||
-        !g.u32("MinTariValue", e.minTariValue) || !g.u32("MaxTariValue", e.maxTariValue) ||
-        !g.u32("StepTariValue", e.stepTariValue) || !g.done())
+        !g.u8("SpectralMaskIndicator", e.spectralMaskIndicator) || !g.u32("BDRValue", e.bdrValue) ||
+        !g.u32("PIEValue", e.pieValue) || !g.u32("MinTariValue", e.minTariValue) ||
+        !g.u32("MaxTariValue", e.maxTariValue) || !g.u32("StepTariValue", e.stepTariValue) ||
+        !g.done())
       return false;
     e.drValue = flags & 0x80;
     e.epcHAGTCConformance = flags & 0x40;
@@ -767,8 +765,8 @@ bool decodeAntennaConfiguration(Decoder& d, Range r, AntennaConfiguration& out) 
 
 bool decodeAntennaProperties(Decoder& d, Range r, AntennaProperties& out) {
   Fields f(d, r, "AntennaProperties");
-  return f.flag8("AntennaConnected", out.antennaConnected) &&
-         f.u16("AntennaID", out.antennaId) && f.s16("AntennaGain", out.antennaGain) && f.done();
+  return f.flag8("AntennaConnected", out.antennaConnected) && f.u16("AntennaID", out.antennaId) &&
+         f.s16("AntennaGain", out.antennaGain) && f.done();
 }
 
 bool decodeIdentification(Decoder& d, Range r, Identification& out) {
@@ -784,8 +782,7 @@ bool decodeGPIPortCurrentState(Decoder& d, Range r, GPIPortCurrentState& out) {
 
 bool decodeGPOWriteData(Decoder& d, Range r, GPOWriteData& out) {
   Fields f(d, r, "GPOWriteData");
-  return f.u16("GPOPortNumber", out.gpoPortNumber) && f.flag8("GPOData", out.gpoData) &&
-         f.done();
+  return f.u16("GPOPortNumber", out.gpoPortNumber) && f.flag8("GPOData", out.gpoData) && f.done();
 }
 
 bool decodeKeepaliveSpec(Decoder& d, Range r, KeepaliveSpec& out) {
@@ -862,8 +859,8 @@ bool decodeReaderEventNotificationSpec(Decoder& d, Range r, ReaderEventNotificat
     if (it.type != kEventNotificationState) continue;
     auto& s = out.eventNotificationStates.emplace_back();
     Fields g(d, it.body, "EventNotificationState");
-    if (!g.enum16("EventType", s.eventType) ||
-        !g.flag8("NotificationState", s.notificationState) || !g.done())
+    if (!g.enum16("EventType", s.eventType) || !g.flag8("NotificationState", s.notificationState) ||
+        !g.done())
       return false;
   }
   return it.ok();
@@ -1087,14 +1084,24 @@ bool decodeTagReportData(Decoder& d, Range r, TagReportData& out) {
         ok = g.u1v("EPC", data->epc) && g.done();
         break;
       }
-      case kTvROSpecID: ok = tvValue(it, out.roSpecId, "ROSpecID"); break;
-      case kTvSpecIndex: ok = tvValue(it, out.specIndex, "SpecIndex"); break;
+      case kTvROSpecID:
+        ok = tvValue(it, out.roSpecId, "ROSpecID");
+        break;
+      case kTvSpecIndex:
+        ok = tvValue(it, out.specIndex, "SpecIndex");
+        break;
       case kTvInventoryParameterSpecID:
         ok = tvValue(it, out.inventoryParameterSpecId, "InventoryParameterSpecID");
         break;
-      case kTvAntennaID: ok = tvValue(it, out.antennaId, "AntennaID"); break;
-      case kTvPeakRSSI: ok = tvValue(it, out.peakRSSI, "PeakRSSI"); break;
-      case kTvChannelIndex: ok = tvValue(it, out.channelIndex, "ChannelIndex"); break;
+      case kTvAntennaID:
+        ok = tvValue(it, out.antennaId, "AntennaID");
+        break;
+      case kTvPeakRSSI:
+        ok = tvValue(it, out.peakRSSI, "PeakRSSI");
+        break;
+      case kTvChannelIndex:
+        ok = tvValue(it, out.channelIndex, "ChannelIndex");
+        break;
       case kTvFirstSeenTimestampUTC:
         ok = tvValue(it, out.firstSeenTimestampUTC, "FirstSeenTimestampUTC");
         break;
@@ -1107,12 +1114,23 @@ bool decodeTagReportData(Decoder& d, Range r, TagReportData& out) {
       case kTvLastSeenTimestampUptime:
         ok = tvValue(it, out.lastSeenTimestampUptime, "LastSeenTimestampUptime");
         break;
-      case kTvTagSeenCount: ok = tvValue(it, out.tagSeenCount, "TagSeenCount"); break;
-      case kTvC1G2PC: ok = tvValue(it, out.c1g2PC, "C1G2_PC"); break;
-      case kTvC1G2CRC: ok = tvValue(it, out.c1g2CRC, "C1G2_CRC"); break;
-      case kTvAccessSpecID: ok = tvValue(it, out.accessSpecId, "AccessSpecID"); break;
-      case kCustom: ok = decodeCustom(d, it.body, slot(out.customs, customs)); break;
-      default: break;
+      case kTvTagSeenCount:
+        ok = tvValue(it, out.tagSeenCount, "TagSeenCount");
+        break;
+      case kTvC1G2PC:
+        ok = tvValue(it, out.c1g2PC, "C1G2_PC");
+        break;
+      case kTvC1G2CRC:
+        ok = tvValue(it, out.c1g2CRC, "C1G2_CRC");
+        break;
+      case kTvAccessSpecID:
+        ok = tvValue(it, out.accessSpecId, "AccessSpecID");
+        break;
+      case kCustom:
+        ok = decodeCustom(d, it.body, slot(out.customs, customs));
+        break;
+      default:
+        break;
     }
     if (!ok) return false;
   }
@@ -1129,16 +1147,29 @@ bool decodeReaderExceptionEvent(Decoder& d, Range r, ReaderExceptionEvent& out) 
   while (it.next()) {
     bool ok = true;
     switch (it.type) {
-      case kTvROSpecID: ok = tvValue(it, out.roSpecId, "ROSpecID"); break;
-      case kTvSpecIndex: ok = tvValue(it, out.specIndex, "SpecIndex"); break;
+      case kTvROSpecID:
+        ok = tvValue(it, out.roSpecId, "ROSpecID");
+        break;
+      case kTvSpecIndex:
+        ok = tvValue(it, out.specIndex, "SpecIndex");
+        break;
       case kTvInventoryParameterSpecID:
         ok = tvValue(it, out.inventoryParameterSpecId, "InventoryParameterSpecID");
         break;
-      case kTvAntennaID: ok = tvValue(it, out.antennaId, "AntennaID"); break;
-      case kTvAccessSpecID: ok = tvValue(it, out.accessSpecId, "AccessSpecID"); break;
-      case kTvOpSpecID: ok = tvValue(it, out.opSpecId, "OpSpecID"); break;
-      case kCustom: ok = decodeCustom(d, it.body, out.customs.emplace_back()); break;
-      default: break;
+      case kTvAntennaID:
+        ok = tvValue(it, out.antennaId, "AntennaID");
+        break;
+      case kTvAccessSpecID:
+        ok = tvValue(it, out.accessSpecId, "AccessSpecID");
+        break;
+      case kTvOpSpecID:
+        ok = tvValue(it, out.opSpecId, "OpSpecID");
+        break;
+      case kCustom:
+        ok = decodeCustom(d, it.body, out.customs.emplace_back());
+        break;
+      default:
+        break;
     }
     if (!ok) return false;
   }
@@ -1244,8 +1275,11 @@ bool decodeReaderEventNotificationData(Decoder& d, Range r, ReaderEventNotificat
         if (!claim(it, out.connectionCloseEvent, "ConnectionCloseEvent")) return false;
         ok = Fields(d, it.body, "ConnectionCloseEvent").done();
         break;
-      case kCustom: ok = decodeCustom(d, it.body, out.customs.emplace_back()); break;
-      default: break;
+      case kCustom:
+        ok = decodeCustom(d, it.body, out.customs.emplace_back());
+        break;
+      default:
+        break;
     }
     if (!ok) return false;
   }
@@ -1267,8 +1301,7 @@ bool decodeStatusBody(Decoder& d, Range r, const char* name, LLRPStatus& out) {
     if (!decodeLLRPStatus(d, it.body, out)) return false;
   }
   if (!it.ok()) return false;
-  if (!haveStatus)
-    return d.fail(ErrorCode::kMissingParameter, r.begin, name, "LLRPStatus");
+  if (!haveStatus) return d.fail(ErrorCode::kMissingParameter, r.begin, name, "LLRPStatus");
   return true;
 }
 
@@ -1337,8 +1370,11 @@ bool decodeBody(Decoder& d, Range r, GetReaderCapabilitiesResponse& out) {
         ok = claim(it, out.c1g2LLRPCapabilities, "C1G2LLRPCapabilities") &&
              decodeC1G2LLRPCapabilities(d, it.body, *out.c1g2LLRPCapabilities);
         break;
-      case kCustom: ok = decodeCustom(d, it.body, out.customs.emplace_back()); break;
-      default: break;
+      case kCustom:
+        ok = decodeCustom(d, it.body, out.customs.emplace_back());
+        break;
+      default:
+        break;
     }
     if (!ok) return false;
   }
@@ -1513,9 +1549,12 @@ bool decodeAs<ROAccessReport>(Decoder& d, Range r, MessageBody& body) {
 
 bool decodeMessage(Decoder& d, uint16_t type, Range r, MessageBody& body) {
   switch (static_cast<MessageType>(type)) {
-    case MessageType::kGetReaderCapabilities: return decodeAs<GetReaderCapabilities>(d, r, body);
-    case MessageType::kGetReaderConfig: return decodeAs<GetReaderConfig>(d, r, body);
-    case MessageType::kSetReaderConfig: return decodeAs<SetReaderConfig>(d, r, body);
+    case MessageType::kGetReaderCapabilities:
+      return decodeAs<GetReaderCapabilities>(d, r, body);
+    case MessageType::kGetReaderConfig:
+      return decodeAs<GetReaderConfig>(d, r, body);
+    case MessageType::kSetReaderConfig:
+      return decodeAs<SetReaderConfig>(d, r, body);
     case MessageType::kCloseConnectionResponse:
       return decodeAs<CloseConnectionResponse>(d, r, body);
     case MessageType::kGetReaderCapabilitiesResponse:
@@ -1524,33 +1563,52 @@ bool decodeMessage(Decoder& d, uint16_t type, Range r, MessageBody& body) {
       return decodeAs<GetReaderConfigResponse>(d, r, body);
     case MessageType::kSetReaderConfigResponse:
       return decodeAs<SetReaderConfigResponse>(d, r, body);
-    case MessageType::kCloseConnection: return decodeAs<CloseConnection>(d, r, body);
-    case MessageType::kAddROSpec: return decodeAs<AddROSpec>(d, r, body);
-    case MessageType::kDeleteROSpec: return decodeAs<DeleteROSpec>(d, r, body);
-    case MessageType::kStartROSpec: return decodeAs<StartROSpec>(d, r, body);
-    case MessageType::kStopROSpec: return decodeAs<StopROSpec>(d, r, body);
-    case MessageType::kEnableROSpec: return decodeAs<EnableROSpec>(d, r, body);
-    case MessageType::kDisableROSpec: return decodeAs<DisableROSpec>(d, r, body);
-    case MessageType::kAddROSpecResponse: return decodeAs<AddROSpecResponse>(d, r, body);
-    case MessageType::kDeleteROSpecResponse: return decodeAs<DeleteROSpecResponse>(d, r, body);
-    case MessageType::kStartROSpecResponse: return decodeAs<StartROSpecResponse>(d, r, body);
-    case MessageType::kStopROSpecResponse: return decodeAs<StopROSpecResponse>(d, r, body);
-    case MessageType::kEnableROSpecResponse: return decodeAs<EnableROSpecResponse>(d, r, body);
+    case MessageType::kCloseConnection:
+      return decodeAs<CloseConnection>(d, r, body);
+    case MessageType::kAddROSpec:
+      return decodeAs<AddROSpec>(d, r, body);
+    case MessageType::kDeleteROSpec:
+      return decodeAs<DeleteROSpec>(d, r, body);
+    case MessageType::kStartROSpec:
+      return decodeAs<StartROSpec>(d, r, body);
+    case MessageType::kStopROSpec:
+      return decodeAs<StopROSpec>(d, r, body);
+    case MessageType::kEnableROSpec:
+      return decodeAs<EnableROSpec>(d, r, body);
+    case MessageType::kDisableROSpec:
+      return decodeAs<DisableROSpec>(d, r, body);
+    case MessageType::kAddROSpecResponse:
+      return decodeAs<AddROSpecResponse>(d, r, body);
+    case MessageType::kDeleteROSpecResponse:
+      return decodeAs<DeleteROSpecResponse>(d, r, body);
+    case MessageType::kStartROSpecResponse:
+      return decodeAs<StartROSpecResponse>(d, r, body);
+    case MessageType::kStopROSpecResponse:
+      return decodeAs<StopROSpecResponse>(d, r, body);
+    case MessageType::kEnableROSpecResponse:
+      return decodeAs<EnableROSpecResponse>(d, r, body);
     case MessageType::kDisableROSpecResponse:
       return decodeAs<DisableROSpecResponse>(d, r, body);
-    case MessageType::kDeleteAccessSpec: return decodeAs<DeleteAccessSpec>(d, r, body);
+    case MessageType::kDeleteAccessSpec:
+      return decodeAs<DeleteAccessSpec>(d, r, body);
     case MessageType::kDeleteAccessSpecResponse:
       return decodeAs<DeleteAccessSpecResponse>(d, r, body);
-    case MessageType::kGetReport: return decodeAs<GetReport>(d, r, body);
-    case MessageType::kROAccessReport: return decodeAs<ROAccessReport>(d, r, body);
-    case MessageType::kKeepalive: return decodeAs<Keepalive>(d, r, body);
+    case MessageType::kGetReport:
+      return decodeAs<GetReport>(d, r, body);
+    case MessageType::kROAccessReport:
+      return decodeAs<ROAccessReport>(d, r, body);
+    case MessageType::kKeepalive:
+      return decodeAs<Keepalive>(d, r, body);
     case MessageType::kReaderEventNotification:
       return decodeAs<ReaderEventNotification>(d, r, body);
     case MessageType::kEnableEventsAndReports:
       return decodeAs<EnableEventsAndReports>(d, r, body);
-    case MessageType::kKeepaliveAck: return decodeAs<KeepaliveAck>(d, r, body);
-    case MessageType::kErrorMessage: return decodeAs<ErrorMessage>(d, r, body);
-    case MessageType::kCustomMessage: return decodeAs<CustomMessage>(d, r, body);
+    case MessageType::kKeepaliveAck:
+      return decodeAs<KeepaliveAck>(d, r, body);
+    case MessageType::kErrorMessage:
+      return decodeAs<ErrorMessage>(d, r, body);
+    case MessageType::kCustomMessage:
+      return decodeAs<CustomMessage>(d, r, body);
   }
   return d.fail(ErrorCode::kUnknownMessage, 0, "header", "MessageType");
 }
@@ -1613,10 +1671,12 @@ class Encoder {
     return true;
   }
   void utf8v(const std::string& s, const char* parameter, const char* field) {
-    if (count(s.size(), parameter, field)) bytes(reinterpret_cast<const uint8_t*>(s.data()), s.size());
+    if (count(s.size(), parameter, field))
+      bytes(reinterpret_cast<const uint8_t*>(s.data()), s.size());
   }
   void u1v(const BitString& b, const char* parameter, const char* field) {
-    if (b.bytes.size() != (size_t{b.bitCount} + 7) / 8) fail(ErrorCode::kBadField, parameter, field);
+    if (b.bytes.size() != (size_t{b.bitCount} + 7) / 8)
+      fail(ErrorCode::kBadField, parameter, field);
     u16(b.bitCount);
     bytes(b.bytes.data(), b.bytes.size());
   }
@@ -1764,7 +1824,8 @@ void encodeGeneralDeviceCapabilities(Encoder& e, const GeneralDeviceCapabilities
 
 void encodeLLRPCapabilities(Encoder& e, const LLRPCapabilities& c) {
   const size_t at = e.begin(kLLRPCapabilities);
-  e.u8(static_cast<uint8_t>((c.canDoRFSurvey ? 0x80 : 0) | (c.canReportBufferFillWarning ? 0x40 : 0) |
+  e.u8(static_cast<uint8_t>((c.canDoRFSurvey ? 0x80 : 0) |
+                            (c.canReportBufferFillWarning ? 0x40 : 0) |
                             (c.supportsClientRequestOpSpec ? 0x20 : 0) |
                             (c.canDoTagInventoryStateAwareSingulation ? 0x10 : 0) |
                             (c.supportsEventAndReportHolding ? 0x08 : 0)));
@@ -2314,18 +2375,30 @@ std::string Error::text() const {
 
 const char* errorCodeName(ErrorCode code) {
   switch (code) {
-    case ErrorCode::kOk: return "ok";
-    case ErrorCode::kTruncated: return "truncated";
-    case ErrorCode::kBadLength: return "bad length";
-    case ErrorCode::kFrameTooLarge: return "frame too large";
-    case ErrorCode::kBadVersion: return "unsupported version";
-    case ErrorCode::kUnknownMessage: return "unknown message type";
-    case ErrorCode::kUnknownTvType: return "unknown TV parameter type";
-    case ErrorCode::kMissingParameter: return "missing parameter";
-    case ErrorCode::kDuplicateParameter: return "duplicate parameter";
-    case ErrorCode::kTooDeep: return "nesting too deep";
-    case ErrorCode::kBadField: return "bad field";
-    case ErrorCode::kTooLong: return "value too long";
+    case ErrorCode::kOk:
+      return "ok";
+    case ErrorCode::kTruncated:
+      return "truncated";
+    case ErrorCode::kBadLength:
+      return "bad length";
+    case ErrorCode::kFrameTooLarge:
+      return "frame too large";
+    case ErrorCode::kBadVersion:
+      return "unsupported version";
+    case ErrorCode::kUnknownMessage:
+      return "unknown message type";
+    case ErrorCode::kUnknownTvType:
+      return "unknown TV parameter type";
+    case ErrorCode::kMissingParameter:
+      return "missing parameter";
+    case ErrorCode::kDuplicateParameter:
+      return "duplicate parameter";
+    case ErrorCode::kTooDeep:
+      return "nesting too deep";
+    case ErrorCode::kBadField:
+      return "bad field";
+    case ErrorCode::kTooLong:
+      return "value too long";
   }
   return "unknown error";
 }
@@ -2419,14 +2492,30 @@ Error encode(const Message& message, std::vector<uint8_t>& out) {
 LLRPStatus statusForError(const Error& error) {
   LLRPStatus s;
   switch (error.code) {
-    case ErrorCode::kOk: s.statusCode = StatusCode::kSuccess; break;
-    case ErrorCode::kBadVersion: s.statusCode = StatusCode::kMUnsupportedVersion; break;
-    case ErrorCode::kUnknownMessage: s.statusCode = StatusCode::kMUnsupportedMessage; break;
-    case ErrorCode::kMissingParameter: s.statusCode = StatusCode::kMMissingParameter; break;
-    case ErrorCode::kDuplicateParameter: s.statusCode = StatusCode::kMDuplicateParameter; break;
-    case ErrorCode::kUnknownTvType: s.statusCode = StatusCode::kMUnknownParameter; break;
-    case ErrorCode::kBadField: s.statusCode = StatusCode::kMFieldError; break;
-    default: s.statusCode = StatusCode::kMParameterError; break;
+    case ErrorCode::kOk:
+      s.statusCode = StatusCode::kSuccess;
+      break;
+    case ErrorCode::kBadVersion:
+      s.statusCode = StatusCode::kMUnsupportedVersion;
+      break;
+    case ErrorCode::kUnknownMessage:
+      s.statusCode = StatusCode::kMUnsupportedMessage;
+      break;
+    case ErrorCode::kMissingParameter:
+      s.statusCode = StatusCode::kMMissingParameter;
+      break;
+    case ErrorCode::kDuplicateParameter:
+      s.statusCode = StatusCode::kMDuplicateParameter;
+      break;
+    case ErrorCode::kUnknownTvType:
+      s.statusCode = StatusCode::kMUnknownParameter;
+      break;
+    case ErrorCode::kBadField:
+      s.statusCode = StatusCode::kMFieldError;
+      break;
+    default:
+      s.statusCode = StatusCode::kMParameterError;
+      break;
   }
   if (!error.ok()) s.errorDescription = error.text();
   return s;

@@ -34,17 +34,17 @@ constexpr int kMaxDepth = 16;
 
 enum class ErrorCode : int {
   kOk = 0,
-  kTruncated = -1,            // the bytes end before the frame, a parameter or a field does
-  kBadLength = -2,            // a length is below its header size, past its parent, or leaves bytes
-  kFrameTooLarge = -3,        // the announced or produced length is above kMaxFrameSize
-  kBadVersion = -4,           // header version is not 1
-  kUnknownMessage = -5,       // message type this codec does not model
-  kUnknownTvType = -6,        // TV parameter type with no known width
-  kMissingParameter = -7,     // a required parameter is absent
-  kDuplicateParameter = -8,   // a parameter allowed once appears again
-  kTooDeep = -9,              // nesting deeper than kMaxDepth
-  kBadField = -10,            // a field value is inconsistent (bit count vs bytes, u2 overflow...)
-  kTooLong = -11,             // encode: a value or parameter does not fit its length field
+  kTruncated = -1,           // the bytes end before the frame, a parameter or a field does
+  kBadLength = -2,           // a length is below its header size, past its parent, or leaves bytes
+  kFrameTooLarge = -3,       // the announced or produced length is above kMaxFrameSize
+  kBadVersion = -4,          // header version is not 1
+  kUnknownMessage = -5,      // message type this codec does not model
+  kUnknownTvType = -6,       // TV parameter type with no known width
+  kMissingParameter = -7,    // a required parameter is absent
+  kDuplicateParameter = -8,  // a parameter allowed once appears again
+  kTooDeep = -9,             // nesting deeper than kMaxDepth
+  kBadField = -10,           // a field value is inconsistent (bit count vs bytes, u2 overflow...)
+  kTooLong = -11,            // encode: a value or parameter does not fit its length field
 };
 
 // The result of a codec call. code 0 is success; the rest locate the failure.
@@ -65,8 +65,8 @@ struct [[nodiscard]] Error {
 // The fixed part of every frame.
 struct FrameHeader {
   uint8_t version = 0;
-  uint16_t type = 0;      // 10-bit message type
-  uint32_t length = 0;    // whole frame, header included
+  uint16_t type = 0;    // 10-bit message type
+  uint32_t length = 0;  // whole frame, header included
   uint32_t id = 0;
 };
 

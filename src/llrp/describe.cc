@@ -61,17 +61,22 @@ void addCustoms(std::string& s, const std::vector<Custom>& customs) {
 
 const char* startName(ROSpecStartTriggerType t) {
   switch (t) {
-    case ROSpecStartTriggerType::kNull: return "null";
-    case ROSpecStartTriggerType::kImmediate: return "immediate";
-    case ROSpecStartTriggerType::kPeriodic: return "periodic";
-    case ROSpecStartTriggerType::kGPI: return "gpi";
+    case ROSpecStartTriggerType::kNull:
+      return "null";
+    case ROSpecStartTriggerType::kImmediate:
+      return "immediate";
+    case ROSpecStartTriggerType::kPeriodic:
+      return "periodic";
+    case ROSpecStartTriggerType::kGPI:
+      return "gpi";
   }
   return "?";
 }
 
 void addGpi(std::string& s, const std::optional<GPITriggerValue>& g) {
-  if (g) add(s, "(port=%u event=%d timeout=%" PRIu32 ")", unsigned{g->gpiPortNum}, g->gpiEvent,
-             g->timeout);
+  if (g)
+    add(s, "(port=%u event=%d timeout=%" PRIu32 ")", unsigned{g->gpiPortNum}, g->gpiEvent,
+        g->timeout);
 }
 
 void addAntennaConfiguration(std::string& s, const AntennaConfiguration& a) {
@@ -91,8 +96,8 @@ void addAntennaConfiguration(std::string& s, const AntennaConfiguration& a) {
     if (c.singulationControl)
       add(s, " session=%u population=%u", unsigned{c.singulationControl->session},
           unsigned{c.singulationControl->tagPopulation});
-    if (c.rfControl) add(s, " mode=%u tari=%u", unsigned{c.rfControl->modeIndex},
-                         unsigned{c.rfControl->tari});
+    if (c.rfControl)
+      add(s, " mode=%u tari=%u", unsigned{c.rfControl->modeIndex}, unsigned{c.rfControl->tari});
     s += ')';
     sep = " ";
   }
@@ -103,12 +108,16 @@ void addReportSpec(std::string& s, const ROReportSpec& r) {
   const auto& c = r.tagReportContentSelector;
   add(s, " report(trigger=%u n=%u fields=", static_cast<unsigned>(r.roReportTrigger),
       unsigned{r.n});
-  const std::pair<bool, const char*> flags[] = {
-      {c.enableROSpecId, "rospec"},       {c.enableSpecIndex, "spec"},
-      {c.enableInventoryParameterSpecId, "ips"}, {c.enableAntennaId, "ant"},
-      {c.enableChannelIndex, "ch"},       {c.enablePeakRSSI, "rssi"},
-      {c.enableFirstSeenTimestamp, "first"}, {c.enableLastSeenTimestamp, "last"},
-      {c.enableTagSeenCount, "seen"},     {c.enableAccessSpecId, "access"}};
+  const std::pair<bool, const char*> flags[] = {{c.enableROSpecId, "rospec"},
+                                                {c.enableSpecIndex, "spec"},
+                                                {c.enableInventoryParameterSpecId, "ips"},
+                                                {c.enableAntennaId, "ant"},
+                                                {c.enableChannelIndex, "ch"},
+                                                {c.enablePeakRSSI, "rssi"},
+                                                {c.enableFirstSeenTimestamp, "first"},
+                                                {c.enableLastSeenTimestamp, "last"},
+                                                {c.enableTagSeenCount, "seen"},
+                                                {c.enableAccessSpecId, "access"}};
   const char* sep = "";
   for (const auto& [on, name] : flags) {
     if (!on) continue;

@@ -23,8 +23,8 @@ int Framer::pop(std::vector<uint8_t>& frame) {
   const size_t avail = buffer_.size() - start_;
   if (avail < kHeaderSize) return 0;
   FrameHeader header;
-  Error e = decodeHeader(std::span<const uint8_t>(buffer_.data() + start_, avail), header,
-                         maxFrameSize_);
+  Error e =
+      decodeHeader(std::span<const uint8_t>(buffer_.data() + start_, avail), header, maxFrameSize_);
   if (!e.ok()) {
     e.offset += static_cast<uint32_t>(consumed_ > UINT32_MAX ? UINT32_MAX : consumed_);
     error_ = e;

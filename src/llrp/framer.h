@@ -3,7 +3,8 @@
 // Feed every chunk received, then pop frames until pop returns 0. A header whose length is
 // below the header size or above the framer's maximum breaks the stream for good (there is no
 // way to find the next frame boundary): pop keeps returning the error and the caller closes the
-// connection. The framer never holds more than one partial frame plus the last chunk fed.
+// connection. A caller that pops until 0 after every feed keeps the framer at one partial
+// frame plus the last chunk fed.
 #pragma once
 
 #include <cstddef>
@@ -35,8 +36,8 @@ class Framer {
  private:
   uint32_t maxFrameSize_;
   std::vector<uint8_t> buffer_;
-  size_t start_ = 0;          // first byte of buffer_ not yet popped
-  uint64_t consumed_ = 0;     // bytes popped since the start, for error offsets
+  size_t start_ = 0;       // first byte of buffer_ not yet popped
+  uint64_t consumed_ = 0;  // bytes popped since the start, for error offsets
   Error error_;
 };
 

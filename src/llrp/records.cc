@@ -9,68 +9,124 @@ MessageType messageType(const MessageBody& body) {
 
 const char* messageName(MessageType type) {
   switch (type) {
-    case MessageType::kGetReaderCapabilities: return "GET_READER_CAPABILITIES";
-    case MessageType::kGetReaderConfig: return "GET_READER_CONFIG";
-    case MessageType::kSetReaderConfig: return "SET_READER_CONFIG";
-    case MessageType::kCloseConnectionResponse: return "CLOSE_CONNECTION_RESPONSE";
-    case MessageType::kGetReaderCapabilitiesResponse: return "GET_READER_CAPABILITIES_RESPONSE";
-    case MessageType::kGetReaderConfigResponse: return "GET_READER_CONFIG_RESPONSE";
-    case MessageType::kSetReaderConfigResponse: return "SET_READER_CONFIG_RESPONSE";
-    case MessageType::kCloseConnection: return "CLOSE_CONNECTION";
-    case MessageType::kAddROSpec: return "ADD_ROSPEC";
-    case MessageType::kDeleteROSpec: return "DELETE_ROSPEC";
-    case MessageType::kStartROSpec: return "START_ROSPEC";
-    case MessageType::kStopROSpec: return "STOP_ROSPEC";
-    case MessageType::kEnableROSpec: return "ENABLE_ROSPEC";
-    case MessageType::kDisableROSpec: return "DISABLE_ROSPEC";
-    case MessageType::kAddROSpecResponse: return "ADD_ROSPEC_RESPONSE";
-    case MessageType::kDeleteROSpecResponse: return "DELETE_ROSPEC_RESPONSE";
-    case MessageType::kStartROSpecResponse: return "START_ROSPEC_RESPONSE";
-    case MessageType::kStopROSpecResponse: return "STOP_ROSPEC_RESPONSE";
-    case MessageType::kEnableROSpecResponse: return "ENABLE_ROSPEC_RESPONSE";
-    case MessageType::kDisableROSpecResponse: return "DISABLE_ROSPEC_RESPONSE";
-    case MessageType::kDeleteAccessSpec: return "DELETE_ACCESSSPEC";
-    case MessageType::kDeleteAccessSpecResponse: return "DELETE_ACCESSSPEC_RESPONSE";
-    case MessageType::kGetReport: return "GET_REPORT";
-    case MessageType::kROAccessReport: return "RO_ACCESS_REPORT";
-    case MessageType::kKeepalive: return "KEEPALIVE";
-    case MessageType::kReaderEventNotification: return "READER_EVENT_NOTIFICATION";
-    case MessageType::kEnableEventsAndReports: return "ENABLE_EVENTS_AND_REPORTS";
-    case MessageType::kKeepaliveAck: return "KEEPALIVE_ACK";
-    case MessageType::kErrorMessage: return "ERROR_MESSAGE";
-    case MessageType::kCustomMessage: return "CUSTOM_MESSAGE";
+    case MessageType::kGetReaderCapabilities:
+      return "GET_READER_CAPABILITIES";
+    case MessageType::kGetReaderConfig:
+      return "GET_READER_CONFIG";
+    case MessageType::kSetReaderConfig:
+      return "SET_READER_CONFIG";
+    case MessageType::kCloseConnectionResponse:
+      return "CLOSE_CONNECTION_RESPONSE";
+    case MessageType::kGetReaderCapabilitiesResponse:
+      return "GET_READER_CAPABILITIES_RESPONSE";
+    case MessageType::kGetReaderConfigResponse:
+      return "GET_READER_CONFIG_RESPONSE";
+    case MessageType::kSetReaderConfigResponse:
+      return "SET_READER_CONFIG_RESPONSE";
+    case MessageType::kCloseConnection:
+      return "CLOSE_CONNECTION";
+    case MessageType::kAddROSpec:
+      return "ADD_ROSPEC";
+    case MessageType::kDeleteROSpec:
+      return "DELETE_ROSPEC";
+    case MessageType::kStartROSpec:
+      return "START_ROSPEC";
+    case MessageType::kStopROSpec:
+      return "STOP_ROSPEC";
+    case MessageType::kEnableROSpec:
+      return "ENABLE_ROSPEC";
+    case MessageType::kDisableROSpec:
+      return "DISABLE_ROSPEC";
+    case MessageType::kAddROSpecResponse:
+      return "ADD_ROSPEC_RESPONSE";
+    case MessageType::kDeleteROSpecResponse:
+      return "DELETE_ROSPEC_RESPONSE";
+    case MessageType::kStartROSpecResponse:
+      return "START_ROSPEC_RESPONSE";
+    case MessageType::kStopROSpecResponse:
+      return "STOP_ROSPEC_RESPONSE";
+    case MessageType::kEnableROSpecResponse:
+      return "ENABLE_ROSPEC_RESPONSE";
+    case MessageType::kDisableROSpecResponse:
+      return "DISABLE_ROSPEC_RESPONSE";
+    case MessageType::kDeleteAccessSpec:
+      return "DELETE_ACCESSSPEC";
+    case MessageType::kDeleteAccessSpecResponse:
+      return "DELETE_ACCESSSPEC_RESPONSE";
+    case MessageType::kGetReport:
+      return "GET_REPORT";
+    case MessageType::kROAccessReport:
+      return "RO_ACCESS_REPORT";
+    case MessageType::kKeepalive:
+      return "KEEPALIVE";
+    case MessageType::kReaderEventNotification:
+      return "READER_EVENT_NOTIFICATION";
+    case MessageType::kEnableEventsAndReports:
+      return "ENABLE_EVENTS_AND_REPORTS";
+    case MessageType::kKeepaliveAck:
+      return "KEEPALIVE_ACK";
+    case MessageType::kErrorMessage:
+      return "ERROR_MESSAGE";
+    case MessageType::kCustomMessage:
+      return "CUSTOM_MESSAGE";
   }
   return "UNKNOWN";
 }
 
 const char* statusCodeName(StatusCode code) {
   switch (code) {
-    case StatusCode::kSuccess: return "M_Success";
-    case StatusCode::kMParameterError: return "M_ParameterError";
-    case StatusCode::kMFieldError: return "M_FieldError";
-    case StatusCode::kMUnexpectedParameter: return "M_UnexpectedParameter";
-    case StatusCode::kMMissingParameter: return "M_MissingParameter";
-    case StatusCode::kMDuplicateParameter: return "M_DuplicateParameter";
-    case StatusCode::kMOverflowParameter: return "M_OverflowParameter";
-    case StatusCode::kMOverflowField: return "M_OverflowField";
-    case StatusCode::kMUnknownParameter: return "M_UnknownParameter";
-    case StatusCode::kMUnknownField: return "M_UnknownField";
-    case StatusCode::kMUnsupportedMessage: return "M_UnsupportedMessage";
-    case StatusCode::kMUnsupportedVersion: return "M_UnsupportedVersion";
-    case StatusCode::kMUnsupportedParameter: return "M_UnsupportedParameter";
-    case StatusCode::kPParameterError: return "P_ParameterError";
-    case StatusCode::kPFieldError: return "P_FieldError";
-    case StatusCode::kPUnexpectedParameter: return "P_UnexpectedParameter";
-    case StatusCode::kPMissingParameter: return "P_MissingParameter";
-    case StatusCode::kPDuplicateParameter: return "P_DuplicateParameter";
-    case StatusCode::kPOverflowParameter: return "P_OverflowParameter";
-    case StatusCode::kPOverflowField: return "P_OverflowField";
-    case StatusCode::kPUnknownParameter: return "P_UnknownParameter";
-    case StatusCode::kPUnknownField: return "P_UnknownField";
-    case StatusCode::kPUnsupportedParameter: return "P_UnsupportedParameter";
-    case StatusCode::kAInvalid: return "A_Invalid";
-    case StatusCode::kAOutOfRange: return "A_OutOfRange";
-    case StatusCode::kRDeviceError: return "R_DeviceError";
+    case StatusCode::kSuccess:
+      return "M_Success";
+    case StatusCode::kMParameterError:
+      return "M_ParameterError";
+    case StatusCode::kMFieldError:
+      return "M_FieldError";
+    case StatusCode::kMUnexpectedParameter:
+      return "M_UnexpectedParameter";
+    case StatusCode::kMMissingParameter:
+      return "M_MissingParameter";
+    case StatusCode::kMDuplicateParameter:
+      return "M_DuplicateParameter";
+    case StatusCode::kMOverflowParameter:
+      return "M_OverflowParameter";
+    case StatusCode::kMOverflowField:
+      return "M_OverflowField";
+    case StatusCode::kMUnknownParameter:
+      return "M_UnknownParameter";
+    case StatusCode::kMUnknownField:
+      return "M_UnknownField";
+    case StatusCode::kMUnsupportedMessage:
+      return "M_UnsupportedMessage";
+    case StatusCode::kMUnsupportedVersion:
+      return "M_UnsupportedVersion";
+    case StatusCode::kMUnsupportedParameter:
+      return "M_UnsupportedParameter";
+    case StatusCode::kPParameterError:
+      return "P_ParameterError";
+    case StatusCode::kPFieldError:
+      return "P_FieldError";
+    case StatusCode::kPUnexpectedParameter:
+      return "P_UnexpectedParameter";
+    case StatusCode::kPMissingParameter:
+      return "P_MissingParameter";
+    case StatusCode::kPDuplicateParameter:
+      return "P_DuplicateParameter";
+    case StatusCode::kPOverflowParameter:
+      return "P_OverflowParameter";
+    case StatusCode::kPOverflowField:
+      return "P_OverflowField";
+    case StatusCode::kPUnknownParameter:
+      return "P_UnknownParameter";
+    case StatusCode::kPUnknownField:
+      return "P_UnknownField";
+    case StatusCode::kPUnsupportedParameter:
+      return "P_UnsupportedParameter";
+    case StatusCode::kAInvalid:
+      return "A_Invalid";
+    case StatusCode::kAOutOfRange:
+      return "A_OutOfRange";
+    case StatusCode::kRDeviceError:
+      return "R_DeviceError";
   }
   return "Unknown";
 }

@@ -327,7 +327,7 @@ struct FrequencyHopTable {  // 147
   bool operator==(const FrequencyHopTable&) const = default;
 };
 
-struct FixedFrequencyTable {  // 148
+struct FixedFrequencyTable {          // 148
   std::vector<uint32_t> frequencies;  // u32v, kHz
   bool operator==(const FixedFrequencyTable&) const = default;
 };
@@ -411,7 +411,7 @@ struct RFTransmitter {  // 224
 };
 
 struct C1G2TagInventoryMask {  // 332
-  uint8_t mb = 0;  // u2 memory bank
+  uint8_t mb = 0;              // u2 memory bank
   uint16_t pointer = 0;
   BitString tagMask;
   bool operator==(const C1G2TagInventoryMask&) const = default;
@@ -428,7 +428,7 @@ struct C1G2TagInventoryStateUnawareFilterAction {  // 334
   bool operator==(const C1G2TagInventoryStateUnawareFilterAction&) const = default;
 };
 
-struct C1G2Filter {  // 331
+struct C1G2Filter {                                         // 331
   C1G2TruncateAction t = C1G2TruncateAction::kUnspecified;  // u2
   C1G2TagInventoryMask tagInventoryMask;
   std::optional<C1G2TagInventoryStateAwareFilterAction> stateAwareAction;
@@ -443,13 +443,13 @@ struct C1G2RFControl {  // 335
 };
 
 struct C1G2TagInventoryStateAwareSingulationAction {  // 337
-  bool i = false;  // u1: 0 State_A, 1 State_B
-  bool s = false;  // u1: 0 SL, 1 Not_SL
+  bool i = false;                                     // u1: 0 State_A, 1 State_B
+  bool s = false;                                     // u1: 0 SL, 1 Not_SL
   bool operator==(const C1G2TagInventoryStateAwareSingulationAction&) const = default;
 };
 
 struct C1G2SingulationControl {  // 336
-  uint8_t session = 0;  // u2
+  uint8_t session = 0;           // u2
   uint16_t tagPopulation = 0;
   uint32_t tagTransitTime = 0;
   std::optional<C1G2TagInventoryStateAwareSingulationAction> stateAwareAction;
@@ -466,7 +466,7 @@ struct C1G2InventoryCommand {  // 330
 };
 
 struct AntennaConfiguration {  // 222
-  uint16_t antennaId = 0;  // 0: every antenna
+  uint16_t antennaId = 0;      // 0: every antenna
   std::optional<RFReceiver> rfReceiver;
   std::optional<RFTransmitter> rfTransmitter;
   std::vector<C1G2InventoryCommand> inventoryCommands;
@@ -547,9 +547,9 @@ struct ReaderEventNotificationSpec {  // 244
 // Reader operations (ROSpec)
 // ---------------------------------------------------------------------------------------------
 
-struct PeriodicTriggerValue {  // 180
-  uint32_t offset = 0;  // milliseconds
-  uint32_t period = 0;  // milliseconds
+struct PeriodicTriggerValue {            // 180
+  uint32_t offset = 0;                   // milliseconds
+  uint32_t period = 0;                   // milliseconds
   std::optional<uint64_t> utcTimestamp;  // UTCTimestamp (128), microseconds
   bool operator==(const PeriodicTriggerValue&) const = default;
 };
@@ -606,7 +606,7 @@ struct InventoryParameterSpec {  // 186
   bool operator==(const InventoryParameterSpec&) const = default;
 };
 
-struct AISpec {  // 183
+struct AISpec {                      // 183
   std::vector<uint16_t> antennaIds;  // u16v; {0} means every antenna
   AISpecStopTrigger aiSpecStopTrigger;
   std::vector<InventoryParameterSpec> inventoryParameterSpecs;
@@ -620,7 +620,7 @@ struct ROSpec {  // 177
   ROSpecState currentState = ROSpecState::kDisabled;
   ROBoundarySpec roBoundarySpec;
   std::vector<AISpec> aiSpecs;
-  std::vector<Custom> customs;  // Custom entries of the spec list, after the AISpecs
+  std::vector<Custom> customs;  // Custom parameters listed among the AISpecs, kept after them
   std::optional<ROReportSpec> roReportSpec;
   bool operator==(const ROSpec&) const = default;
 };
@@ -692,7 +692,7 @@ struct ReportBufferOverflowErrorEvent {  // 251
 };
 
 struct ReaderExceptionEvent {  // 252
-  std::string message;  // utf8v
+  std::string message;         // utf8v
   std::optional<uint32_t> roSpecId;
   std::optional<uint16_t> specIndex;
   std::optional<uint16_t> inventoryParameterSpecId;
@@ -900,14 +900,15 @@ using EnableEventsAndReports = EmptyMessage<MessageType::kEnableEventsAndReports
 using ErrorMessage = StatusResponse<MessageType::kErrorMessage>;
 
 // Every message the codec knows; each alternative has a static kMessageType.
-using MessageBody = std::variant<
-    GetReaderCapabilities, GetReaderCapabilitiesResponse, GetReaderConfig,
-    GetReaderConfigResponse, SetReaderConfig, SetReaderConfigResponse, CloseConnection,
-    CloseConnectionResponse, AddROSpec, AddROSpecResponse, DeleteROSpec, DeleteROSpecResponse,
-    StartROSpec, StartROSpecResponse, StopROSpec, StopROSpecResponse, EnableROSpec,
-    EnableROSpecResponse, DisableROSpec, DisableROSpecResponse, DeleteAccessSpec,
-    DeleteAccessSpecResponse, GetReport, ROAccessReport, Keepalive, ReaderEventNotification,
-    EnableEventsAndReports, KeepaliveAck, ErrorMessage, CustomMessage>;
+using MessageBody =
+    std::variant<GetReaderCapabilities, GetReaderCapabilitiesResponse, GetReaderConfig,
+                 GetReaderConfigResponse, SetReaderConfig, SetReaderConfigResponse, CloseConnection,
+                 CloseConnectionResponse, AddROSpec, AddROSpecResponse, DeleteROSpec,
+                 DeleteROSpecResponse, StartROSpec, StartROSpecResponse, StopROSpec,
+                 StopROSpecResponse, EnableROSpec, EnableROSpecResponse, DisableROSpec,
+                 DisableROSpecResponse, DeleteAccessSpec, DeleteAccessSpecResponse, GetReport,
+                 ROAccessReport, Keepalive, ReaderEventNotification, EnableEventsAndReports,
+                 KeepaliveAck, ErrorMessage, CustomMessage>;
 
 // One LLRP message: the header's message ID and the typed body (the type is the alternative).
 struct Message {

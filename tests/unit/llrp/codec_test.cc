@@ -1,25 +1,30 @@
 // Hand-checked LLRP frames: each vector below was worked out byte by byte from the LLRP 1.0.1
 // encoding rules, then decoded and re-encoded by the codec.
+#include "llrp/codec.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
-#include "llrp/codec.h"
-
 namespace tessera::llrp {
 namespace {
 
+int hexDigit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  return -1;
+}
+
+// Bytes from hex digits; blanks and any other separators are ignored.
 std::vector<uint8_t> hex(const std::string& text) {
   std::vector<uint8_t> out;
   int high = -1;
   for (char c : text) {
-    int v;
-    if (c >= '0' && c <= '9') v = c - '0';
-    else if (c >= 'A' && c <= 'F') v = c - 'A' + 10;
-    else if (c >= 'a' && c <= 'f') v = c - 'a' + 10;
-    else continue;
+    const int v = hexDigit(c);
+    if (v < 0) continue;
     if (high < 0) {
       high = v;
     } else {
@@ -71,11 +76,11 @@ TEST(LlrpWire, TagReportMixesTvAndTlvParameters) {
   report.tagReportData.push_back(tag);
   expectWire(Message{7, report},
              "043D 0000002D 00000007"
-             "00F0 0023"                              // TagReportData, 35 bytes
-             "8D 300833B2DDD9014000000001"            // EPC_96: TV, no length
-             "81 0001"                                // AntennaID
-             "86 CC"                                  // PeakRSSI -52
-             "03FF 000D 0000651A 00000007 AB");       // Custom
+             "00F0 0023"                         // TagReportData, 35 bytes
+             "8D 300833B2DDD9014000000001"       // EPC_96: TV, no length
+             "81 0001"                           // AntennaID
+             "86 CC"                             // PeakRSSI -52
+             "03FF 000D 0000651A 00000007 AB");  // Custom
 }
 
 TEST(LlrpWire, EpcDataIsABitCountFollowedByWholeBytes) {
@@ -107,11 +112,11 @@ TEST(LlrpWire, ReportSpecFlagsArePackedMostSignificantBitFirst) {
   set.keepaliveSpec = KeepaliveSpec{KeepaliveTriggerType::kPeriodic, 10000};
   expectWire(Message{1, set},
              "0403 00000026 00000001"
-             "00"                          // ResetToFactoryDefault 0 + 7 reserved bits
-             "00ED 0012 02 0000"           // ROReportSpec, trigger 2, N 0
-             "00EE 000B 1680"              // TagReportContentSelector
-             "015C 0005 40"                // C1G2EPCMemorySelector: PC bits only
-             "00DC 0009 01 00002710");     // KeepaliveSpec periodic 10 s
+             "00"                       // ResetToFactoryDefault 0 + 7 reserved bits
+             "00ED 0012 02 0000"        // ROReportSpec, trigger 2, N 0
+             "00EE 000B 1680"           // TagReportContentSelector
+             "015C 0005 40"             // C1G2EPCMemorySelector: PC bits only
+             "00DC 0009 01 00002710");  // KeepaliveSpec periodic 10 s
 }
 
 TEST(LlrpWire, ConnectionAttemptEventComesWithATimestamp) {
@@ -129,14 +134,14 @@ TEST(LlrpWire, NestedParameterErrorsFlattenIntoAChain) {
   LLRPStatus status;
   status.statusCode = StatusCode::kMParameterError;
   status.parameterErrors.push_back(ParameterError{177, StatusCode::kPParameterError, {}});
-  status.parameterErrors.push_back(ParameterError{
-      178, StatusCode::kPMissingParameter, FieldError{2, StatusCode::kMFieldError}});
+  status.parameterErrors.push_back(
+      ParameterError{178, StatusCode::kPMissingParameter, FieldError{2, StatusCode::kMFieldError}});
   expectWire(Message{9, AddROSpecResponse{status}},
              "041E 0000002A 00000009"
-             "011F 0020 0064 0000"        // LLRPStatus M_ParameterError, no text
-             "0121 0018 00B1 00C8"        // ParameterError ROSpec
-             "0121 0010 00B2 00CB"        //   ParameterError ROBoundarySpec
-             "0120 0008 0002 0065");      //     FieldError
+             "011F 0020 0064 0000"    // LLRPStatus M_ParameterError, no text
+             "0121 0018 00B1 00C8"    // ParameterError ROSpec
+             "0121 0010 00B2 00CB"    //   ParameterError ROBoundarySpec
+             "0120 0008 0002 0065");  //     FieldError
   LLRPStatus version;
   version.statusCode = StatusCode::kMUnsupportedVersion;
   version.errorDescription = "v2";
@@ -152,9 +157,8 @@ TEST(LlrpWire, AddROSpecWithTriggersAndAntennaConfiguration) {
   AISpec ai;
   ai.antennaIds = {1, 2};
   ai.aiSpecStopTrigger.aiSpecStopTriggerType = AISpecStopTriggerType::kTagObservation;
-  ai.aiSpecStopTrigger.tagObservationTrigger =
-      TagObservationTrigger{TagObservationTriggerType::kNAttemptsToSeeAllTagsInFOVOrTimeout, 0,
-                            3, 0, 5000};
+  ai.aiSpecStopTrigger.tagObservationTrigger = TagObservationTrigger{
+      TagObservationTriggerType::kNAttemptsToSeeAllTagsInFOVOrTimeout, 0, 3, 0, 5000};
   InventoryParameterSpec ips;
   ips.inventoryParameterSpecId = 1;
   AntennaConfiguration ac;
@@ -174,29 +178,30 @@ TEST(LlrpWire, AddROSpecWithTriggersAndAntennaConfiguration) {
   spec.aiSpecs.push_back(ai);
   expectWire(Message{2, AddROSpec{spec}},
              "0414 00000085 00000002"
-             "00B1 007B 00000001 00 00"         // ROSpec 1, priority 0, disabled
-             "00B2 0012"                        // ROBoundarySpec
-             "00B3 0005 01"                     //   start: immediate
-             "00B6 0009 00 00000000"            //   stop: null
-             "00B7 005F 0002 0001 0002"         // AISpec antennas 1, 2
-             "00B8 0019 03 00000000"            //   stop: tag observation
+             "00B1 007B 00000001 00 00"  // ROSpec 1, priority 0, disabled
+             "00B2 0012"                 // ROBoundarySpec
+             "00B3 0005 01"              //   start: immediate
+             "00B6 0009 00 00000000"     //   stop: null
+             "00B7 005F 0002 0001 0002"  // AISpec antennas 1, 2
+             "00B8 0019 03 00000000"     //   stop: tag observation
              "00B9 0010 02 00 0000 0003 0000 00001388"
-             "00BA 003C 0001 01"                //   InventoryParameterSpec 1, C1G2
-             "00DE 0035 0001"                   //     AntennaConfiguration 1
-             "00E0 000A 0001 0000 0051"         //       RFTransmitter power index 81
-             "014A 0025 00"                     //       C1G2InventoryCommand
-             "014B 0015 40"                     //         C1G2Filter T=1
-             "014C 000B 40 0020 000C 3010"      //           mask MB=1 ptr 32, 12 bits
-             "014E 0005 00"                     //           unaware action 0
-             "0150 000B 80 0020 00000000");     //         singulation session 2
+             "00BA 003C 0001 01"             //   InventoryParameterSpec 1, C1G2
+             "00DE 0035 0001"                //     AntennaConfiguration 1
+             "00E0 000A 0001 0000 0051"      //       RFTransmitter power index 81
+             "014A 0025 00"                  //       C1G2InventoryCommand
+             "014B 0015 40"                  //         C1G2Filter T=1
+             "014C 000B 40 0020 000C 3010"   //           mask MB=1 ptr 32, 12 bits
+             "014E 0005 00"                  //           unaware action 0
+             "0150 000B 80 0020 00000000");  //         singulation session 2
 }
 
 TEST(LlrpWire, ReservedBitsAreIgnoredOnInput) {
   // C1G2SingulationControl with session 2 and the six reserved bits set.
-  Message m = decoded(hex("0403 00000021 00000001 00"
-                          "00DE 0016 0001"
-                          "014A 0010 7F"
-                          "0150 000B BF 0020 00000000"));
+  Message m =
+      decoded(hex("0403 00000021 00000001 00"
+                  "00DE 0016 0001"
+                  "014A 0010 7F"
+                  "0150 000B BF 0020 00000000"));
   const auto& set = std::get<SetReaderConfig>(m.body);
   ASSERT_EQ(set.antennaConfigurations.size(), 1u);
   const auto& cmd = set.antennaConfigurations[0].inventoryCommands.at(0);
@@ -206,11 +211,12 @@ TEST(LlrpWire, ReservedBitsAreIgnoredOnInput) {
 
 TEST(LlrpWire, UnknownTlvParametersAreSkipped) {
   // A TagReportData carrying a C1G2ReadOpSpecResult (349), which this codec does not model.
-  Message m = decoded(hex("043D 00000027 00000001"
-                          "00F0 001D"
-                          "8D 300833B2DDD9014000000001"
-                          "015D 0009 00 0001 0000"
-                          "81 0002"));
+  Message m =
+      decoded(hex("043D 00000027 00000001"
+                  "00F0 001D"
+                  "8D 300833B2DDD9014000000001"
+                  "015D 0009 00 0001 0000"
+                  "81 0002"));
   const auto& tags = std::get<ROAccessReport>(m.body).tagReportData;
   ASSERT_EQ(tags.size(), 1u);
   EXPECT_EQ(tags[0].antennaId, 2);
@@ -244,8 +250,8 @@ INSTANTIATE_TEST_SUITE_P(
                   "truncated at byte 4 in header"},
         Malformed{"Oversized", "043D 00100001 00000001", ErrorCode::kFrameTooLarge, 2,
                   "frame too large at byte 2 in header (MessageLength)"},
-        Malformed{"BodyCut", "043D 00000020 00000007 00F0 0016 8D 3008", ErrorCode::kTruncated,
-                  17, "truncated at byte 17 in header (message body)"},
+        Malformed{"BodyCut", "043D 00000020 00000007 00F0 0016 8D 3008", ErrorCode::kTruncated, 17,
+                  "truncated at byte 17 in header (message body)"},
         Malformed{"BytesAfterFrame", "043E 0000000A 00000005 00", ErrorCode::kBadLength, 10,
                   "bad length at byte 10 in header (bytes after the frame)"},
         Malformed{"Version2", "083E 0000000A 00000005", ErrorCode::kBadVersion, 0,
@@ -279,16 +285,18 @@ INSTANTIATE_TEST_SUITE_P(
                   "043D 00000021 00000007 00F0 0017 8D 300833B2DDD9014000000001 81 0001 81 0002",
                   ErrorCode::kDuplicateParameter, 30,
                   "duplicate parameter at byte 30 in TagReportData (AntennaID, parameter type 1)"},
-        Malformed{"BitCountPastParameter", "043D 0000001A 00000007 00F0 0010 00F1 000C 0080 "
-                                           "010203040506",
+        Malformed{"BitCountPastParameter",
+                  "043D 0000001A 00000007 00F0 0010 00F1 000C 0080 "
+                  "010203040506",
                   ErrorCode::kTruncated, 20, "truncated at byte 20 in EPCData (EPC)"},
         Malformed{"MissingStatus", "041E 0000000A 00000009", ErrorCode::kMissingParameter, 10,
                   "missing parameter at byte 10 in ADD_ROSPEC_RESPONSE (LLRPStatus)"},
-        Malformed{"FixedParameterTooLong",
-                  "0403 00000015 00000001 00 00DC 000A 01 00002710 00", ErrorCode::kBadLength, 20,
+        Malformed{"FixedParameterTooLong", "0403 00000015 00000001 00 00DC 000A 01 00002710 00",
+                  ErrorCode::kBadLength, 20,
                   "bad length at byte 20 in KeepaliveSpec (bytes after the last field)"},
         Malformed{"StringPastParameter", "041E 00000012 00000009 011F 0008 0000 0005",
-                  ErrorCode::kTruncated, 18, "truncated at byte 18 in LLRPStatus (ErrorDescription)"},
+                  ErrorCode::kTruncated, 18,
+                  "truncated at byte 18 in LLRPStatus (ErrorDescription)"},
         Malformed{"FieldsPastMessage", "0415 0000000C 00000001 0000", ErrorCode::kTruncated, 10,
                   "truncated at byte 10 in DELETE_ROSPEC (ROSpecID)"},
         Malformed{"KeepaliveWithBody", "043E 0000000B 00000005 00", ErrorCode::kBadLength, 10,

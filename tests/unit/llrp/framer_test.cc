@@ -1,10 +1,11 @@
 // The framer over TCP-like chunkings, and the one-line rendering of messages.
+#include "llrp/framer.h"
+
 #include <gtest/gtest.h>
 
 #include <random>
 
 #include "llrp/describe.h"
-#include "llrp/framer.h"
 #include "llrp/llrp_generate.h"
 
 namespace tessera::llrp {
@@ -117,8 +118,8 @@ TEST(LlrpDescribe, RendersOneLinePerMessage) {
   spec.roBoundarySpec.roSpecStopTrigger.durationTriggerValue = 5000;
   AISpec ai;
   ai.antennaIds = {0};
-  ai.inventoryParameterSpecs.push_back(InventoryParameterSpec{1, AirProtocol::kEPCGlobalClass1Gen2,
-                                                              {}, {}});
+  ai.inventoryParameterSpecs.push_back(
+      InventoryParameterSpec{1, AirProtocol::kEPCGlobalClass1Gen2, {}, {}});
   spec.aiSpecs.push_back(ai);
   LLRPStatus bad;
   bad.statusCode = StatusCode::kMUnsupportedVersion;
@@ -153,7 +154,8 @@ TEST(LlrpDescribe, RendersOneLinePerMessage) {
 TEST(LlrpDescribe, EveryGeneratedMessageRendersOnOneLine) {
   testing::Generator gen(8);
   for (int i = 0; i < 500; ++i) {
-    const std::string line = describe(gen.message(static_cast<size_t>(i) % testing::Generator::kKinds));
+    const std::string line =
+        describe(gen.message(static_cast<size_t>(i) % testing::Generator::kKinds));
     EXPECT_EQ(line.find('\n'), std::string::npos) << line;
   }
 }

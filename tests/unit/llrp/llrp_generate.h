@@ -224,9 +224,7 @@ class Generator {
     a.target = e8<C1G2StateAwareTarget>();
     a.action = e8<C1G2StateAwareAction>();
   }
-  void gen(C1G2TagInventoryStateUnawareFilterAction& a) {
-    a.action = e8<C1G2StateUnawareAction>();
-  }
+  void gen(C1G2TagInventoryStateUnawareFilterAction& a) { a.action = e8<C1G2StateUnawareAction>(); }
   void gen(C1G2Filter& f) {
     f.t = static_cast<C1G2TruncateAction>(below(4));
     gen(f.tagInventoryMask);

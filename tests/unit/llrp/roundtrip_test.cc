@@ -157,8 +157,8 @@ TEST(LlrpRoundTrip, DecodingIntoAUsedMessageGivesTheSameRecordAsAFreshOne) {
   Message reused;
   for (int i = 0; i < 400; ++i) {
     // Mostly reports, sometimes another kind in between.
-    const Message m = gen.message(i % 5 == 4 ? static_cast<size_t>(i) % testing::Generator::kKinds
-                                             : reportKind);
+    const Message m =
+        gen.message(i % 5 == 4 ? static_cast<size_t>(i) % testing::Generator::kKinds : reportKind);
     std::vector<uint8_t> bytes;
     ASSERT_TRUE(encode(m, bytes).ok());
     Message fresh;
