@@ -89,11 +89,15 @@ class UsbHidRelayTest(unittest.TestCase):
         self.assertTrue(wait_until(lambda: os.path.getsize(t.path("/dev/hidg0")) >= 16 * 20,
                                    timeout=20))
         self.assertEqual(t.command(STANDBY), b"ok\r\n\r\n")
-        time.sleep(1.5)
-        with open(t.path("/dev/hidg0"), "rb") as f:
-            data = f.read()
+
+        def typed():
+            with open(t.path("/dev/hidg0"), "rb") as f:
+                data = f.read()
+            return decode_hid(data[:len(data) // 16 * 16])
+        sent = lambda: b.sim.stats()["reads_sent"]
+        wait_until(lambda: typed().count("epc") == sent(), timeout=15, interval=0.1)
         # {"epc":"<hex>"}, is typed as epc<hex>, : braces, quotes and colons have no key.
-        self.assertRegex(decode_hid(data), r"^(epc[0-9a-f]{24},)+$")
+        self.assertRegex(typed(), r"^(epc[0-9a-f]{24},){%d}$" % sent())
 
     def test_a_start_without_the_hid_node_switches_back_after_each_attempt(self):
         b = Bench(sim_args=("--tags", "5"), with_serial_line=False, relay={"TagrelayMode": "2"},
