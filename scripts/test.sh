@@ -8,7 +8,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh
 
-builds=${TESSERA_TEST_BUILDS:-"release asan tsan fuzz"}
+builds=${TESSERA_TEST_BUILDS:-"release asan tsan fuzz armhf"}
 fuzz_seconds=${TESSERA_FUZZ_SECONDS:-20}
 jobs=$(nproc)
 launcher=()
@@ -67,6 +67,7 @@ for b in $builds; do
       done
       echo "fuzz: $passed passed, 0 failed"
       ;;
+    armhf) bash scripts/test-armhf.sh ;;
     *) echo "unknown build '$b'"; exit 2 ;;
   esac
 done
