@@ -4,17 +4,20 @@
 #   - the cross compiler g++-arm-linux-gnueabihf (its own libc and libstdc++ under
 #     /usr/arm-linux-gnueabihf), qemu-user for qemu-arm, lintian for the Debian packages;
 #   - Debian's armhf libcurl and GoogleTest with everything they link against, fetched with
-#     `apt-get download` from the armhf multiarch archive and unpacked into build-armhf-sysroot/
+#     `apt-get download` from the same Debian archive and unpacked into build-armhf-sysroot/
 #     (the armhf toolchain file and qemu-arm take them from there).
-# The armhf libraries are unpacked rather than installed as :armhf packages because dpkg lets a
-# Multi-Arch library be installed for two architectures only at the very same version: the host's
-# own security updates (libssl3, libcurl4, ...) then block or break the armhf copies whenever the
-# armhf index lags behind. Unpacked, they never touch the host's packages.
+# The armhf libraries are not installed as :armhf multiarch packages: dpkg lets a Multi-Arch
+# library be installed for two architectures only at the very same version, so the host's own
+# security updates (libssl3, libcurl4, ...) block the armhf copies whenever the armhf index lags
+# behind. Nor is armhf added to the host's dpkg architectures: then every plain `apt-get update`
+# on the machine fetches the armhf indexes too and fails with them when a mirror is mid-sync.
+# apt reads the armhf indexes into a private state folder, build-armhf-apt/, instead.
 # Safe to run again: it installs and unpacks only what is missing or changed.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 sysroot=${TESSERA_ARMHF_SYSROOT:-$PWD/build-armhf-sysroot}
+state=$PWD/build-armhf-apt
 SUDO=""
 [ "$(id -u)" -ne 0 ] && SUDO=sudo
 
@@ -22,50 +25,50 @@ SUDO=""
 armhf_roots=(libcurl4-openssl-dev libgtest-dev libgmock-dev libstdc++6)
 host_packages=(g++-arm-linux-gnueabihf qemu-user lintian)
 
-updated=0
-apt_update() {
-  [ $updated -eq 1 ] && return 0
-  updated=1
-  # An index that fails to download (a mirror in the middle of a sync) leaves apt with the
-  # others; what is missing shows in the steps after.
-  $SUDO apt-get update -qq || echo "== apt-get update reported errors; going on with the indexes it has"
-}
-
-if ! dpkg --print-foreign-architectures | grep -qx armhf; then
-  echo "== enabling the armhf architecture so that apt fetches the armhf package indexes"
-  $SUDO dpkg --add-architecture armhf
-  apt_update
-fi
-
 missing=()
 for pkg in "${host_packages[@]}"; do
   dpkg -s "$pkg" >/dev/null 2>&1 || missing+=("$pkg")
 done
 if [ ${#missing[@]} -gt 0 ]; then
   echo "== installing the cross toolchain and tools: ${missing[*]}"
-  apt_update
+  $SUDO apt-get update -qq
   DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
 fi
+
+# An apt whose only architecture is armhf, with the machine's sources but its own package lists,
+# cache and (empty) installed-package status.
+mkdir -p "$state/lists/partial" "$state/cache/archives/partial"
+touch "$state/status"
+# apt downloads as the unprivileged _apt user when that user can write the folders.
+[ "$(id -u)" -eq 0 ] && id _apt >/dev/null 2>&1 && chown _apt "$state/lists/partial" "$state/cache/archives/partial"
+apt_armhf=(-o APT::Architecture=armhf -o APT::Architectures=armhf
+  -o Dir::State::Lists="$state/lists" -o Dir::Cache="$state/cache" -o Dir::State::status="$state/status")
+armhf_update() {
+  echo "== reading the armhf package indexes into $state"
+  # An index that fails to download (a mirror in the middle of a sync) leaves apt with the
+  # others; what is missing shows in the steps after.
+  apt-get "${apt_armhf[@]}" update -qq || echo "== apt-get update reported errors; going on with the indexes it has"
+}
 
 # Every armhf package the roots need, at the version apt would install, one "name=version" a line.
 resolve() {
   local names
-  names=$(apt-cache depends --recurse --no-recommends --no-suggests --no-conflicts --no-breaks \
-      --no-replaces --no-enhances "${armhf_roots[@]/%/:armhf}" 2>/dev/null |
-    sed -n 's/^\([a-z0-9][a-z0-9.+-]*:armhf\)$/\1/p' | sort -u)
+  names=$(apt-cache "${apt_armhf[@]}" depends --recurse --no-recommends --no-suggests --no-conflicts \
+      --no-breaks --no-replaces --no-enhances "${armhf_roots[@]}" 2>/dev/null |
+    sed -n 's/^\([a-z0-9][a-z0-9.+-]*\)$/\1/p' | sort -u)
   [ -z "$names" ] && return 0
   # shellcheck disable=SC2086
-  apt-cache policy $names | awk '/^[^ ].*:$/ { name = substr($1, 1, length($1) - 1) }
+  apt-cache "${apt_armhf[@]}" policy $names | awk '/^[^ ].*:$/ { name = substr($1, 1, length($1) - 1) }
     /^  Candidate: / && $2 != "(none)" { print name "=" $2 }'
 }
 
 wanted=$(resolve)
 if [ -z "$wanted" ]; then
-  apt_update
+  armhf_update
   wanted=$(resolve)
 fi
-if ! grep -q '^libcurl4-openssl-dev:armhf=' <<<"$wanted"; then
-  echo "no armhf libcurl4-openssl-dev in the apt indexes; is the armhf architecture enabled?" >&2
+if ! grep -q '^libcurl4-openssl-dev=' <<<"$wanted"; then
+  echo "no armhf libcurl4-openssl-dev in the apt indexes of $state" >&2
   exit 1
 fi
 
@@ -79,7 +82,7 @@ trap 'rm -rf "$downloads"' EXIT
 # apt fetches as the unprivileged _apt user when it can write the folder.
 [ "$(id -u)" -eq 0 ] && id _apt >/dev/null 2>&1 && chown _apt "$downloads"
 # shellcheck disable=SC2086
-(cd "$downloads" && apt-get download -qq $wanted)
+(cd "$downloads" && apt-get "${apt_armhf[@]}" download -qq $wanted)
 rm -rf "$sysroot"
 mkdir -p "$sysroot"
 for deb in "$downloads"/*.deb; do
