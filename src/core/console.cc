@@ -1,6 +1,7 @@
 #include "core/console.h"
 
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <cwchar>
 
@@ -23,7 +24,8 @@ void consolePrint(const wchar_t* format, ...) {
   int j = 0;
   for (int i = 0; i < n && j < static_cast<int>(sizeof narrow) - 1; ++i) {
     wchar_t c = wide[i];
-    narrow[j++] = (c >= 0 && c < 128) ? static_cast<char>(c) : '?';
+    // wchar_t is unsigned on ARM: compare as unsigned so the test means the same everywhere.
+    narrow[j++] = static_cast<uint32_t>(c) < 128u ? static_cast<char>(c) : '?';
   }
   narrow[j] = '\0';
   std::fputs(narrow, stdout);

@@ -660,6 +660,8 @@ RfidStatus ReaderSession::request(llrp::MessageBody body, MessageType expected,
     reply_.reset();
     replyError_.reset();
   }
+  // A receive thread holding back at the tag buffer must go on reading to find this reply.
+  tags_.interruptWait();
   msg.body = std::move(body);
   RfidStatus st = sendFrame(msg);
   std::unique_lock g(stateLock_);
@@ -926,17 +928,26 @@ void ReaderSession::handleReport(const llrp::ROAccessReport& report,
         if (!match) continue;
       }
     }
-    if (tags_.atHighWater()) {
+    bool replyAwaited;
+    {
+      std::lock_guard g(stateLock_);
+      replyAwaited = pendingId_ != 0;
+    }
+    if (!replyAwaited && tags_.atHighWater()) {
       // Back-pressure before giving up reads: tell the consumer what is waiting and give it a
       // moment to catch up. Meanwhile this thread reads nothing, so TCP slows the reader down
       // instead of reads being lost; a consumer that does not drain in time gets the warning.
+      // (Not while a call waits for its reply behind these reads: the consumer may be that
+      // very caller, so the reads are kept aside until the reply is in.)
       if (stored) events.push_back(TAG_READ_EVENT);
       stored = false;
       deliver(events);
       events.clear();
       tags_.waitBelowHighWater(kHighWaterWait);
+      std::lock_guard g(stateLock_);
+      replyAwaited = pendingId_ != 0;
     }
-    switch (tags_.push(t)) {
+    switch (tags_.push(t, replyAwaited)) {
       case TagBuffer::PushResult::kStored:
         stored = true;
         break;

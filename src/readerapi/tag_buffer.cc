@@ -15,10 +15,21 @@ uint32_t clampCapacity(uint32_t capacity) {
 
 TagBuffer::TagBuffer(uint32_t capacity) { resize(capacity); }
 
-TagBuffer::PushResult TagBuffer::push(const ReaderTagData& read) {
+TagBuffer::PushResult TagBuffer::push(const ReaderTagData& read, bool spill) {
   std::lock_guard guard(lock_);
   const auto cap = static_cast<uint32_t>(slots_.size());
-  if (count_ == cap) {
+  if (spill) {
+    if (count_ < cap && spilled_.empty()) {
+      slots_[(head_ + count_) % cap] = read;
+      ++count_;
+      return PushResult::kStored;
+    }
+    if (spilled_.size() < uint64_t{cap} * kSpillFactor) {
+      spilled_.push_back(read);
+      return PushResult::kStored;
+    }
+  }
+  if (count_ == cap || !spilled_.empty()) {
     ++discarded_;
     if (full_) return PushResult::kDiscarded;
     full_ = true;
@@ -40,7 +51,17 @@ bool TagBuffer::atHighWater() const {
 
 bool TagBuffer::waitBelowHighWater(std::chrono::milliseconds limit) {
   std::unique_lock guard(lock_);
-  return drained_.wait_for(guard, limit, [this] { return count_ + 1 < highWater_; });
+  const uint64_t epoch = waitEpoch_;
+  drained_.wait_for(guard, limit, [&] { return count_ + 1 < highWater_ || waitEpoch_ != epoch; });
+  return count_ + 1 < highWater_;
+}
+
+void TagBuffer::interruptWait() {
+  {
+    std::lock_guard guard(lock_);
+    ++waitEpoch_;
+  }
+  drained_.notify_all();
 }
 
 bool TagBuffer::pop(ReaderTagData& out) {
@@ -50,6 +71,11 @@ bool TagBuffer::pop(ReaderTagData& out) {
     out = slots_[head_];
     head_ = (head_ + 1) % static_cast<uint32_t>(slots_.size());
     --count_;
+    if (!spilled_.empty()) {
+      slots_[(head_ + count_) % slots_.size()] = spilled_.front();
+      spilled_.pop_front();
+      ++count_;
+    }
     rearmLocked();
   }
   drained_.notify_all();
@@ -61,6 +87,7 @@ void TagBuffer::clear() {
     std::lock_guard guard(lock_);
     head_ = 0;
     count_ = 0;
+    spilled_.clear();
     rearmLocked();
   }
   drained_.notify_all();
@@ -71,6 +98,7 @@ void TagBuffer::resize(uint32_t capacity) {
   std::lock_guard guard(lock_);
   slots_.assign(cap, ReaderTagData{});
   slots_.shrink_to_fit();
+  spilled_.clear();
   head_ = 0;
   count_ = 0;
   // 80 %, and at least one read below a full buffer when it is larger than one read.
@@ -81,7 +109,7 @@ void TagBuffer::resize(uint32_t capacity) {
 
 uint32_t TagBuffer::size() const {
   std::lock_guard guard(lock_);
-  return count_;
+  return count_ + static_cast<uint32_t>(spilled_.size());
 }
 
 uint32_t TagBuffer::capacity() const {

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <deque>
 #include <mutex>
 #include <vector>
 
@@ -26,13 +27,18 @@ class TagBuffer {
 
   explicit TagBuffer(uint32_t capacity);
 
-  // Appends a read (copied); see PushResult.
-  PushResult push(const ReaderTagData& read);
+  // Appends a read (copied); see PushResult. With `spill` (a reply is awaited behind the reads
+  // in flight) a full buffer keeps up to kSpillFactor times its capacity more, in order, and no
+  // warning is given: reading must go on for the reply to arrive.
+  PushResult push(const ReaderTagData& read, bool spill = false);
+  static constexpr uint32_t kSpillFactor = 4;
   // Whether the next push would raise the high-water warning.
   bool atHighWater() const;
   // Waits up to `limit` for the consumer to bring the level below the high-water mark; whether
   // it did.
   bool waitBelowHighWater(std::chrono::milliseconds limit);
+  // Ends a waitBelowHighWater in progress at once.
+  void interruptWait();
   // Moves the oldest read into out; false when empty.
   bool pop(ReaderTagData& out);
   // Drops every read; the warning and full episodes start over.
@@ -52,12 +58,14 @@ class TagBuffer {
   mutable std::mutex lock_;  // guards every member below
   std::condition_variable drained_;  // signalled when the consumer takes reads out
   std::vector<ReaderTagData> slots_;
+  std::deque<ReaderTagData> spilled_;  // newer than every read in slots_
   uint32_t head_ = 0;  // oldest read
   uint32_t count_ = 0;
   uint32_t highWater_ = 0;
   bool warned_ = false;  // the high-water warning was given and the level has not dropped since
   bool full_ = false;    // reads are being discarded and the level has not dropped since
   uint64_t discarded_ = 0;
+  uint64_t waitEpoch_ = 0;  // bumped by interruptWait
 };
 
 }  // namespace tessera::readerapi

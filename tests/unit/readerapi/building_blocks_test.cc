@@ -3,6 +3,7 @@
 
 #include <cwchar>
 #include <set>
+#include <thread>
 #include <string>
 
 #include "readerapi/inventory_spec.h"
@@ -40,6 +41,36 @@ TEST(TagBuffer, WarnsOnceAtHighWaterThenDiscardsWhenFull) {
   // Drained: both episodes start over.
   for (uint8_t i = 0; i < 8; ++i) r[i] = b.push(readWithId(i));
   EXPECT_EQ(r[7], TagBuffer::PushResult::kStoredWarning);
+}
+
+TEST(TagBuffer, WhileAReplyIsAwaitedReadsSpillInOrderWithoutWarning) {
+  TagBuffer b(10);
+  for (uint8_t i = 0; i < 45; ++i) {
+    EXPECT_EQ(b.push(readWithId(i), /*spill=*/true), TagBuffer::PushResult::kStored) << int(i);
+  }
+  EXPECT_EQ(b.size(), 45u);
+  // Four capacities beyond the buffer are kept; then reads are discarded as usual.
+  for (uint8_t i = 45; i < 50; ++i) (void)b.push(readWithId(i), true);
+  EXPECT_EQ(b.push(readWithId(99), true), TagBuffer::PushResult::kFull);
+  EXPECT_EQ(b.push(readWithId(99)), TagBuffer::PushResult::kDiscarded);
+  ReaderTagData out;
+  for (uint8_t i = 0; i < 50; ++i) {
+    ASSERT_TRUE(b.pop(out));
+    EXPECT_EQ(out.tagID[0], i);
+  }
+  EXPECT_FALSE(b.pop(out));
+}
+
+TEST(TagBuffer, AWaitAtHighWaterEndsWhenInterrupted) {
+  TagBuffer b(10);
+  for (uint8_t i = 0; i < 9; ++i) (void)b.push(readWithId(i));
+  std::thread interrupter([&] { b.interruptWait(); });
+  // Interrupted (or timed out at worst): the level is still high.
+  EXPECT_FALSE(b.waitBelowHighWater(std::chrono::seconds(30)));
+  interrupter.join();
+  ReaderTagData out;
+  for (int i = 0; i < 3; ++i) ASSERT_TRUE(b.pop(out));  // 6 left: room below the mark of 8
+  EXPECT_TRUE(b.waitBelowHighWater(std::chrono::milliseconds(1)));
 }
 
 TEST(TagBuffer, PoppingOneReadAtTheEdgeDoesNotRearm) {
