@@ -109,7 +109,7 @@ void addReportSpec(std::string& s, const ROReportSpec& r) {
   add(s, " report(trigger=%u n=%u fields=", static_cast<unsigned>(r.roReportTrigger),
       unsigned{r.n});
   const std::pair<bool, const char*> flags[] = {{c.enableROSpecId, "rospec"},
-                                                {c.enableSpecIndex, "spec"},
+                                                {c.enableSpecIndex, "index"},
                                                 {c.enableInventoryParameterSpecId, "ips"},
                                                 {c.enableAntennaId, "ant"},
                                                 {c.enableChannelIndex, "ch"},
@@ -147,7 +147,7 @@ void addTag(std::string& s, const TagReportData& t) {
   if (t.c1g2PC) add(s, " pc=%04X", unsigned{*t.c1g2PC});
   if (t.c1g2CRC) add(s, " crc=%04X", unsigned{*t.c1g2CRC});
   if (t.roSpecId) add(s, " rospec=%" PRIu32, *t.roSpecId);
-  if (t.specIndex) add(s, " spec=%u", unsigned{*t.specIndex});
+  if (t.specIndex) add(s, " index=%u", unsigned{*t.specIndex});
   if (t.inventoryParameterSpecId) add(s, " ips=%u", unsigned{*t.inventoryParameterSpecId});
   if (t.accessSpecId) add(s, " access=%" PRIu32, *t.accessSpecId);
   addCustoms(s, t.customs);
@@ -183,7 +183,7 @@ void addEvents(std::string& s, const ReaderEventNotificationData& r) {
         r.rfSurveyEvent->eventType == RFSurveyEventType::kStartOfRFSurvey ? "start" : "end",
         r.rfSurveyEvent->roSpecId);
   if (r.aiSpecEvent)
-    add(s, " aispec(end rospec=%" PRIu32 " spec=%u)", r.aiSpecEvent->roSpecId,
+    add(s, " aispec(end rospec=%" PRIu32 " index=%u)", r.aiSpecEvent->roSpecId,
         unsigned{r.aiSpecEvent->specIndex});
   if (r.antennaEvent)
     add(s, " antenna(%u %s)", unsigned{r.antennaEvent->antennaId},

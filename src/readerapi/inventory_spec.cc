@@ -128,12 +128,12 @@ llrp::AntennaConfiguration antennaConfig(const AntennaPlan& a, const InventoryRe
 }
 
 llrp::ROReportSpec reportSpec(const InventoryRequest& r) {
-  llrp::ROReportSpec spec;
-  spec.roReportTrigger = llrp::ROReportTriggerType::kUponNTagsOrEndOfROSpec;
+  llrp::ROReportSpec report;
+  report.roReportTrigger = llrp::ROReportTriggerType::kUponNTagsOrEndOfROSpec;
   // One read per report unless the caller asked for bigger reports: reads reach the callback
   // as soon as the reader has them.
-  spec.n = static_cast<uint16_t>(std::clamp<uint32_t>(r.triggers.tagReportTrigger, 1, 65535));
-  auto& sel = spec.tagReportContentSelector;
+  report.n = static_cast<uint16_t>(std::clamp<uint32_t>(r.triggers.tagReportTrigger, 1, 65535));
+  auto& sel = report.tagReportContentSelector;
   const uint16_t f = r.tagFields;
   sel.enableAntennaId = (f & TAG_FIELD_ANTENNA_ID) != 0;
   sel.enableChannelIndex = (f & TAG_FIELD_CHANNEL_INDEX) != 0;
@@ -145,17 +145,17 @@ llrp::ROReportSpec reportSpec(const InventoryRequest& r) {
   mem.enableCRC = (f & TAG_FIELD_CRC) != 0;
   mem.enablePCBits = (f & TAG_FIELD_PC) != 0;
   sel.epcMemorySelectors.push_back(mem);
-  return spec;
+  return report;
 }
 
 }  // namespace
 
 llrp::ROSpec buildRoSpec(const InventoryRequest& request, bool& needsStart) {
-  llrp::ROSpec spec;
-  spec.roSpecId = request.roSpecId;
-  spec.priority = 0;
-  spec.currentState = llrp::ROSpecState::kDisabled;
-  spec.roBoundarySpec = boundary(request.triggers, needsStart);
+  llrp::ROSpec roSpec;
+  roSpec.roSpecId = request.roSpecId;
+  roSpec.priority = 0;
+  roSpec.currentState = llrp::ROSpecState::kDisabled;
+  roSpec.roBoundarySpec = boundary(request.triggers, needsStart);
 
   llrp::AISpec ai;
   for (const auto& a : request.antennas) ai.antennaIds.push_back(a.antennaId);
@@ -167,9 +167,9 @@ llrp::ROSpec buildRoSpec(const InventoryRequest& request, bool& needsStart) {
   for (const auto& a : request.antennas)
     ips.antennaConfigurations.push_back(antennaConfig(a, request));
   ai.inventoryParameterSpecs.push_back(std::move(ips));
-  spec.aiSpecs.push_back(std::move(ai));
-  spec.roReportSpec = reportSpec(request);
-  return spec;
+  roSpec.aiSpecs.push_back(std::move(ai));
+  roSpec.roReportSpec = reportSpec(request);
+  return roSpec;
 }
 
 bool restartsByItself(const TriggerRecord& triggers) {
