@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <ctime>
 #include <mutex>
 
@@ -52,8 +53,12 @@ int runShell(const char* command) {
   close(fd);
   // "touch" makes a file that later code checks for; on a development PC the seam makes it too,
   // under the root, so that behaviour stays the same with commands recorded.
+  // The appliance always has the marker's folder (/var/volatile); a fresh root may not.
   if (std::strncmp(command, "touch ", 6) == 0) {
-    int t = open(path(command + 6).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+    std::error_code ignored;
+    const std::filesystem::path file = path(command + 6);
+    std::filesystem::create_directories(file.parent_path(), ignored);
+    int t = open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
     if (t >= 0) close(t);
   }
   return n == static_cast<ssize_t>(line.size()) ? 0 : -1;
