@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
 # Installs what the tests need, then builds and runs the whole suite three times: a Release build
 # (build/), an ASan+UBSan build (build-asan/) and a TSan build (build-tsan/); then the libFuzzer
-# targets for a short run each. Any failure, sanitizer report or thread race fails the run.
-#   TESSERA_TEST_BUILDS="release asan tsan fuzz"  choose a subset
+# targets for a short run each; last the armhf build, its unit tests and a smoke test under qemu
+# and the Debian packages (scripts/test-armhf.sh). Any failure, sanitizer report or thread race
+# fails the run.
+#   TESSERA_TEST_BUILDS="release asan tsan fuzz armhf"  choose a subset
 #   TESSERA_FUZZ_SECONDS=20                       seconds per fuzz target
 set -euo pipefail
 cd "$(dirname "$0")/.."
