@@ -67,6 +67,8 @@ int32_t startSerialPush(bool reread) {
 
   int32_t code = -4;
   for (int attempt = 1; attempt <= attempts; ++attempt) {
+    // A termination signal ends the boot-time attempts instead of outwaiting them.
+    if (attempt > 1 && s.terminationSignal != 0) break;
     ReaderHandle handle = 0;
     uint32_t status = connectReader(&handle, readerHost(), readerPort(s.serialReaderPort),
                                     s.serialConnectOption);

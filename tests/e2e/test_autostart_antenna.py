@@ -90,6 +90,22 @@ class AutostartTest(unittest.TestCase):
                                              count=2, timeout=0) or []), 2)
         self.stop(t)
 
+    def test_a_termination_signal_ends_the_boot_attempts(self):
+        line = SerialLine(self.root)
+        self.addCleanup(line.close)
+        write_config(self.root, serial={"IsAutostart": "1"})
+        # Real-length pauses (scaled to 3 s): fifteen attempts would take 45 s.
+        t = Tessera(root=self.root, reader_port=free_port(), extra_args=("--wait-scale", "0.3"))
+        t.start(wait_ready=False)
+        try:
+            self.assertTrue(t.wait_for_line("Unable to connect to reader, retrying", timeout=20))
+            self.assertEqual(t.stop(timeout=20), 0)
+            attempts = t.wait_for_line("Unable to connect to reader, retrying", timeout=0) or []
+            self.assertLess(len(attempts), 15)
+            self.assertIn("Tessera: Unable to start Serial Port Push at boot time : -4", t.output())
+        finally:
+            t.close()
+
 
 class AntennaCommandTest(unittest.TestCase):
     def setUp(self):
