@@ -36,7 +36,7 @@ TEST(CheckConfig, DemoIsUsableAndHidesThePassword) {
       << text;
   EXPECT_TRUE(contains(text, "  header line: EPC,AntennaID,RSSI,TimeStamp,<CRC>\n")) << text;
   EXPECT_TRUE(contains(text, "  => serial push mode usable\n")) << text;
-  EXPECT_TRUE(contains(text, "  antenna line 4: AntennaId 4, AntennaTxPower 250\n")) << text;
+  EXPECT_TRUE(contains(text, "  antenna line 4: AntennaId 4, AntennaTxPower 61\n")) << text;
   EXPECT_TRUE(contains(text, "  HTTPPassword = \"***\"\n")) << text;
   EXPECT_TRUE(contains(text, "  ReaderName = \"Dock Door 1\"\n")) << text;
   EXPECT_TRUE(contains(text, "  => relay mode usable (HttpPost)\n")) << text;

@@ -34,9 +34,9 @@ TEST_F(RelayConf, ReadsTheDemoSection) {
   EXPECT_TRUE(relay.HeartbeatEnabled);
   ASSERT_EQ(relay.Antennas.size(), 4u);
   EXPECT_EQ(relay.Antennas[0].AntennaId, 1);
-  EXPECT_EQ(relay.Antennas[0].TxPower, 300);
+  EXPECT_EQ(relay.Antennas[0].TxPower, 81);
   EXPECT_EQ(relay.Antennas[3].AntennaId, 4);
-  EXPECT_EQ(relay.Antennas[3].TxPower, 250);
+  EXPECT_EQ(relay.Antennas[3].TxPower, 61);
 }
 
 TEST_F(RelayConf, OnlyTheFirstRelaySectionCounts) {
