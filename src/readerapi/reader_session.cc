@@ -144,12 +144,17 @@ bool ReaderSession::onReceiveThread() const { return tlsReceiving == this; }
 
 RfidStatus ReaderSession::fail(RfidStatus status, std::string what, std::string where,
                                uint32_t messageType) {
+  std::lock_guard g(stateLock_);
+  return failLocked(status, std::move(what), std::move(where), messageType);
+}
+
+RfidStatus ReaderSession::failLocked(RfidStatus status, std::string what, std::string where,
+                                     uint32_t messageType) {
   ErrorRecord r;
   r.status = status;
   r.messageType = messageType;
   r.what = std::move(what);
   r.where = std::move(where);
-  std::lock_guard g(stateLock_);
   error_ = std::move(r);
   return status;
 }
@@ -643,15 +648,8 @@ RfidStatus ReaderSession::request(llrp::MessageBody body, MessageType expected,
   {
     std::lock_guard g(stateLock_);
     if (!connected_) {
-      error_ = ErrorRecord{RFID_API_NOT_CONNECTED,
-                           0,
-                           0,
-                           0,
-                           0,
-                           0,
-                           static_cast<uint32_t>(type),
-                           "the connection to the reader is lost",
-                           name};
+      failLocked(RFID_API_NOT_CONNECTED, "the connection to the reader is lost", name,
+                 static_cast<uint32_t>(type));
       return RFID_API_NOT_CONNECTED;
     }
     msg.id = nextMessageId_++;
@@ -677,56 +675,31 @@ RfidStatus ReaderSession::request(llrp::MessageBody body, MessageType expected,
     reply_.reset();
     if (std::holds_alternative<llrp::ErrorMessage>(reply.body)) return RFID_API_SUCCESS;
     if (llrp::messageType(reply.body) != expected) {
-      error_ = ErrorRecord{RFID_API_PROTOCOL_ERROR,
-                           0,
-                           0,
-                           0,
-                           0,
-                           0,
-                           static_cast<uint32_t>(type),
-                           std::string("the reader answered ") +
-                               llrp::messageName(llrp::messageType(reply.body)) + " instead of " +
-                               llrp::messageName(expected),
-                           name};
+      failLocked(RFID_API_PROTOCOL_ERROR,
+                 std::string("the reader answered ") +
+                     llrp::messageName(llrp::messageType(reply.body)) + " instead of " +
+                     llrp::messageName(expected),
+                 name, static_cast<uint32_t>(type));
       return RFID_API_PROTOCOL_ERROR;
     }
     return RFID_API_SUCCESS;
   }
   if (replyError_) {
-    error_ = ErrorRecord{RFID_API_PROTOCOL_ERROR,
-                         0,
-                         0,
-                         0,
-                         0,
-                         0,
-                         static_cast<uint32_t>(type),
-                         "the reader's answer could not be decoded: " + replyError_->text(),
-                         name};
+    failLocked(RFID_API_PROTOCOL_ERROR,
+               "the reader's answer could not be decoded: " + replyError_->text(), name,
+               static_cast<uint32_t>(type));
     replyError_.reset();
     return RFID_API_PROTOCOL_ERROR;
   }
   if (!connected_) {
-    error_ = ErrorRecord{RFID_API_NOT_CONNECTED,
-                         0,
-                         0,
-                         0,
-                         0,
-                         0,
-                         static_cast<uint32_t>(type),
-                         "the connection to the reader was lost while waiting for the answer",
-                         name};
+    failLocked(RFID_API_NOT_CONNECTED,
+               "the connection to the reader was lost while waiting for the answer", name,
+               static_cast<uint32_t>(type));
     return RFID_API_NOT_CONNECTED;
   }
-  error_ =
-      ErrorRecord{RFID_API_COMMAND_TIMEOUT,
-                  0,
-                  0,
-                  0,
-                  0,
-                  0,
-                  static_cast<uint32_t>(type),
-                  "no answer from the reader within " + std::to_string(responseTimeoutMs_) + " ms",
-                  name};
+  failLocked(RFID_API_COMMAND_TIMEOUT,
+             "no answer from the reader within " + std::to_string(responseTimeoutMs_) + " ms", name,
+             static_cast<uint32_t>(type));
   return RFID_API_COMMAND_TIMEOUT;
 }
 
@@ -826,16 +799,10 @@ void ReaderSession::connectionLost(const std::string& why) {
     d.reason = readerClosing_ ? READER_INITIATED_DISCONNECTION : CONNECTION_LOST;
     disconnectionData_ = d;
     if (notify) {
-      error_ = ErrorRecord{RFID_API_NOT_CONNECTED,
-                           0,
-                           0,
-                           0,
-                           0,
-                           0,
-                           0,
-                           readerClosing_ ? "the reader closed the connection"
-                                          : "the connection to the reader is lost",
-                           why};
+      failLocked(RFID_API_NOT_CONNECTED,
+                 readerClosing_ ? "the reader closed the connection"
+                                : "the connection to the reader is lost",
+                 why);
     }
   }
   if (notify) deliver({DISCONNECTION_EVENT});
@@ -1321,16 +1288,10 @@ RfidStatus ReaderSession::setAntennaConfig(uint16_t antennaId, uint16_t rx, uint
         known = caps_.transmitPowerIndexes[i] == power;
       }
       if (!known) {
-        error_ = ErrorRecord{
+        failLocked(
             RFID_API_PARAM_OUT_OF_RANGE,
-            0,
-            0,
-            0,
-            0,
-            0,
-            0,
             "power index " + std::to_string(power) + " is not in the reader's power table",
-            "transmit power table of " + std::to_string(caps_.numTransmitPowerLevels) + " entries"};
+            "transmit power table of " + std::to_string(caps_.numTransmitPowerLevels) + " entries");
         return RFID_API_PARAM_OUT_OF_RANGE;
       }
     }

@@ -136,6 +136,9 @@ class ReaderSession {
 
   RfidStatus fail(RfidStatus status, std::string what, std::string where = {},
                   uint32_t messageType = 0);
+  // The same with stateLock_ already held.
+  RfidStatus failLocked(RfidStatus status, std::string what, std::string where = {},
+                        uint32_t messageType = 0);
   RfidStatus failWithLlrp(const llrp::LLRPStatus& st, uint32_t messageType);
   bool onReceiveThread() const;
   uint16_t antennaCount();
