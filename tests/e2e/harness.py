@@ -18,6 +18,26 @@ SANITIZER_MARKS = ("ERROR: AddressSanitizer", "ERROR: LeakSanitizer", "WARNING: 
 WAIT_SCALE = "0.01"
 
 
+NETLINK_KOBJECT_UEVENT = 15
+
+
+def send_uevent(pid, header):
+    """Sends a kernel-style uevent ("action@devpath" and its keys) to the process's netlink port
+    id; False where this machine does not allow it."""
+    action = header.split("@", 1)[0]
+    try:
+        s = socket.socket(socket.AF_NETLINK, socket.SOCK_DGRAM, NETLINK_KOBJECT_UEVENT)
+    except OSError:
+        return False
+    with s:
+        try:
+            s.bind((0, 0))
+            s.sendto(header.encode() + b"\0ACTION=" + action.encode() + b"\0", (pid, 0))
+        except OSError:
+            return False
+    return True
+
+
 def free_port():
     with socket.socket() as s:
         s.bind(("127.0.0.1", 0))

@@ -4,7 +4,6 @@ files under <root>/media/usbdrive, mounted as far as <root>/proc/mounts says).""
 
 import os
 import re
-import socket
 import sys
 import time
 import unittest
@@ -12,11 +11,10 @@ import unittest
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "peers"))
 
 from fixtures import Bench  # noqa: E402
-from harness import wait_until  # noqa: E402
+from harness import send_uevent, wait_until  # noqa: E402
 from relay_peers import ETHERNET_COMMANDS, HID_COMMANDS, VBUS, decode_hid  # noqa: E402
 
 STANDBY = "setup.operating_mode=standby\r\n"
-NETLINK_KOBJECT_UEVENT = 15
 MOUNT_LINE = "/dev/sda1 /media/usbdrive vfat rw,relatime 0 0\n"
 OTHER_MOUNTS = "proc /proc proc rw,nosuid,nodev,noexec,relatime 0 0\n"
 
@@ -112,21 +110,6 @@ class UsbHidRelayTest(unittest.TestCase):
                                              count=15, timeout=5)), 15)
         self.assertTrue(t.wait_for_line(r"^Tagrelay: Unknown Error $", timeout=5))
         self.assertEqual(b.sim.stats()["connections"], 0)
-
-
-def send_uevent(pid, text):
-    """Sends a kernel-style uevent to the process's netlink port; False where not permitted."""
-    try:
-        s = socket.socket(socket.AF_NETLINK, socket.SOCK_DGRAM, NETLINK_KOBJECT_UEVENT)
-    except OSError:
-        return False
-    with s:
-        try:
-            s.bind((0, 0))
-            s.sendto(text.encode() + b"\0ACTION=remove\0SUBSYSTEM=block\0", (pid, 0))
-        except OSError:
-            return False
-    return True
 
 
 class UsbDriveRelayTest(unittest.TestCase):

@@ -8,24 +8,7 @@ import threading
 import time
 import unittest
 
-from harness import BIN, Tessera, recv_until, wait_until
-
-NETLINK_KOBJECT_UEVENT = 15
-
-
-def send_uevent(pid, text):
-    """Sends a kernel-style uevent to the process's netlink port id; False where not permitted."""
-    try:
-        s = socket.socket(socket.AF_NETLINK, socket.SOCK_DGRAM, NETLINK_KOBJECT_UEVENT)
-    except OSError:
-        return False
-    with s:
-        try:
-            s.bind((0, 0))
-            s.sendto(text.encode() + b"\0ACTION=remove\0", (pid, 0))
-        except OSError:
-            return False
-    return True
+from harness import BIN, Tessera, recv_until, send_uevent, wait_until
 
 
 class CommandLineTest(unittest.TestCase):
