@@ -83,9 +83,9 @@ def exercise(sim):
               + simctl.keepalive_spec(150))
     c.request_ok(SET_READER_CONFIG, config, SET_READER_CONFIG_RESPONSE)
     stop = simctl.ai_stop(3, extra=simctl.tag_observation(0, tags=6, timeout_ms=3000))
-    spec = simctl.rospec(11, start_type=3, stop_type=2, start_params=simctl.gpi_trigger(1),
+    rospec_body = simctl.rospec(11, start_type=3, stop_type=2, start_params=simctl.gpi_trigger(1),
                          stop_params=simctl.gpi_trigger(2, True, 5000), ai_stop=stop)
-    c.request_ok(ADD_ROSPEC, spec, ADD_ROSPEC_RESPONSE)
+    c.request_ok(ADD_ROSPEC, rospec_body, ADD_ROSPEC_RESPONSE)
     c.request_ok(ENABLE_ROSPEC, U32.pack(11), ENABLE_ROSPEC_RESPONSE)
     assert sim.control("gpi 1 1").startswith("ok")
     c.recv(RO_ACCESS_REPORT)

@@ -27,8 +27,8 @@ def connect(sim):
     return c
 
 
-def run_spec(c, spec, rospec_id=1, start=True):
-    c.request_ok(ADD_ROSPEC, spec, ADD_ROSPEC_RESPONSE)
+def run_rospec(c, rospec_body, rospec_id=1, start=True):
+    c.request_ok(ADD_ROSPEC, rospec_body, ADD_ROSPEC_RESPONSE)
     c.request_ok(ENABLE_ROSPEC, U32.pack(rospec_id), ENABLE_ROSPEC_RESPONSE)
     if start:
         c.request_ok(START_ROSPEC, U32.pack(rospec_id), START_ROSPEC_RESPONSE)
@@ -222,8 +222,8 @@ class Operation(unittest.TestCase):
             c = connect(sim)
             for n, (fields, pc, expected) in enumerate(cases, start=1):
                 with self.subTest(fields=fields):
-                    spec = simctl.rospec(n, report=simctl.ro_report_spec(1, 1, fields, pc=pc))
-                    run_spec(c, spec, n)
+                    rospec_body = simctl.rospec(n, report=simctl.ro_report_spec(1, 1, fields, pc=pc))
+                    run_rospec(c, rospec_body, n)
                     _, _, body = c.recv(RO_ACCESS_REPORT)
                     for r in tag_reports(body):
                         self.assertEqual(set(r) - {"epc"}, expected)
@@ -243,9 +243,9 @@ class Operation(unittest.TestCase):
     def test_report_at_end_of_aispec_aggregates_reads(self):
         with Simulator(["--tags", "5", "--rate", "400"]) as sim:
             c = connect(sim)
-            spec = simctl.rospec(3, antennas=(1,), ai_stop=simctl.ai_stop(1, 300),
+            rospec_body = simctl.rospec(3, antennas=(1,), ai_stop=simctl.ai_stop(1, 300),
                                  report=simctl.ro_report_spec(1, 0, ("antenna", "seen_count")))
-            run_spec(c, spec, 3)
+            run_rospec(c, rospec_body, 3)
             _, _, body = c.recv(RO_ACCESS_REPORT, 5)
             reports = tag_reports(body)
             self.assertEqual(len(reports), 5)  # one entry per tag and antenna
@@ -294,9 +294,9 @@ class Operation(unittest.TestCase):
     def test_gpi_start_and_duration_stop(self):
         with Simulator(["--rate", "300"]) as sim:
             c = connect(sim)
-            spec = simctl.rospec(2, start_type=3, stop_type=1, duration_ms=300,
+            rospec_body = simctl.rospec(2, start_type=3, stop_type=1, duration_ms=300,
                                  start_params=simctl.gpi_trigger(1, True))
-            run_spec(c, spec, 2, start=False)
+            run_rospec(c, rospec_body, 2, start=False)
             with self.assertRaises(TimeoutError):
                 c.recv(RO_ACCESS_REPORT, 0.3)
             self.assertEqual(sim.control("gpi 1 1"), "ok gpi 1=1")
@@ -318,14 +318,14 @@ class Operation(unittest.TestCase):
         with Simulator() as sim:
             c = connect(sim)
             periodic = tlv(180, struct.pack(">II", 0, 250))
-            spec = simctl.rospec(4, start_type=2, stop_type=1, duration_ms=50, start_params=periodic)
-            run_spec(c, spec, 4, start=False)
+            rospec_body = simctl.rospec(4, start_type=2, stop_type=1, duration_ms=50, start_params=periodic)
+            run_rospec(c, rospec_body, 4, start=False)
             for _ in range(2):
                 wait_rospec_event(c, 0)
                 wait_rospec_event(c, 1)
             c.request_ok(DISABLE_ROSPEC, U32.pack(4), DISABLE_ROSPEC_RESPONSE)
-            spec = simctl.rospec(8, start_type=1, stop_type=2, stop_params=simctl.gpi_trigger(2, True))
-            run_spec(c, spec, 8, start=False)  # immediate: enabling starts it
+            rospec_body = simctl.rospec(8, start_type=1, stop_type=2, stop_params=simctl.gpi_trigger(2, True))
+            run_rospec(c, rospec_body, 8, start=False)  # immediate: enabling starts it
             self.assertEqual(wait_rospec_event(c, 0), (0, 8))
             sim.control("gpi 2 1")
             self.assertEqual(wait_rospec_event(c, 1), (1, 8))
@@ -334,7 +334,7 @@ class Operation(unittest.TestCase):
         with Simulator(["--tags", "50", "--rate", "1000"]) as sim:
             c = connect(sim)
             stop = simctl.ai_stop(3, extra=simctl.tag_observation(0, tags=7, timeout_ms=5000))
-            run_spec(c, simctl.rospec(1, ai_stop=stop), 1)
+            run_rospec(c, simctl.rospec(1, ai_stop=stop), 1)
             epcs = collect_epcs(c)
             self.assertEqual(len(epcs), 7)
 
@@ -349,7 +349,7 @@ class Operation(unittest.TestCase):
                     self.assertEqual(status_of(body)[0], 0)
                     self.assertEqual(antenna_powers(c, 1), {1: power})
                     stop = simctl.ai_stop(3, extra=simctl.tag_observation(2, attempts=3))
-                    run_spec(c, simctl.rospec(n, antennas=(1,), ai_stop=stop), n)
+                    run_rospec(c, simctl.rospec(n, antennas=(1,), ai_stop=stop), n)
                     self.assertEqual(len(collect_epcs(c)), visible)
             self.assertEqual(sim.control("power"), "ok 1=1 2=81 3=81 4=81")
             t, body = set_config(c, simctl.antenna_configuration(1, power=82))
@@ -373,7 +373,7 @@ class Operation(unittest.TestCase):
                     with self.subTest(filters=filters):
                         conf = simctl.antenna_configuration(0, filters=filters)
                         stop = simctl.ai_stop(3, extra=simctl.tag_observation(2, attempts=2))
-                        run_spec(c, simctl.rospec(n, ai_stop=stop, antenna_configs=conf), n)
+                        run_rospec(c, simctl.rospec(n, ai_stop=stop, antenna_configs=conf), n)
                         self.assertEqual(collect_epcs(c), expected)
         finally:
             os.unlink(f.name)
@@ -381,7 +381,7 @@ class Operation(unittest.TestCase):
     def test_antenna_events_and_buffer_events(self):
         with Simulator(["--rate", "400"]) as sim:
             c = connect(sim)
-            run_spec(c, simctl.rospec(1, report=simctl.ro_report_spec(1, 1, ("antenna",))), 1)
+            run_rospec(c, simctl.rospec(1, report=simctl.ro_report_spec(1, 1, ("antenna",))), 1)
             self.assertEqual(sim.control("antenna 2 disconnected"), "ok antenna 2 disconnected")
             _, _, body = c.recv(READER_EVENT_NOTIFICATION, match=lambda b: find(event_params(b), 255))
             self.assertEqual(find(event_params(body), 255)[0], b"\x00\x00\x02")
@@ -400,7 +400,7 @@ class Operation(unittest.TestCase):
         with Simulator(["--rate", "20000", "--buffer-limit", "8192"]) as sim:
             c = LlrpClient(sim.llrp_port, rcvbuf=4096)
             self.assertEqual(c.connect_event(), 0)
-            run_spec(c, simctl.rospec(1), 1)
+            run_rospec(c, simctl.rospec(1), 1)
             self.assertTrue(simctl.wait_for(lambda: sim.stats()["reads_dropped"] > 0, timeout=10))
             c.recv(READER_EVENT_NOTIFICATION, timeout=10, match=lambda b: find(event_params(b), 251))
             c.request_ok(STOP_ROSPEC, U32.pack(1), STOP_ROSPEC_RESPONSE)
@@ -408,7 +408,7 @@ class Operation(unittest.TestCase):
     def test_get_report_and_held_events(self):
         with Simulator(["--tags", "3"]) as sim:
             c = connect(sim)
-            run_spec(c, simctl.rospec(1, report=simctl.ro_report_spec(0, 0, ("antenna",))), 1)
+            run_rospec(c, simctl.rospec(1, report=simctl.ro_report_spec(0, 0, ("antenna",))), 1)
             time.sleep(0.2)
             c.send(GET_REPORT, msg_id=77)
             _, rid, body = c.recv(RO_ACCESS_REPORT)

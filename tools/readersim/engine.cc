@@ -112,7 +112,7 @@ Status Engine::add(RoSpecDef def, Clock::time_point now) {
       }
     }
   }
-  Spec s;
+  RoSpec s;
   s.def = std::move(def);
   uint32_t id = s.def.id;
   specs_.emplace(id, std::move(s));
@@ -120,7 +120,7 @@ Status Engine::add(RoSpecDef def, Clock::time_point now) {
 }
 
 Status Engine::forEach(uint32_t id, const char* verb,
-                       Status (Engine::*op)(Spec&, Clock::time_point), Clock::time_point now) {
+                       Status (Engine::*op)(RoSpec&, Clock::time_point), Clock::time_point now) {
   if (id != 0) {
     auto it = specs_.find(id);
     if (it == specs_.end()) {
@@ -129,8 +129,8 @@ Status Engine::forEach(uint32_t id, const char* verb,
     }
     return (this->*op)(it->second, now);
   }
-  for (auto& [key, spec] : specs_) {
-    Status st = (this->*op)(spec, now);
+  for (auto& [key, roSpec] : specs_) {
+    Status st = (this->*op)(roSpec, now);
     if (!st.isOk()) return st;
   }
   return Status::ok();
@@ -155,7 +155,7 @@ Status Engine::disable(uint32_t id, Clock::time_point now) {
   return forEach(id, "disable", &Engine::disableOne, now);
 }
 
-Status Engine::enableOne(Spec& s, Clock::time_point now) {
+Status Engine::enableOne(RoSpec& s, Clock::time_point now) {
   if (s.state != kDisabled) return Status::ok();
   s.state = kInactive;
   if (s.def.start.type == 2) {
@@ -166,7 +166,7 @@ Status Engine::enableOne(Spec& s, Clock::time_point now) {
   return Status::ok();
 }
 
-Status Engine::disableOne(Spec& s, Clock::time_point now) {
+Status Engine::disableOne(RoSpec& s, Clock::time_point now) {
   if (s.state == kActive) endSpec(s, now);
   s.state = kDisabled;
   s.periodicArmed = false;
@@ -177,14 +177,14 @@ Status Engine::start(uint32_t id, Clock::time_point now) {
   if (id == 0) return Status::error(kInvalid, "START_ROSPEC needs a ROSpecID other than 0");
   auto it = specs_.find(id);
   if (it == specs_.end()) return Status::error(kInvalid, "no ROSpec " + std::to_string(id));
-  Spec& s = it->second;
+  RoSpec& s = it->second;
   if (s.state == kDisabled) {
     return Status::error(kInvalid, "ROSpec " + std::to_string(id) + " is disabled");
   }
   if (s.state == kActive) {
     return Status::error(kInvalid, "ROSpec " + std::to_string(id) + " is already active");
   }
-  if (Spec* other = activeSpec()) {
+  if (RoSpec* other = activeSpec()) {
     return Status::error(kInvalid, "ROSpec " + std::to_string(other->def.id) + " is active");
   }
   startSpec(s, now);
@@ -207,8 +207,8 @@ void Engine::flushReports() {
 }
 
 void Engine::gpiChanged(uint16_t port, bool high, Clock::time_point now) {
-  uint32_t stopped = 0;  // a spec this very edge stopped does not start again on it
-  if (Spec* a = activeSpec()) {
+  uint32_t stopped = 0;  // a ROSpec this very edge stopped does not start again on it
+  if (RoSpec* a = activeSpec()) {
     const StopTrigger& st = a->def.stop;
     if (st.type == 2 && st.gpi.port == port && st.gpi.event == high) {
       stopped = a->def.id;
@@ -238,23 +238,23 @@ std::string Engine::describeSpecs() const {
   return out;
 }
 
-Engine::Spec* Engine::activeSpec() {
+Engine::RoSpec* Engine::activeSpec() {
   for (auto& [id, s] : specs_) {
     if (s.state == kActive) return &s;
   }
   return nullptr;
 }
 
-const ReportSpec& Engine::reportSpec(const Spec& s) const {
+const ReportSpec& Engine::reportSpec(const RoSpec& s) const {
   return s.def.hasReport ? s.def.report : config_.roReport;
 }
 
-void Engine::armPeriodic(Spec& s, Clock::time_point from, bool first) {
+void Engine::armPeriodic(RoSpec& s, Clock::time_point from, bool first) {
   const StartTrigger& t = s.def.start;
   if (first) {
     Clock::time_point at = from + milliseconds(t.offsetMs);
     if (t.hasUtc) {
-      // A UTC start time is mapped onto the monotonic clock once, when the spec is enabled.
+      // A UTC start time is mapped onto the monotonic clock once, when the ROSpec is enabled.
       int64_t deltaUs = static_cast<int64_t>(t.utcUs) - static_cast<int64_t>(utcMicros());
       at = from + std::chrono::microseconds(std::max<int64_t>(deltaUs, 0)) +
            milliseconds(t.offsetMs);
@@ -271,7 +271,7 @@ void Engine::armPeriodic(Spec& s, Clock::time_point from, bool first) {
   s.periodicArmed = true;
 }
 
-void Engine::startSpec(Spec& s, Clock::time_point now) {
+void Engine::startSpec(RoSpec& s, Clock::time_point now) {
   s.state = kActive;
   s.startedAt = now;
   s.aiIndex = 0;
@@ -282,7 +282,7 @@ void Engine::startSpec(Spec& s, Clock::time_point now) {
   beginAi(s, now);
 }
 
-void Engine::endSpec(Spec& s, Clock::time_point now) {
+void Engine::endSpec(RoSpec& s, Clock::time_point now) {
   (void)now;
   if (s.aiIndex < s.def.aiSpecs.size()) {
     if (reportSpec(s).trigger == 1) emit(s);
@@ -296,7 +296,7 @@ void Engine::endSpec(Spec& s, Clock::time_point now) {
   sink_.roSpecEnded(s.def.id);
 }
 
-void Engine::beginAi(Spec& s, Clock::time_point now) {
+void Engine::beginAi(RoSpec& s, Clock::time_point now) {
   s.aiStartedAt = now;
   s.seen.assign(population_.size(), false);
   s.seenCount = 0;
@@ -307,12 +307,12 @@ void Engine::beginAi(Spec& s, Clock::time_point now) {
   visibilityDirty_ = true;
 }
 
-void Engine::endAi(Spec& s, Clock::time_point now) {
+void Engine::endAi(RoSpec& s, Clock::time_point now) {
   if (reportSpec(s).trigger == 1) emit(s);
   sink_.aiSpecEnded(s.def.id, static_cast<uint16_t>(s.aiIndex + 1));
   ++s.aiIndex;
   if (s.aiIndex >= s.def.aiSpecs.size()) {
-    // The last spec of the list is done: so is the ROSpec.
+    // The last ROSpec of the list is done: so is the ROSpec.
     s.aiIndex = s.def.aiSpecs.size();
     if (reportSpec(s).trigger != 0) emit(s);
     s.state = kInactive;
@@ -324,7 +324,7 @@ void Engine::endAi(Spec& s, Clock::time_point now) {
   beginAi(s, now);
 }
 
-void Engine::emit(Spec& s) {
+void Engine::emit(RoSpec& s) {
   if (s.pending.empty()) return;
   std::vector<TagRead> reads;
   reads.swap(s.pending);
@@ -332,7 +332,7 @@ void Engine::emit(Spec& s) {
   sink_.report(std::move(reads), reportSpec(s).content);
 }
 
-void Engine::rebuildVisibility(const Spec& s) {
+void Engine::rebuildVisibility(const RoSpec& s) {
   visibilityDirty_ = false;
   runs_.clear();
   antennaCursor_ = 0;
@@ -378,7 +378,7 @@ void Engine::rebuildVisibility(const Spec& s) {
   }
 }
 
-void Engine::produce(Spec& s, size_t count, Clock::time_point now) {
+void Engine::produce(RoSpec& s, size_t count, Clock::time_point now) {
   size_t pairs = 0;
   for (const AntennaRun& r : runs_) pairs += r.visible.size();
   if (pairs == 0 || count == 0) return;
@@ -449,7 +449,7 @@ void Engine::produce(Spec& s, size_t count, Clock::time_point now) {
   }
 }
 
-bool Engine::aiStopDue(Spec& s, Clock::time_point now, Clock::time_point& next) {
+bool Engine::aiStopDue(RoSpec& s, Clock::time_point now, Clock::time_point& next) {
   const AiStopTrigger& t = s.def.aiSpecs[s.aiIndex].stop;
   auto due = [&](Clock::time_point at) {
     if (now >= at) return true;
@@ -485,7 +485,7 @@ bool Engine::aiStopDue(Spec& s, Clock::time_point now, Clock::time_point& next) 
 
 Clock::time_point Engine::tick(Clock::time_point now) {
   Clock::time_point next = now + std::chrono::seconds(1);
-  // Periodic starts: an occurrence that falls while another spec runs is skipped.
+  // Periodic starts: an occurrence that falls while another ROSpec runs is skipped.
   for (auto& [id, s] : specs_) {
     if (!s.periodicArmed) continue;
     if (now >= s.nextPeriodicStart) {
@@ -497,7 +497,7 @@ Clock::time_point Engine::tick(Clock::time_point now) {
     }
     if (s.periodicArmed) next = earlier(next, s.nextPeriodicStart);
   }
-  Spec* a = activeSpec();
+  RoSpec* a = activeSpec();
   if (a == nullptr) {
     tokens_ = 0;
     lastTick_ = now;

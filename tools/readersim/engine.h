@@ -36,17 +36,17 @@ class Engine {
   Engine(const Options& options, const Population& population, const ReaderConfig& config,
          EngineSink& sink);
 
-  // ADD_ROSPEC: the spec is stored Disabled.
+  // ADD_ROSPEC: the ROSpec is stored Disabled.
   Status add(RoSpecDef def, Clock::time_point now);
-  // DELETE_ROSPEC (0 = all); an active spec ends first.
+  // DELETE_ROSPEC (0 = all); an active ROSpec ends first.
   Status remove(uint32_t id, Clock::time_point now);
   // ENABLE_ROSPEC (0 = all): Disabled -> Inactive, arming the start trigger.
   Status enable(uint32_t id, Clock::time_point now);
-  // DISABLE_ROSPEC (0 = all): an active spec ends first.
+  // DISABLE_ROSPEC (0 = all): an active ROSpec ends first.
   Status disable(uint32_t id, Clock::time_point now);
-  // START_ROSPEC: an Inactive spec becomes Active.
+  // START_ROSPEC: an Inactive ROSpec becomes Active.
   Status start(uint32_t id, Clock::time_point now);
-  // STOP_ROSPEC: an Active spec ends.
+  // STOP_ROSPEC: an Active ROSpec ends.
   Status stop(uint32_t id, Clock::time_point now);
   // GET_REPORT: every pending read goes out now.
   void flushReports();
@@ -59,7 +59,7 @@ class Engine {
   double rate() const { return rate_; }
   // Runs due triggers and produces due reads; the time of the next thing to do.
   Clock::time_point tick(Clock::time_point now);
-  // "ID=STATE" of every spec (Disabled, Inactive or Active), in ID order, blank-separated;
+  // "ID=STATE" of every ROSpec (Disabled, Inactive or Active), in ID order, blank-separated;
   // "" when none.
   std::string describeSpecs() const;
   // Number of stored specs.
@@ -76,7 +76,7 @@ class Engine {
     uint16_t inventoryParameterSpecId = 0;
   };
 
-  struct Spec {
+  struct RoSpec {
     RoSpecDef def;
     State state = kDisabled;
     bool periodicArmed = false;
@@ -94,27 +94,27 @@ class Engine {
     std::unordered_map<uint64_t, size_t> pendingAt;  // (tag, antenna) -> index in pending
   };
 
-  Status forEach(uint32_t id, const char* verb, Status (Engine::*op)(Spec&, Clock::time_point),
+  Status forEach(uint32_t id, const char* verb, Status (Engine::*op)(RoSpec&, Clock::time_point),
                  Clock::time_point now);
-  Status enableOne(Spec& s, Clock::time_point now);
-  Status disableOne(Spec& s, Clock::time_point now);
-  void startSpec(Spec& s, Clock::time_point now);
-  void endSpec(Spec& s, Clock::time_point now);
-  void beginAi(Spec& s, Clock::time_point now);
-  void endAi(Spec& s, Clock::time_point now);
-  void armPeriodic(Spec& s, Clock::time_point from, bool first);
-  Spec* activeSpec();
-  const ReportSpec& reportSpec(const Spec& s) const;
-  void emit(Spec& s);
-  void rebuildVisibility(const Spec& s);
-  void produce(Spec& s, size_t count, Clock::time_point now);
-  bool aiStopDue(Spec& s, Clock::time_point now, Clock::time_point& next);
+  Status enableOne(RoSpec& s, Clock::time_point now);
+  Status disableOne(RoSpec& s, Clock::time_point now);
+  void startSpec(RoSpec& s, Clock::time_point now);
+  void endSpec(RoSpec& s, Clock::time_point now);
+  void beginAi(RoSpec& s, Clock::time_point now);
+  void endAi(RoSpec& s, Clock::time_point now);
+  void armPeriodic(RoSpec& s, Clock::time_point from, bool first);
+  RoSpec* activeSpec();
+  const ReportSpec& reportSpec(const RoSpec& s) const;
+  void emit(RoSpec& s);
+  void rebuildVisibility(const RoSpec& s);
+  void produce(RoSpec& s, size_t count, Clock::time_point now);
+  bool aiStopDue(RoSpec& s, Clock::time_point now, Clock::time_point& next);
 
   const Options& options_;
   const Population& population_;
   const ReaderConfig& config_;
   EngineSink& sink_;
-  std::map<uint32_t, Spec> specs_;
+  std::map<uint32_t, RoSpec> specs_;
   double rate_;
   double tokens_ = 0;
   Clock::time_point lastTick_{};

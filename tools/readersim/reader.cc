@@ -399,12 +399,12 @@ Status Reader::getReaderConfig(const llrp::GetReaderConfig& m, llrp::GetReaderCo
     if (want(RD::kAntennaConfiguration)) r.antennaConfigurations.push_back(fromAntennaSettings(a));
   }
   if (want(RD::kReaderEventNotificationSpec)) {
-    llrp::ReaderEventNotificationSpec spec;
+    llrp::ReaderEventNotificationSpec notificationSpec;
     for (int t = 0; t < kEventTypes; ++t) {
-      spec.eventNotificationStates.push_back(
+      notificationSpec.eventNotificationStates.push_back(
           {static_cast<llrp::NotificationEventType>(t), config_.events[static_cast<size_t>(t)]});
     }
-    r.readerEventNotificationSpec = std::move(spec);
+    r.readerEventNotificationSpec = std::move(notificationSpec);
   }
   if (want(RD::kROReportSpec)) r.roReportSpec = fromReportSpec(config_.roReport);
   if (want(RD::kAccessReportSpec)) {

@@ -100,15 +100,15 @@ TEST(LlrpWire, EpcDataIsABitCountFollowedByWholeBytes) {
 
 TEST(LlrpWire, ReportSpecFlagsArePackedMostSignificantBitFirst) {
   SetReaderConfig set;
-  ROReportSpec spec;
-  spec.roReportTrigger = ROReportTriggerType::kUponNTagsOrEndOfROSpec;
-  auto& sel = spec.tagReportContentSelector;
+  ROReportSpec reportSpec;
+  reportSpec.roReportTrigger = ROReportTriggerType::kUponNTagsOrEndOfROSpec;
+  auto& sel = reportSpec.tagReportContentSelector;
   sel.enableAntennaId = true;           // bit 12
   sel.enablePeakRSSI = true;            // bit 10
   sel.enableFirstSeenTimestamp = true;  // bit 9
   sel.enableTagSeenCount = true;        // bit 7
   sel.epcMemorySelectors.push_back(C1G2EPCMemorySelector{false, true});
-  set.roReportSpec = spec;
+  set.roReportSpec = reportSpec;
   set.keepaliveSpec = KeepaliveSpec{KeepaliveTriggerType::kPeriodic, 10000};
   expectWire(Message{1, set},
              "0403 00000026 00000001"
@@ -149,11 +149,11 @@ TEST(LlrpWire, NestedParameterErrorsFlattenIntoAChain) {
 }
 
 TEST(LlrpWire, AddROSpecWithTriggersAndAntennaConfiguration) {
-  ROSpec spec;
-  spec.roSpecId = 1;
-  spec.roBoundarySpec.roSpecStartTrigger.roSpecStartTriggerType =
+  ROSpec roSpec;
+  roSpec.roSpecId = 1;
+  roSpec.roBoundarySpec.roSpecStartTrigger.roSpecStartTriggerType =
       ROSpecStartTriggerType::kImmediate;
-  spec.roBoundarySpec.roSpecStopTrigger.roSpecStopTriggerType = ROSpecStopTriggerType::kNull;
+  roSpec.roBoundarySpec.roSpecStopTrigger.roSpecStopTriggerType = ROSpecStopTriggerType::kNull;
   AISpec ai;
   ai.antennaIds = {1, 2};
   ai.aiSpecStopTrigger.aiSpecStopTriggerType = AISpecStopTriggerType::kTagObservation;
@@ -175,8 +175,8 @@ TEST(LlrpWire, AddROSpecWithTriggersAndAntennaConfiguration) {
   ac.inventoryCommands.push_back(cmd);
   ips.antennaConfigurations.push_back(ac);
   ai.inventoryParameterSpecs.push_back(ips);
-  spec.aiSpecs.push_back(ai);
-  expectWire(Message{2, AddROSpec{spec}},
+  roSpec.aiSpecs.push_back(ai);
+  expectWire(Message{2, AddROSpec{roSpec}},
              "0414 00000085 00000002"
              "00B1 007B 00000001 00 00"  // ROSpec 1, priority 0, disabled
              "00B2 0012"                 // ROBoundarySpec

@@ -110,17 +110,17 @@ TEST(LlrpDescribe, RendersOneLinePerMessage) {
   attempt.readerEventNotificationData.timestamp.microseconds = 1700000000000000;
   attempt.readerEventNotificationData.connectionAttemptEvent =
       ConnectionAttemptEvent{ConnectionAttemptStatus::kFailedClientInitiatedConnectionExists};
-  ROSpec spec;
-  spec.roSpecId = 1;
-  spec.roBoundarySpec.roSpecStartTrigger.roSpecStartTriggerType =
+  ROSpec roSpec;
+  roSpec.roSpecId = 1;
+  roSpec.roBoundarySpec.roSpecStartTrigger.roSpecStartTriggerType =
       ROSpecStartTriggerType::kImmediate;
-  spec.roBoundarySpec.roSpecStopTrigger.roSpecStopTriggerType = ROSpecStopTriggerType::kDuration;
-  spec.roBoundarySpec.roSpecStopTrigger.durationTriggerValue = 5000;
+  roSpec.roBoundarySpec.roSpecStopTrigger.roSpecStopTriggerType = ROSpecStopTriggerType::kDuration;
+  roSpec.roBoundarySpec.roSpecStopTrigger.durationTriggerValue = 5000;
   AISpec ai;
   ai.antennaIds = {0};
   ai.inventoryParameterSpecs.push_back(
       InventoryParameterSpec{1, AirProtocol::kEPCGlobalClass1Gen2, {}, {}});
-  spec.aiSpecs.push_back(ai);
+  roSpec.aiSpecs.push_back(ai);
   LLRPStatus bad;
   bad.statusCode = StatusCode::kMUnsupportedVersion;
   bad.errorDescription = "version \"2\"";
@@ -142,7 +142,7 @@ TEST(LlrpDescribe, RendersOneLinePerMessage) {
        " [epc=300833B2DDD9014000000001 ant=1 rssi=-52 seen=2 pc=3000] ... 2 more"},
       {Message{0, attempt},
        "READER_EVENT_NOTIFICATION id=0 utc=1700000000000000 connection-attempt(status=2)"},
-      {Message{2, AddROSpec{spec}},
+      {Message{2, AddROSpec{roSpec}},
        "ADD_ROSPEC id=2 rospec=1 priority=0 state=0 start=immediate stop=duration(5000ms)"
        " aispec(antennas=0 stop=null ips1)"},
       {Message{8, CustomMessage{25882, 21, {0xCA, 0xFE}}},

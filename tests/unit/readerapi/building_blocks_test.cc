@@ -125,8 +125,8 @@ TEST(InventorySpec, StartTriggers) {
   };
   for (const auto& c : cases) {
     bool needsStart = false;
-    auto spec = buildRoSpec(requestWith(c.start, StopTriggerType::None), needsStart);
-    const auto& st = spec.roBoundarySpec.roSpecStartTrigger;
+    auto roSpec = buildRoSpec(requestWith(c.start, StopTriggerType::None), needsStart);
+    const auto& st = roSpec.roBoundarySpec.roSpecStartTrigger;
     EXPECT_EQ(st.roSpecStartTriggerType, c.expected);
     EXPECT_EQ(needsStart, c.needsStart);
     if (c.start == StartTriggerType::Periodic) {
@@ -186,10 +186,10 @@ TEST(InventorySpec, AntennaPowerSessionFiltersAndReportFields) {
   req.triggers.hasValueBlock = true;
   req.triggers.valueBlock.value = 4;
   bool needsStart;
-  auto spec = buildRoSpec(req, needsStart);
-  ASSERT_EQ(spec.aiSpecs.size(), 1u);
-  EXPECT_EQ(spec.aiSpecs[0].antennaIds, std::vector<uint16_t>{2});
-  const auto& ac = spec.aiSpecs[0].inventoryParameterSpecs[0].antennaConfigurations[0];
+  auto roSpec = buildRoSpec(req, needsStart);
+  ASSERT_EQ(roSpec.aiSpecs.size(), 1u);
+  EXPECT_EQ(roSpec.aiSpecs[0].antennaIds, std::vector<uint16_t>{2});
+  const auto& ac = roSpec.aiSpecs[0].inventoryParameterSpecs[0].antennaConfigurations[0];
   EXPECT_EQ(ac.rfTransmitter->transmitPower, 41);
   const auto& cmd = ac.inventoryCommands[0];
   EXPECT_EQ(cmd.singulationControl->session, 2);
@@ -199,8 +199,8 @@ TEST(InventorySpec, AntennaPowerSessionFiltersAndReportFields) {
   EXPECT_EQ(cmd.filters[0].tagInventoryMask.tagMask.bitCount, 16);
   EXPECT_EQ(cmd.filters[0].stateUnawareAction->action,
             llrp::C1G2StateUnawareAction::kUnselectSelect);
-  const auto& sel = spec.roReportSpec->tagReportContentSelector;
-  EXPECT_EQ(spec.roReportSpec->n, 1);
+  const auto& sel = roSpec.roReportSpec->tagReportContentSelector;
+  EXPECT_EQ(roSpec.roReportSpec->n, 1);
   EXPECT_TRUE(sel.enableAntennaId && sel.enablePeakRSSI && sel.enableChannelIndex &&
               sel.enableTagSeenCount && sel.enableFirstSeenTimestamp);
   EXPECT_TRUE(sel.epcMemorySelectors.at(0).enablePCBits);
