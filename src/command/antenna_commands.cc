@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "command/command_fields.h"
+#include "command/dispatcher.h"
 #include "core/console.h"
 #include "core/logger.h"
 #include "core/service_state.h"
@@ -58,7 +59,7 @@ bool readAntenna(uint16_t antennaId, uint16_t* first, uint16_t* power, uint16_t*
 
 void handleSetAntennaConfig(int clientSocket, const std::string& command) {
   ServiceState& s = serviceState;
-  send(clientSocket, "ok\r\n\r\n", 6, MSG_NOSIGNAL);
+  sendReply(clientSocket, "ok\r\n\r\n");
   std::vector<AntennaSetting> entries;
   AntennaSetting current;
   for (const std::vector<long>& fields : parseCommandFields(command)) {
@@ -124,7 +125,7 @@ void handleSetAntennaConfig(int clientSocket, const std::string& command) {
 
 void handleGetAntennaConfig(int clientSocket, const std::string& command) {
   ServiceState& s = serviceState;
-  send(clientSocket, "ok\r\n\r\n", 6, MSG_NOSIGNAL);
+  sendReply(clientSocket, "ok\r\n\r\n");
   char text[kGetResultSize] = {};
   if (command == "setup.get_antenna_config=Init") {
     std::snprintf(text, sizeof text, "AntennaInitData:%2d,", s.antennaCount);

@@ -26,10 +26,6 @@ namespace {
 constexpr int32_t kDefaultReaderPort = 5084;
 constexpr double kRelayStopPauseSeconds = 3.0;
 
-void reply(int clientSocket, const char* text) {
-  send(clientSocket, text, std::strlen(text), MSG_NOSIGNAL);
-}
-
 void connectionConfig(int clientSocket, const std::string& text) {
   ServiceState& s = serviceState;
   s.disconnectRequested = false;
@@ -49,7 +45,7 @@ void connectionConfig(int clientSocket, const std::string& text) {
   // Without a port there is nothing to connect to: answer as a failed connection.
   if (entries.empty()) {
     Logger::log(6, "Unable to establish connection with the reader - status : %d", -1);
-    reply(clientSocket, "Unable to establish connection to the reader\r\n\r\n");
+    sendReply(clientSocket, "Unable to establish connection to the reader\r\n\r\n");
     return;
   }
   ReaderHandle handle = 0;
@@ -58,7 +54,7 @@ void connectionConfig(int clientSocket, const std::string& text) {
   s.readerHandle = handle;
   if (status != 0) {
     Logger::log(6, "Unable to establish connection with the reader - status : %d", status);
-    reply(clientSocket, "Unable to establish connection to the reader\r\n\r\n");
+    sendReply(clientSocket, "Unable to establish connection to the reader\r\n\r\n");
     return;
   }
   TagStorageSettings storage;
@@ -70,7 +66,7 @@ void connectionConfig(int clientSocket, const std::string& text) {
   }
   registerReaderEvents();
   Logger::log(6, "Established connection to the reader");
-  reply(clientSocket, "ok\r\n\r\n");
+  sendReply(clientSocket, "ok\r\n\r\n");
 }
 
 void inventoryStatus(int clientSocket) {
@@ -78,16 +74,16 @@ void inventoryStatus(int clientSocket) {
   consolePrint(L"\ngetInventoryStatus\n");
   if (s.readerHandle == 0) {
     consolePrint(L"\ngetInventoryStatus : InventoryStandby\n");
-    reply(clientSocket, "InventoryStandby\r\n\r\n");
+    sendReply(clientSocket, "InventoryStandby\r\n\r\n");
   } else if (s.relayActive) {
     consolePrint(L"\ngetInventoryStatus : Tagrelay\n");
-    reply(clientSocket, "InventoryRunning:Tagrelay\r\n\r\n");
+    sendReply(clientSocket, "InventoryRunning:Tagrelay\r\n\r\n");
   } else if (s.serialPushActive) {
     consolePrint(L"\ngetInventoryStatus : PushData\n");
-    reply(clientSocket, "InventoryRunning:PushData\r\n\r\n");
+    sendReply(clientSocket, "InventoryRunning:PushData\r\n\r\n");
   } else {
     consolePrint(L"\ngetInventoryStatus\n");
-    reply(clientSocket, "InventoryRunning\r\n\r\n");
+    sendReply(clientSocket, "InventoryRunning\r\n\r\n");
   }
 }
 
@@ -134,7 +130,7 @@ void disconnect(int clientSocket) {
   }
   if (s.serialPushActive) stopSerialPush(L"\ndisconnect : PushData\n");
   s.requestedRelayMode = -1;
-  reply(clientSocket, "ok\r\n\r\n");
+  sendReply(clientSocket, "ok\r\n\r\n");
   if (s.dataChannelClientFd > 0) dataChannelNotify("DISCONNECTION_EVENT");
 }
 
@@ -143,14 +139,14 @@ void operatingModeActive(int clientSocket) {
   s.disconnectRequested = false;
   if (s.relayActive || s.serialPushActive) {
     Logger::log(3, "Inventory already in progress\n");
-    reply(clientSocket, "InventoryAlreadyRunning\r\n\r\n");
+    sendReply(clientSocket, "InventoryAlreadyRunning\r\n\r\n");
     return;
   }
   if (RFID_PerformInventory(s.readerHandle, nullptr, nullptr, nullptr, nullptr) !=
       RFID_API_SUCCESS) {
     Logger::log(7, "inventory start refused\n");
   }
-  reply(clientSocket, "ok\r\n\r\n");
+  sendReply(clientSocket, "ok\r\n\r\n");
 }
 
 void serialPortMode(int clientSocket, const std::string& text) {
@@ -165,33 +161,37 @@ void serialPortMode(int clientSocket, const std::string& text) {
   Logger::log(6, "Starting Serial Port Push Data\n");
   switch (startSerialPush(true)) {
     case 0:
-      reply(clientSocket, "PushDataStart:0\r\n\r\n");
+      sendReply(clientSocket, "PushDataStart:0\r\n\r\n");
       break;
     case -1:
       consolePrint(L"Unable to open Serial Port for sending data\n");
-      reply(clientSocket, "PushDataStart:1\r\n\r\n");
+      sendReply(clientSocket, "PushDataStart:1\r\n\r\n");
       break;
     case -2:
       consolePrint(L"Serial Port is not configured in push data mode\n");
-      reply(clientSocket, "PushDataStart:2\r\n\r\n");
+      sendReply(clientSocket, "PushDataStart:2\r\n\r\n");
       break;
     case -3:
       Logger::log(6, "Tessera: RFID handle already exist.\n");
-      reply(clientSocket, "PushDataStart:3\r\n\r\n");
+      sendReply(clientSocket, "PushDataStart:3\r\n\r\n");
       break;
     case -4:
       consolePrint(L"Serial Port: Unable to establish connection to the reader\n");
-      reply(clientSocket, "PushDataStart:4\r\n\r\n");
-      reply(clientSocket, "Unable to establish connection to the reader\r\n\r\n");
+      sendReply(clientSocket, "PushDataStart:4\r\n\r\n");
+      sendReply(clientSocket, "Unable to establish connection to the reader\r\n\r\n");
       break;
     default:
       consolePrint(L"Serial Port: Unknown Error \n");
-      reply(clientSocket, "PushDataStart:5\r\n\r\n");
+      sendReply(clientSocket, "PushDataStart:5\r\n\r\n");
       break;
   }
 }
 
 }  // namespace
+
+void sendReply(int clientSocket, const char* text) {
+  send(clientSocket, text, std::strlen(text), MSG_NOSIGNAL);
+}
 
 void dispatchCommand(int clientSocket, const char* text) {
   ServiceState& s = serviceState;
@@ -208,7 +208,7 @@ void dispatchCommand(int clientSocket, const char* text) {
     disconnect(clientSocket);
   } else if (command == "setup.operating_mode=standby\r\n") {
     RFID_StopInventory(s.readerHandle);
-    reply(clientSocket, "ok\r\n\r\n");
+    sendReply(clientSocket, "ok\r\n\r\n");
   } else if (command == "setup.operating_mode=active\r\n") {
     operatingModeActive(clientSocket);
   } else if (key == "setup.operating_mode_Tagrelay") {
@@ -220,7 +220,7 @@ void dispatchCommand(int clientSocket, const char* text) {
   } else if (key == "setup.operating_mode_serialPort") {
     serialPortMode(clientSocket, command);
   } else {
-    reply(clientSocket, "ok\r\n\r\n");
+    sendReply(clientSocket, "ok\r\n\r\n");
   }
 }
 

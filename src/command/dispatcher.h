@@ -3,6 +3,8 @@
 
 namespace tessera {
 
+// Sends a reply text (without its terminating zero) to a command client; the result is not examined.
+void sendReply(int clientSocket, const char* text);
 // Handles one zero-terminated command text read from the client socket.
 void dispatchCommand(int clientSocket, const char* text);
 

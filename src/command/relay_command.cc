@@ -5,20 +5,13 @@
 #include <cstring>
 
 #include "command/command_fields.h"
+#include "command/dispatcher.h"
 #include "core/console.h"
 #include "core/logger.h"
 #include "core/service_state.h"
 #include "modes/relay.h"
 
 namespace tessera {
-namespace {
-
-void reply(int clientSocket, const char* text) {
-  send(clientSocket, text, std::strlen(text), MSG_NOSIGNAL);
-}
-
-}  // namespace
-
 void handleRelayModeCommand(int clientSocket, const std::string& text) {
   ServiceState& s = serviceState;
   s.relayReaderPort = 5084;
@@ -33,29 +26,29 @@ void handleRelayModeCommand(int clientSocket, const std::string& text) {
   Logger::log(6, "Starting Tagrelay\n");
   if (s.readerHandle != 0) {
     Logger::log(6, "Tagrelay: RFID handle already exist.\n");
-    reply(clientSocket, "httppoststart:2\r\n\r\n");
+    sendReply(clientSocket, "httppoststart:2\r\n\r\n");
     return;
   }
   switch (relayStart(true)) {
     case 0:
-      reply(clientSocket, "httppoststart:0\r\n\r\n");
+      sendReply(clientSocket, "httppoststart:0\r\n\r\n");
       break;
     case -2:
       consolePrint(L"Tagrelay is not configured\n");
-      reply(clientSocket, "httppoststart:1\r\n\r\n");
+      sendReply(clientSocket, "httppoststart:1\r\n\r\n");
       break;
     case -4:
       consolePrint(L"Tagrelay: Requested mode does not match with Configured mode\n");
-      reply(clientSocket, "httppoststart:3\r\n\r\n");
+      sendReply(clientSocket, "httppoststart:3\r\n\r\n");
       break;
     case -3:
     case -5:
       consolePrint(L"Tagrelay: Unable to establish connection to the reader\n");
-      reply(clientSocket, "Unable to establish connection to the reader\r\n\r\n");
+      sendReply(clientSocket, "Unable to establish connection to the reader\r\n\r\n");
       break;
     default:
       consolePrint(L"Tagrelay: Unknown Error \n");
-      reply(clientSocket, "httppoststart:1\r\n\r\n");
+      sendReply(clientSocket, "httppoststart:1\r\n\r\n");
       break;
   }
 }
