@@ -38,8 +38,23 @@ constexpr uint32_t kSaveConfigSubtype = 1;
 constexpr uint32_t kSaveConfigReplySubtype = 2;
 constexpr uint32_t kPhaseSubtype = 1;
 constexpr size_t kReceiveChunk = 64 * 1024;
-// How long the receive thread holds back at the tag buffer's high-water mark before warning.
-constexpr std::chrono::milliseconds kHighWaterWait{1000};
+constexpr int kReceiveWindow = 256 * 1024;
+// A consumer that takes no read for this long while the tag buffer is at its high-water mark is
+// stalled, not slow: it gets BUFFER_FULL_WARNING_EVENT. Long enough for any pause of a working
+// consumer (a reconnection attempt, a blocked output that gives up after a second).
+constexpr std::chrono::seconds kStallLimit{30};
+
+MessageType frameType(const std::vector<uint8_t>& frame) {
+  return static_cast<MessageType>(((frame[0] & 0x03u) << 8) | frame[1]);
+}
+
+// The tag reads of a report frame; 0 for any other frame.
+uint32_t readsIn(const std::vector<uint8_t>& frame) {
+  llrp::Message msg;
+  if (!llrp::decode(frame, msg).ok()) return 0;
+  const auto* r = std::get_if<llrp::ROAccessReport>(&msg.body);
+  return r == nullptr ? 0 : static_cast<uint32_t>(r->tagReportData.size());
+}
 
 std::string errnoText(int err) {
   char buf[128];
@@ -271,6 +286,7 @@ void ReaderSession::closeConnection() {
     replyCond_.notify_all();
   }
   stopReceiving_ = true;
+  tags_.interruptWait();  // a receive thread holding back at the buffer waits there, not in poll
   if (fd_ >= 0) ::shutdown(fd_, SHUT_RDWR);
   if (thread_.joinable()) {
     if (thread_.get_id() == std::this_thread::get_id()) {
@@ -325,6 +341,10 @@ RfidStatus ReaderSession::openSocket(int& out) {
       (void)::fcntl(fd, F_SETFL, flags & ~O_NONBLOCK);
       int one = 1;
       (void)::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+      // A fixed window: what the kernel may take in while reports are held back is what a
+      // keepalive read-through has to move into the backlog.
+      int window = kReceiveWindow;
+      (void)::setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &window, sizeof window);
       timeval tv{};
       tv.tv_sec = responseTimeoutMs_ / 1000;
       tv.tv_usec = static_cast<suseconds_t>((responseTimeoutMs_ % 1000) * 1000);
@@ -658,7 +678,7 @@ RfidStatus ReaderSession::request(llrp::MessageBody body, MessageType expected,
     reply_.reset();
     replyError_.reset();
   }
-  // A receive thread holding back at the tag buffer must go on reading to find this reply.
+  // A receive thread holding back at the tag buffer must read on to find this reply.
   tags_.interruptWait();
   msg.body = std::move(body);
   RfidStatus st = sendFrame(msg);
@@ -726,19 +746,26 @@ void ReaderSession::receiveLoop(int fd) {
   std::vector<uint8_t> frame;
   std::vector<uint32_t> events;
   auto lastHeard = Clock::now();
+  lastKeepalive_ = lastHeard;
+  // The consumer's progress while the buffer is held at its high-water mark.
+  uint64_t popped = tags_.popped();
+  auto progressAt = lastHeard;
+  bool stallWarned = false;
   bool broken = false;
   std::string why;
 
   // Frames that arrived together with the greeting.
   for (;;) {
-    int popped = framer.pop(frame);
-    if (popped <= 0) break;
-    handleFrame(frame, events);
+    int n = framer.pop(frame);
+    if (n <= 0) break;
+    takeFrame(frame, events);
   }
   deliver(events);
   events.clear();
 
   while (!stopReceiving_) {
+    if (holding_ && tags_.belowLowWater()) drainBacklog(events);
+    const auto now = Clock::now();
     bool watchdog;
     {
       std::lock_guard g(stateLock_);
@@ -748,18 +775,50 @@ void ReaderSession::receiveLoop(int fd) {
     if (watchdog) {
       const auto silence = std::chrono::milliseconds(uint64_t{keepaliveMs_} * keepaliveMisses_);
       const auto deadline = lastHeard + silence;
-      if (Clock::now() >= deadline) {
+      if (now >= deadline) {
         broken = true;
         why = "no keepalive from the reader for " + std::to_string(silence.count()) + " ms";
         break;
       }
       waitMs = std::min(waitMs, remainingMs(deadline) + 1);
     }
+    bool readThrough = false;
+    if (holding_) {
+      // Back-pressure: the reports stay in the socket and TCP holds the reader back. Only a reply
+      // that a call awaits, or a KEEPALIVE that is due, is fetched from behind them.
+      const uint64_t p = tags_.popped();
+      const bool awaited = replyAwaited();
+      if (p != popped || awaited) {
+        // A caller awaiting its reply may be the consumer itself: that is no stall.
+        popped = p;
+        progressAt = now;
+        stallWarned = false;
+      } else if (!stallWarned && now - progressAt >= kStallLimit) {
+        stallWarned = true;
+        bufferEvent(BUFFER_FULL_WARNING_EVENT, events);
+      }
+      const auto keepaliveDue = lastKeepalive_ + std::chrono::milliseconds(keepaliveMs_);
+      if (!awaited && now < keepaliveDue) {
+        deliver(events);
+        events.clear();
+        auto until = std::min(keepaliveDue, now + std::chrono::seconds(1));
+        if (!stallWarned) until = std::min(until, progressAt + kStallLimit);
+        (void)tags_.waitForRoom(until);
+        continue;
+      }
+      readThrough = !awaited;
+    } else {
+      stallWarned = false;
+    }
     pollfd p{fd, POLLIN, 0};
-    int n = ::poll(&p, 1, waitMs);
+    int n = ::poll(&p, 1, readThrough ? 0 : waitMs);
     if (stopReceiving_) break;
     if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) continue;
+    if (n <= 0) {
+      // Nothing waits in the socket, so no KEEPALIVE sits behind held-back reports.
+      if (readThrough) lastKeepalive_ = Clock::now();
+      continue;
+    }
     ssize_t got = ::recv(fd, chunk.data(), chunk.size(), MSG_DONTWAIT);
     if (got < 0 && (errno == EAGAIN || errno == EINTR)) continue;
     if (stopReceiving_) break;
@@ -774,9 +833,9 @@ void ReaderSession::receiveLoop(int fd) {
       why = "the reader's byte stream is broken: " + framer.error().text();
       break;
     }
-    int popped;
-    while ((popped = framer.pop(frame)) == 1) handleFrame(frame, events);
-    if (popped < 0) {
+    int popped1;
+    while ((popped1 = framer.pop(frame)) == 1) takeFrame(frame, events);
+    if (popped1 < 0) {
       broken = true;
       why = "the reader's byte stream is broken: " + framer.error().text();
     }
@@ -784,11 +843,108 @@ void ReaderSession::receiveLoop(int fd) {
     events.clear();
     if (broken) break;
   }
-  if (broken && !stopReceiving_) connectionLost(why);
+  deliver(events);
+  events.clear();
+  if (broken && !stopReceiving_) {
+    const bool notify = connectionLost(why);
+    // Every report the reader sent before the link broke still reaches the consumer, ahead of
+    // the disconnection.
+    flushBacklog(events);
+    if (notify) events.push_back(DISCONNECTION_EVENT);
+    deliver(events);
+  }
+  dropBacklog();
   tlsReceiving = nullptr;
 }
 
-void ReaderSession::connectionLost(const std::string& why) {
+bool ReaderSession::replyAwaited() {
+  std::lock_guard g(stateLock_);
+  return pendingId_ != 0;
+}
+
+void ReaderSession::takeFrame(std::vector<uint8_t>& frame, std::vector<uint32_t>& events) {
+  const auto type = frameType(frame);
+  // Reports and events keep their order behind the backlog; keepalives and replies never wait.
+  const bool ordered =
+      type == MessageType::kROAccessReport || type == MessageType::kReaderEventNotification;
+  if (!ordered) {
+    handleFrame(frame, events);
+    if (type == MessageType::kKeepalive) lastKeepalive_ = Clock::now();
+    return;
+  }
+  if (!holding_) {
+    handleFrame(frame, events);
+    holding_ = tags_.atHighWater();
+    return;
+  }
+  if (backlog_.fits(frame.size())) {
+    backlog_.push(std::move(frame));
+    frame = {};
+    return;
+  }
+  // A consumer that has made no progress for a long time: the reads are dropped and counted.
+  const uint32_t reads = readsIn(frame);
+  if (reads == 0) {
+    handleFrame(frame, events);  // an event notification: small, and never dropped
+    return;
+  }
+  discarded_ += reads;
+  if (!dropping_) {
+    dropping_ = true;
+    bufferEvent(BUFFER_FULL_EVENT, events);
+  }
+}
+
+void ReaderSession::drainBacklog(std::vector<uint32_t>& events) {
+  while (!backlog_.empty() && !tags_.atHighWater()) {
+    std::vector<uint8_t> f = backlog_.take();
+    handleFrame(f, events);
+  }
+  holding_ = !backlog_.empty() || tags_.atHighWater();
+  if (backlog_.empty()) dropping_ = false;
+}
+
+void ReaderSession::flushBacklog(std::vector<uint32_t>& events) {
+  uint64_t popped = tags_.popped();
+  auto progressAt = Clock::now();
+  while (!backlog_.empty() && !stopReceiving_) {
+    drainBacklog(events);
+    deliver(events);
+    events.clear();
+    if (backlog_.empty()) break;
+    (void)tags_.waitForRoom(Clock::now() + std::chrono::seconds(1));
+    const uint64_t p = tags_.popped();
+    if (p != popped) {
+      popped = p;
+      progressAt = Clock::now();
+    } else if (Clock::now() - progressAt >= kStallLimit) {
+      dropBacklog();
+      bufferEvent(BUFFER_FULL_EVENT, events);
+    }
+  }
+}
+
+void ReaderSession::dropBacklog() {
+  while (!backlog_.empty()) discarded_ += readsIn(backlog_.take());
+  holding_ = false;
+  dropping_ = false;
+}
+
+void ReaderSession::bufferEvent(uint32_t code, std::vector<uint32_t>& events) {
+  BufferEventData b;
+  b.tagCount = tags_.size();
+  b.capacity = tags_.capacity();
+  b.discarded = static_cast<uint32_t>(std::min<uint64_t>(discarded_, UINT32_MAX));
+  b.percentFull = static_cast<uint8_t>(
+      std::min<uint64_t>(100, b.capacity ? uint64_t{b.tagCount} * 100 / b.capacity : 0));
+  {
+    std::lock_guard g(stateLock_);
+    bufferData_ = b;
+  }
+  events.push_back(code);
+}
+
+bool ReaderSession::connectionLost(const std::string& why) {
   bool notify;
   {
     std::lock_guard g(stateLock_);
@@ -805,7 +961,7 @@ void ReaderSession::connectionLost(const std::string& why) {
                  why);
     }
   }
-  if (notify) deliver({DISCONNECTION_EVENT});
+  return notify;
 }
 
 void ReaderSession::handleFrame(const std::vector<uint8_t>& frame, std::vector<uint32_t>& events) {
@@ -854,8 +1010,6 @@ void ReaderSession::handleReport(const llrp::ROAccessReport& report,
     maxEpc = maxEpcBytes_;
   }
   bool stored = false;
-  bool warning = false;
-  bool full = false;
   ReaderTagData t;
   for (const auto& r : report.tagReportData) {
     t = ReaderTagData{};
@@ -895,52 +1049,10 @@ void ReaderSession::handleReport(const llrp::ROAccessReport& report,
         if (!match) continue;
       }
     }
-    bool replyAwaited;
-    {
-      std::lock_guard g(stateLock_);
-      replyAwaited = pendingId_ != 0;
-    }
-    if (!replyAwaited && tags_.atHighWater()) {
-      // Back-pressure before giving up reads: tell the consumer what is waiting and give it a
-      // moment to catch up. Meanwhile this thread reads nothing, so TCP slows the reader down
-      // instead of reads being lost; a consumer that does not drain in time gets the warning.
-      // (Not while a call waits for its reply behind these reads: the consumer may be that
-      // very caller, so the reads are kept aside until the reply is in.)
-      if (stored) events.push_back(TAG_READ_EVENT);
-      stored = false;
-      deliver(events);
-      events.clear();
-      tags_.waitBelowHighWater(kHighWaterWait);
-      std::lock_guard g(stateLock_);
-      replyAwaited = pendingId_ != 0;
-    }
-    switch (tags_.push(t, replyAwaited)) {
-      case TagBuffer::PushResult::kStored:
-        stored = true;
-        break;
-      case TagBuffer::PushResult::kStoredWarning:
-        stored = true;
-        warning = true;
-        break;
-      case TagBuffer::PushResult::kFull:
-        full = true;
-        break;
-      case TagBuffer::PushResult::kDiscarded:
-        break;
-    }
-  }
-  if (warning || full) {
-    BufferEventData b;
-    b.tagCount = tags_.size();
-    b.capacity = tags_.capacity();
-    b.discarded = static_cast<uint32_t>(std::min<uint64_t>(tags_.discarded(), UINT32_MAX));
-    b.percentFull = static_cast<uint8_t>(b.capacity ? uint64_t{b.tagCount} * 100 / b.capacity : 0);
-    std::lock_guard g(stateLock_);
-    bufferData_ = b;
+    tags_.push(t);
+    stored = true;
   }
   if (stored) events.push_back(TAG_READ_EVENT);
-  if (warning) events.push_back(BUFFER_FULL_WARNING_EVENT);
-  if (full) events.push_back(BUFFER_FULL_EVENT);
 }
 
 void ReaderSession::handleEvent(const llrp::ReaderEventNotificationData& d,
@@ -1225,7 +1337,7 @@ RfidStatus ReaderSession::stopInventory() {
   } else if (!connected) {
     st = fail(RFID_API_NOT_CONNECTED, "the connection to the reader is lost");
   }
-  if (discard) tags_.clear();
+  if (discard) discarded_ += tags_.clear();
   return st;
 }
 
@@ -1387,7 +1499,7 @@ RfidStatus ReaderSession::setTagStorage(const TagStorageSettings& in) {
     storage_.maxSizeEpc = std::clamp<uint32_t>(in.maxSizeEpc, 1, kMaxTagIdBytes);
     maxEpcBytes_ = storage_.maxSizeEpc;
   }
-  if (resize) tags_.resize(in.maxTagCount);
+  if (resize) discarded_ += tags_.resize(in.maxTagCount);
   return RFID_API_SUCCESS;
 }
 

@@ -8,10 +8,17 @@
 // - The receive thread ("rfidRecv") decodes frames, answers keepalives, hands replies to the
 //   waiting call through stateLock_ + replyCond_, stores reads in the TagBuffer and calls the
 //   user's callback with no lock held.
+// - Back-pressure, never discard: at the tag buffer's high-water mark the receive thread stops
+//   reading the socket, so TCP flow control holds the reader. It reads on only to find a reply
+//   that a call awaits or a KEEPALIVE that is due; the reports in front of those wait, undecoded
+//   and in order, in the backlog. Reads are dropped only for a consumer that takes none for
+//   kStallLimit (BUFFER_FULL_WARNING_EVENT) and then lets the backlog reach its limit
+//   (BUFFER_FULL_EVENT).
 // - sendLock_ serialises writes to the socket (requests and keepalive answers).
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
@@ -23,6 +30,7 @@
 
 #include "llrp/framer.h"
 #include "llrp/records.h"
+#include "readerapi/frame_backlog.h"
 #include "readerapi/inventory_spec.h"
 #include "readerapi/rfid_types.h"
 #include "readerapi/tag_buffer.h"
@@ -128,10 +136,22 @@ class ReaderSession {
 
   // Receive thread.
   void receiveLoop(int fd);
+  // Handles a frame now, or holds a report or event back behind the backlog.
+  void takeFrame(std::vector<uint8_t>& frame, std::vector<uint32_t>& events);
+  // Moves held-back frames into the tag buffer while it is below its high-water mark.
+  void drainBacklog(std::vector<uint32_t>& events);
+  // After the link broke: hands every held-back frame over as the consumer makes room.
+  void flushBacklog(std::vector<uint32_t>& events);
+  // Drops the backlog, counting its reads as discarded.
+  void dropBacklog();
+  // Records the tag buffer's state for RFID_GetEventData and queues the event.
+  void bufferEvent(uint32_t code, std::vector<uint32_t>& events);
+  bool replyAwaited();
   void handleFrame(const std::vector<uint8_t>& frame, std::vector<uint32_t>& events);
   void handleReport(const llrp::ROAccessReport& report, std::vector<uint32_t>& events);
   void handleEvent(const llrp::ReaderEventNotificationData& data, std::vector<uint32_t>& events);
-  void connectionLost(const std::string& why);
+  // Marks the link lost; whether the consumer is to get DISCONNECTION_EVENT.
+  bool connectionLost(const std::string& why);
   void deliver(const std::vector<uint32_t>& events);
 
   RfidStatus fail(RfidStatus status, std::string what, std::string where = {},
@@ -198,6 +218,12 @@ class ReaderSession {
   TagBuffer tags_;
 
   std::atomic<bool> stopReceiving_{false};
+  std::atomic<uint64_t> discarded_{0};  // reads the library dropped since it was made
+  // Receive thread only.
+  FrameBacklog backlog_;
+  bool holding_ = false;   // at the high-water mark until the level falls below the low-water
+  bool dropping_ = false;  // the backlog is full and reads are being dropped
+  std::chrono::steady_clock::time_point lastKeepalive_{};
   CarryOver carry_;  // receive thread only
 };
 

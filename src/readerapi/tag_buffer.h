@@ -1,6 +1,8 @@
-// src/readerapi/tag_buffer.h — the bounded first-in first-out store of tag reads between the
-// receive thread and RFID_GetReadTag. Its memory is allocated once per capacity, so a long run
-// at full rate keeps a flat footprint; when it is full, new reads are discarded and counted.
+// src/readerapi/tag_buffer.h — the first-in first-out store of tag reads between the receive
+// thread and RFID_GetReadTag. It never discards: the receive thread stops taking reports off the
+// socket while the level is at the high-water mark (80 % of the capacity), so TCP holds the
+// reader back. Its ring is allocated once per capacity, so a long run at full rate keeps a flat
+// footprint; the reads of one report that overshoot the ring wait in a small overflow queue.
 #pragma once
 
 #include <chrono>
@@ -16,56 +18,50 @@ namespace tessera::readerapi {
 
 class TagBuffer {
  public:
-  // What a push did, so that the caller raises each event once per episode.
-  enum class PushResult {
-    kStored,         // stored, nothing to report
-    kStoredWarning,  // stored, and the buffer just reached its high-water mark (80 %)
-    kFull,           // discarded: the first read lost since the buffer last had room
-    kDiscarded,      // discarded again while still full
-  };
   static constexpr uint32_t kMaxCapacity = 262144;
 
   explicit TagBuffer(uint32_t capacity);
 
-  // Appends a read (copied); see PushResult. With `spill` (a reply is awaited behind the reads
-  // in flight) a full buffer keeps up to kSpillFactor times its capacity more, in order, and no
-  // warning is given: reading must go on for the reply to arrive.
-  PushResult push(const ReaderTagData& read, bool spill = false);
-  static constexpr uint32_t kSpillFactor = 4;
-  // Whether the next push would raise the high-water warning.
+  // Appends a read (copied), after every read already held.
+  void push(const ReaderTagData& read);
+  // Whether the level is at or above the high-water mark: the producer should hold back.
   bool atHighWater() const;
-  // Waits up to `limit` for the consumer to bring the level below the high-water mark; whether
-  // it did.
-  bool waitBelowHighWater(std::chrono::milliseconds limit);
-  // Ends a waitBelowHighWater in progress at once.
+  // Whether the level is below the low-water mark (half the high-water mark): a producer that
+  // held back may go on. The gap between the marks keeps it from waking at every read taken.
+  bool belowLowWater() const;
+  // Waits until the level is below the low-water mark, interruptWait is called, or `deadline`
+  // passes; whether it is below now.
+  bool waitForRoom(std::chrono::steady_clock::time_point deadline);
+  // Ends a waitForRoom in progress at once (and the next one, if none is in progress).
   void interruptWait();
   // Moves the oldest read into out; false when empty.
   bool pop(ReaderTagData& out);
-  // Drops every read; the warning and full episodes start over.
-  void clear();
-  // Empties the buffer and gives it a new capacity (1..kMaxCapacity, clamped).
-  void resize(uint32_t capacity);
+  // Drops every read; how many were dropped.
+  uint32_t clear();
+  // Empties the buffer and gives it a new capacity (1..kMaxCapacity, clamped); how many reads
+  // were dropped.
+  uint32_t resize(uint32_t capacity);
   // Reads held now.
   uint32_t size() const;
-  // Reads the buffer can hold.
+  // Reads the ring can hold.
   uint32_t capacity() const;
-  // Reads discarded since construction.
-  uint64_t discarded() const;
+  // Reads taken out by pop since construction: the consumer's progress.
+  uint64_t popped() const;
 
  private:
-  void rearmLocked();
+  uint32_t levelLocked() const { return count_ + static_cast<uint32_t>(overflow_.size()); }
 
-  mutable std::mutex lock_;  // guards every member below
+  mutable std::mutex lock_;          // guards every member below
   std::condition_variable drained_;  // signalled when the consumer takes reads out
   std::vector<ReaderTagData> slots_;
-  std::deque<ReaderTagData> spilled_;  // newer than every read in slots_
-  uint32_t head_ = 0;  // oldest read
+  std::deque<ReaderTagData> overflow_;  // newer than every read in slots_
+  uint32_t head_ = 0;                   // oldest read
   uint32_t count_ = 0;
   uint32_t highWater_ = 0;
-  bool warned_ = false;  // the high-water warning was given and the level has not dropped since
-  bool full_ = false;    // reads are being discarded and the level has not dropped since
-  uint64_t discarded_ = 0;
-  uint64_t waitEpoch_ = 0;  // bumped by interruptWait
+  uint32_t lowWater_ = 0;
+  bool waiting_ = false;  // a waitForRoom is in progress
+  uint64_t popped_ = 0;
+  bool interrupted_ = false;  // set by interruptWait, cleared by the wait it ends
 };
 
 }  // namespace tessera::readerapi

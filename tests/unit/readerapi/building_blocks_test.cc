@@ -20,72 +20,51 @@ ReaderTagData readWithId(uint8_t id) {
   return t;
 }
 
-TEST(TagBuffer, WarnsOnceAtHighWaterThenDiscardsWhenFull) {
-  TagBuffer b(10);  // high water 8
-  std::vector<TagBuffer::PushResult> r;
-  for (uint8_t i = 0; i < 13; ++i) r.push_back(b.push(readWithId(i)));
-  for (int i = 0; i < 7; ++i) EXPECT_EQ(r[i], TagBuffer::PushResult::kStored) << i;
-  EXPECT_EQ(r[7], TagBuffer::PushResult::kStoredWarning);
-  EXPECT_EQ(r[8], TagBuffer::PushResult::kStored);
-  EXPECT_EQ(r[9], TagBuffer::PushResult::kStored);
-  EXPECT_EQ(r[10], TagBuffer::PushResult::kFull);
-  EXPECT_EQ(r[11], TagBuffer::PushResult::kDiscarded);
-  EXPECT_EQ(b.discarded(), 3u);
-  // First in, first out; the discarded reads are the newest ones.
+TEST(TagBuffer, KeepsEveryReadInOrderAcrossTheMarksAndBeyondTheRing) {
+  TagBuffer b(10);  // high water 8, low water 4
+  for (uint8_t i = 0; i < 7; ++i) b.push(readWithId(i));
+  EXPECT_FALSE(b.atHighWater());
+  b.push(readWithId(7));
+  EXPECT_TRUE(b.atHighWater());
+  // One report may overshoot the ring: nothing is ever discarded.
+  for (uint8_t i = 8; i < 25; ++i) b.push(readWithId(i));
+  EXPECT_EQ(b.size(), 25u);
   ReaderTagData out;
-  for (uint8_t i = 0; i < 10; ++i) {
+  for (uint8_t i = 0; i < 21; ++i) {
     ASSERT_TRUE(b.pop(out));
     EXPECT_EQ(out.tagID[0], i);
   }
-  EXPECT_FALSE(b.pop(out));
-  // Drained: both episodes start over.
-  for (uint8_t i = 0; i < 8; ++i) r[i] = b.push(readWithId(i));
-  EXPECT_EQ(r[7], TagBuffer::PushResult::kStoredWarning);
-}
-
-TEST(TagBuffer, WhileAReplyIsAwaitedReadsSpillInOrderWithoutWarning) {
-  TagBuffer b(10);
-  for (uint8_t i = 0; i < 45; ++i) {
-    EXPECT_EQ(b.push(readWithId(i), /*spill=*/true), TagBuffer::PushResult::kStored) << int(i);
-  }
-  EXPECT_EQ(b.size(), 45u);
-  // Four capacities beyond the buffer are kept; then reads are discarded as usual.
-  for (uint8_t i = 45; i < 50; ++i) (void)b.push(readWithId(i), true);
-  EXPECT_EQ(b.push(readWithId(99), true), TagBuffer::PushResult::kFull);
-  EXPECT_EQ(b.push(readWithId(99)), TagBuffer::PushResult::kDiscarded);
-  ReaderTagData out;
-  for (uint8_t i = 0; i < 50; ++i) {
-    ASSERT_TRUE(b.pop(out));
-    EXPECT_EQ(out.tagID[0], i);
-  }
-  EXPECT_FALSE(b.pop(out));
-}
-
-TEST(TagBuffer, AWaitAtHighWaterEndsWhenInterrupted) {
-  TagBuffer b(10);
-  for (uint8_t i = 0; i < 9; ++i) (void)b.push(readWithId(i));
-  std::thread interrupter([&] { b.interruptWait(); });
-  // Interrupted (or timed out at worst): the level is still high.
-  EXPECT_FALSE(b.waitBelowHighWater(std::chrono::seconds(30)));
-  interrupter.join();
-  ReaderTagData out;
-  for (int i = 0; i < 3; ++i) ASSERT_TRUE(b.pop(out));  // 6 left: room below the mark of 8
-  EXPECT_TRUE(b.waitBelowHighWater(std::chrono::milliseconds(1)));
-}
-
-TEST(TagBuffer, PoppingOneReadAtTheEdgeDoesNotRearm) {
-  TagBuffer b(10);
-  for (uint8_t i = 0; i < 11; ++i) (void)b.push(readWithId(i));
-  ReaderTagData out;
+  EXPECT_FALSE(b.belowLowWater());  // 4 left
   ASSERT_TRUE(b.pop(out));
-  EXPECT_EQ(b.push(readWithId(1)), TagBuffer::PushResult::kStored);
-  EXPECT_EQ(b.push(readWithId(2)), TagBuffer::PushResult::kDiscarded);
+  EXPECT_EQ(out.tagID[0], 21);
+  EXPECT_TRUE(b.belowLowWater());
+  b.push(readWithId(25));
+  EXPECT_EQ(b.clear(), 4u);
+  EXPECT_TRUE(b.belowLowWater());
+  EXPECT_FALSE(b.pop(out));
+  EXPECT_EQ(b.popped(), 22u);
+}
+
+TEST(TagBuffer, AWaitForRoomEndsWhenInterruptedOrDrained) {
+  TagBuffer b(10);
+  for (uint8_t i = 0; i < 9; ++i) b.push(readWithId(i));
+  const auto never = std::chrono::steady_clock::now() + std::chrono::hours(1);
+  // An interrupt given before the wait is not lost: the wait returns at once (or the test hangs).
+  b.interruptWait();
+  EXPECT_FALSE(b.waitForRoom(never));
+  std::thread consumer([&] {
+    ReaderTagData out;
+    while (b.pop(out)) {
+    }
+  });
+  EXPECT_TRUE(b.waitForRoom(never));
+  consumer.join();
 }
 
 TEST(TagBuffer, ResizeClampsAndEmpties) {
   TagBuffer b(4);
-  (void)b.push(readWithId(1));
-  b.resize(0);
+  b.push(readWithId(1));
+  EXPECT_EQ(b.resize(0), 1u);
   EXPECT_EQ(b.capacity(), 1u);
   EXPECT_EQ(b.size(), 0u);
   b.resize(TagBuffer::kMaxCapacity + 5);
