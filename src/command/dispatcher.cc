@@ -187,6 +187,13 @@ void serialPortMode(int clientSocket, const std::string& text) {
   }
 }
 
+// Where every read went, as "key=value" lines.
+void statistics(int clientSocket) {
+  ServiceState& s = serviceState;
+  const std::string text = formatReadCounts(s.readLedger.snapshot()) + "\r\n";
+  sendReply(clientSocket, text.c_str());
+}
+
 }  // namespace
 
 void sendReply(int clientSocket, const char* text) {
@@ -202,6 +209,8 @@ void dispatchCommand(int clientSocket, const char* text) {
     connectionConfig(clientSocket, command);
   } else if (command.compare(0, 18, "getInventoryStatus") == 0) {
     inventoryStatus(clientSocket);
+  } else if (command.compare(0, 13, "getStatistics") == 0) {
+    statistics(clientSocket);
   } else if (command == "disconnect2\r\n") {
     disconnectSilently();
   } else if (command == "disconnect\r\n") {

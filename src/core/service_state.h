@@ -15,6 +15,7 @@
 #include <string>
 
 #include "config/config_records.h"
+#include "reader/read_ledger.h"
 #include "readerapi/rfid_types.h"
 
 namespace tessera {
@@ -68,11 +69,17 @@ struct ServiceState {
 
   // Tag read processing (event thread only).
   bool serialTxFull = false;              // "BUFFER_FULL_EVENT" sent and not yet cleared
+  ReaderHandle apiDiscardHandle = 0;      // the handle whose own discards were last counted
+  uint32_t apiDiscardSeen = 0;            // ... and how many of them were counted
+
+  // Where every read went; every thread that moves reads updates it (it has its own lock).
+  ReadLedger readLedger;
 
   // Relay hand-off between tag read processing (producer) and the relay worker (consumer).
   std::mutex relayPendingOuterLock;       // taken first; with the inner lock guards relayPending
   std::mutex relayPendingInnerLock;       // taken second; guards relayPending
   std::string relayPending;
+  uint64_t relayPendingReads = 0;         // tag records in relayPending (heartbeats are none)
   std::atomic<size_t> relayPendingLength{0};  // relayPending's size, for the unlocked limit test
   std::atomic<bool> relayRecordsReady{false};  // set with relayPending, read under relayWakeLock
   std::mutex relayWakeLock;               // taken alone; pairs with relayWakeCond
@@ -82,6 +89,13 @@ struct ServiceState {
   // Relay worker and its batch: the start (main) prepares them, the worker owns them while it
   // runs, the stop (main) releases them after the join.
   std::string relayBatch;
+  uint64_t relayBatchReads = 0;           // tag records in relayBatch
+  size_t relayBatchHeartbeat = std::string::npos;  // offset of relayBatch's heartbeat record
+  // TCP/IP: a closed batch the client has not taken whole yet; sent on, from relayInFlightSent,
+  // before anything newer, so that no JSON object is ever cut.
+  std::string relayInFlight;
+  size_t relayInFlightSent = 0;
+  uint64_t relayInFlightReads = 0;
   std::string heartbeatRecord;
   int64_t lastHeartbeat = 0;              // seconds of the wall clock; worker after start
   pthread_t relayThread{};

@@ -44,6 +44,8 @@ void cleanupService() {
   }
   stopDataChannel();
   Logger::log(6, "cleanup tcp channels end ");
+  Logger::log(6, "Read statistics: %s\n",
+              formatReadCountsLine(s.readLedger.snapshot()).c_str());
 }
 
 }  // namespace tessera

@@ -142,7 +142,6 @@ int relayStartOnce() {
     releaseChannelAfterConnectFailure(s);
     return status == kReaderDeniedStatus ? -5 : -3;
   }
-  ReaderTagData* tag = RFID_AllocateTag(handle);
   TagStorageSettings storage;
   // Tag storage and session settings that the reader refuses leave its own; the start goes on.
   if (RFID_GetTagStorageSettings(handle, &storage) == RFID_API_SUCCESS) {
@@ -163,10 +162,8 @@ int relayStartOnce() {
   if (s.inventoryControl.StartDelay != 0) {
     platform::sleepSeconds(s.inventoryControl.StartDelay / 1000.0);
   }
-  if (tag != nullptr) {
-    while (RFID_GetReadTag(handle, tag) == RFID_API_SUCCESS) {
-    }
-  }
+  // Only reads from before this start can be waiting: the inventory starts below.
+  discardBufferedReads(handle, DiscardReason::Stale);
   // A refused start shows as a relay that reads nothing; the reader reports it by its events.
   static_cast<void>(RFID_PerformInventory(handle, nullptr, nullptr,
                                           &s.inventoryControl.TriggerRecord, nullptr));
@@ -174,13 +171,14 @@ int relayStartOnce() {
   if (s.relayConfig.HeartbeatEnabled) s.lastHeartbeat = platform::now();
   consolePrint(L"\nTagrelay: Inventory started on Tagrelay\r\n");
   Logger::log(6, "Tagrelay: Inventory started\n");
-  if (tag != nullptr) RFID_DeallocateTag(handle, tag);
   return 0;
 }
 
 void openRelayBatch() {
   ServiceState& s = serviceState;
   s.relayBatch.clear();
+  s.relayBatchReads = 0;
+  s.relayBatchHeartbeat = std::string::npos;
   const int32_t mode = s.relayConfig.relayMode;
   if (mode != static_cast<int32_t>(RelayMode::HttpPost) &&
       mode != static_cast<int32_t>(RelayMode::TcpIp)) {
@@ -202,6 +200,8 @@ int relayStart(bool reread) {
     std::lock_guard<std::mutex> inner(s.relayPendingInnerLock);
     s.relayPending.clear();
     s.relayPendingLength = 0;
+    s.readLedger.discarded(DiscardReason::Stopped, s.relayPendingReads);
+    s.relayPendingReads = 0;
   }
   if (reread) {
     int32_t result = readRelayConfig(s.relayConfig, s.inventoryControl);

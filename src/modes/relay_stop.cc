@@ -60,7 +60,22 @@ void relayStop() {
     delete s.tcpServer;
     s.tcpServer = nullptr;
   }
+  // What the worker had not delivered is dropped with the mode, and counted.
+  {
+    std::lock_guard<std::mutex> outer(s.relayPendingOuterLock);
+    std::lock_guard<std::mutex> inner(s.relayPendingInnerLock);
+    s.relayPending.clear();
+    s.relayPendingLength = 0;
+    s.readLedger.discarded(DiscardReason::Stopped,
+                           s.relayPendingReads + s.relayBatchReads + s.relayInFlightReads);
+    s.relayPendingReads = 0;
+  }
   s.relayBatch.clear();
+  s.relayBatchReads = 0;
+  s.relayBatchHeartbeat = std::string::npos;
+  s.relayInFlight.clear();
+  s.relayInFlightSent = 0;
+  s.relayInFlightReads = 0;
   s.relayRecordsReady = false;
   delete s.httpClient;
   s.httpClient = nullptr;

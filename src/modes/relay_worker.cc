@@ -23,7 +23,12 @@
 namespace tessera {
 namespace {
 
-enum class SendResult { Delivered, Failed, Fatal };
+enum class SendResult {
+  Delivered,  // the batch is out; for TCP/IP every closed batch was taken whole
+  Partial,    // TCP/IP: the client took part of a batch; the rest goes first on the next pass
+  Failed,     // nothing delivered: the batch is kept and sent again
+  Fatal,      // the channel is gone and the worker ends
+};
 
 // The fatal exits: the channel is gone, so the reader is released and the local client told.
 void fatalExit(ServiceState& s, const char* text) {
@@ -49,6 +54,40 @@ std::string closedBatch(const std::string& batch, bool dropAlways) {
   if (!text.empty() && (dropAlways || text.back() == ',')) text.pop_back();
   text += "]}";
   return text;
+}
+
+bool batchHasContent(const ServiceState& s) {
+  return s.relayBatchReads != 0 || s.relayBatchHeartbeat != std::string::npos;
+}
+
+// A closed batch leaves relayBatch for relayInFlight, which the client takes in as many pieces
+// as its socket accepts; new records collect in the reopened batch behind it meanwhile.
+SendResult sendTcpIp(ServiceState& s) {
+  for (;;) {
+    if (s.relayInFlight.empty()) {
+      if (!batchHasContent(s)) return SendResult::Delivered;
+      s.relayInFlight = closedBatch(s.relayBatch, true);
+      s.relayInFlightSent = 0;
+      s.relayInFlightReads = s.relayBatchReads;
+      openRelayBatch();
+    }
+    const size_t left = s.relayInFlight.size() - s.relayInFlightSent;
+    const long n = s.tcpServer->send(s.relayInFlight.data() + s.relayInFlightSent, left);
+    if (n < 0) {
+      if (errno == EAGAIN || errno == EWOULDBLOCK) return SendResult::Failed;
+      Logger::log(6, "Tagrelay: TCP/IP Client closed connection.\n");
+      s.tcpServer->closeClient();
+      // At least once: the next client gets this batch whole, never the piece that is left.
+      s.relayInFlightSent = 0;
+      return SendResult::Failed;
+    }
+    s.relayInFlightSent += static_cast<size_t>(n);
+    if (s.relayInFlightSent < s.relayInFlight.size()) return SendResult::Partial;
+    s.readLedger.delivered(s.relayInFlightReads);
+    s.relayInFlight.clear();
+    s.relayInFlightSent = 0;
+    s.relayInFlightReads = 0;
+  }
 }
 
 SendResult send(ServiceState& s) {
@@ -86,19 +125,12 @@ SendResult send(ServiceState& s) {
       }
       return SendResult::Delivered;
     }
-    case RelayMode::TcpIp: {
+    case RelayMode::TcpIp:
       if (s.tcpServer == nullptr) {
         fatalExit(s, "Tagrelay: TCP/IP handle not available.. exiting thread\n");
         return SendResult::Fatal;
       }
-      std::string text = closedBatch(s.relayBatch, true);
-      if (s.tcpServer->send(text.c_str()) >= 0) return SendResult::Delivered;
-      if (errno != EAGAIN) {
-        Logger::log(6, "Tagrelay: TCP/IP Client closed connection.\n");
-        s.tcpServer->closeClient();
-      }
-      return SendResult::Failed;
-    }
+      return sendTcpIp(s);
     case RelayMode::UsbDrive: {
       std::string text = s.relayBatch;
       if (usbDriveWrite(text.data()) >= 0) return SendResult::Delivered;
@@ -114,8 +146,14 @@ bool heartbeatDue(const ServiceState& s, int64_t now) {
   return s.relayConfig.HeartbeatEnabled && now - s.lastHeartbeat >= s.relayConfig.HeartBeatPeriod;
 }
 
+// An undelivered batch keeps only its newest heartbeat, so that a long outage cannot grow it
+// by one record per pass.
 void addHeartbeat(ServiceState& s, int64_t now) {
+  if (s.relayBatchHeartbeat != std::string::npos) {
+    s.relayBatch.erase(s.relayBatchHeartbeat, s.heartbeatRecord.size());
+  }
   buildHeartbeatRecord(s.heartbeatRecord, s.relayConfig.TagMetaData);
+  s.relayBatchHeartbeat = s.relayBatch.size();
   s.relayBatch += s.heartbeatRecord;
   s.lastHeartbeat = now;
 }
@@ -127,8 +165,10 @@ bool takeRecords(ServiceState& s) {
     std::lock_guard<std::mutex> outer(s.relayPendingOuterLock);
     std::lock_guard<std::mutex> inner(s.relayPendingInnerLock);
     s.relayBatch += s.relayPending;
+    s.relayBatchReads += s.relayPendingReads;
     s.relayPending.clear();
     s.relayPendingLength = 0;
+    s.relayPendingReads = 0;
     s.relayRecordsReady = false;
   }
   if (s.inventoryPausedForBuffer) {
@@ -213,10 +253,17 @@ void* relayWorker(void*) {
     if (sendNow) {
       switch (send(s)) {
         case SendResult::Delivered:
-          openRelayBatch();
+          if (s.relayConfig.relayMode != static_cast<int32_t>(RelayMode::TcpIp)) {
+            s.readLedger.delivered(s.relayBatchReads);
+            openRelayBatch();
+          }
           resend = false;
           break;
+        case SendResult::Partial:
+          resend = true;
+          break;
         case SendResult::Failed:
+          s.readLedger.deliveryFailed();
           resend = true;
           break;
         case SendResult::Fatal:

@@ -90,23 +90,18 @@ int32_t startSerialPush(bool reread) {
   if (code != 0) return code;
 
   const ReaderHandle handle = s.readerHandle;
-  ReaderTagData* tag = RFID_AllocateTag(handle);
   prepareReader(handle);
   if (applyPreFilters(handle) == -1) Logger::log(3, "Tagrelay: Failed to Apply Prefilter\n");
   if (s.inventoryControl.StartDelay != 0) {
     platform::sleepSeconds(s.inventoryControl.StartDelay / 1000.0);
   }
   // Reads still buffered from before belong to no mode: they are thrown away.
-  if (tag != nullptr) {
-    while (RFID_GetReadTag(handle, tag) == RFID_API_SUCCESS) {
-    }
-  }
+  discardBufferedReads(handle, DiscardReason::Stale);
   if (RFID_PerformInventory(handle, nullptr, nullptr, &s.inventoryControl.TriggerRecord,
                             nullptr) != RFID_API_SUCCESS) {
     Logger::log(7, "inventory start refused\n");
   }
   s.serialPushActive = true;
-  if (tag != nullptr) RFID_DeallocateTag(handle, tag);
   consolePrint(L"\n Inventory started on Serial Port\r\n");
   return 0;
 }

@@ -7,8 +7,10 @@
 #include <sys/eventfd.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -68,6 +70,10 @@ void* dataChannelThread(void*) {
       fatalError("ERROR on accept");
     }
     Logger::log(6, "Data Channel: Got New Connection\n");
+    timeval limit{};
+    limit.tv_sec = kDataChannelSendTimeoutMs / 1000;
+    limit.tv_usec = (kDataChannelSendTimeoutMs % 1000) * 1000;
+    (void)setsockopt(client, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
     int previous = s.dataChannelClientFd.exchange(client);
     if (previous > 0) close(previous);
   }
@@ -95,7 +101,18 @@ void stopDataChannel() {
 int dataChannelWrite(const char* data, size_t length) {
   int fd = serviceState.dataChannelClientFd.load();
   if (fd == -1) return -1;
-  return static_cast<int>(send(fd, data, length, MSG_NOSIGNAL));
+  const ssize_t n = send(fd, data, length, MSG_NOSIGNAL);
+  const bool stalled = (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) ||
+                       (n >= 0 && static_cast<size_t>(n) < length);
+  if (stalled) {
+    // Only the writer that still finds this client closes it; a newer client stays.
+    int expected = fd;
+    if (serviceState.dataChannelClientFd.compare_exchange_strong(expected, -1)) {
+      Logger::log(6, "Data Channel: client takes no data, closing it\n");
+      close(fd);
+    }
+  }
+  return static_cast<int>(n);
 }
 
 int dataChannelNotify(const char* text) { return dataChannelWrite(text, std::strlen(text) + 1); }

@@ -14,7 +14,11 @@ void* dataChannelThread(void* unused);
 void stopDataChannel();
 // Writes a notification with its terminating zero byte to the current client; bytes sent or -1.
 int dataChannelNotify(const char* text);
-// Writes bytes as they are (no terminating zero) to the current client; bytes sent or -1.
+// A client that takes nothing for this long is closed, so that it cannot hold up the reads.
+inline constexpr int kDataChannelSendTimeoutMs = 1000;
+
+// Writes bytes as they are (no terminating zero) to the current client; bytes sent or -1. A
+// client that has not taken them within kDataChannelSendTimeoutMs is closed.
 int dataChannelWrite(const char* data, size_t length);
 // Prints "text: <system error>" on stderr and ends the process with status 1.
 [[noreturn]] void fatalError(const char* text);

@@ -71,9 +71,9 @@ int TcpServer::accept() {
   return clientSocket_;
 }
 
-int TcpServer::send(const char* text) {
+long TcpServer::send(const char* data, size_t length) {
   if (!checkInitialised()) return -1;
-  return static_cast<int>(::send(clientSocket_, text, std::strlen(text), 0));
+  return static_cast<long>(::send(clientSocket_, data, length, MSG_NOSIGNAL | MSG_DONTWAIT));
 }
 
 void TcpServer::closeClient() {

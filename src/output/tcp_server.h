@@ -22,8 +22,9 @@ class TcpServer {
   [[nodiscard]] int listen();
   // Waits for a client and keeps it; the client socket or -1.
   [[nodiscard]] int accept();
-  // One send of the whole text to the client; the send's result (bytes or -1 with errno).
-  [[nodiscard]] int send(const char* text);
+  // One send of up to `length` bytes to the client that never waits; the bytes the socket took,
+  // or -1 with errno (EAGAIN: it takes nothing now).
+  [[nodiscard]] long send(const char* data, size_t length);
   // Closes the client socket, if any.
   void closeClient();
   // Closes the listener and forgets the port.

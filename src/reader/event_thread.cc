@@ -21,7 +21,7 @@ constexpr const wchar_t* kGpiStateNames[3] = {L"LOW", L"HIGH", L"UNKNOWN"};
 constexpr int kReconnectAttempts = 10;
 constexpr double kReconnectPauseSeconds = 5.0;
 
-// Takes every buffered read out of the library; hands each to processTagRead or drops it.
+// Takes every buffered read out of the library; hands each to processTagRead or discards it.
 void drainTags(ReaderHandle handle, bool process, const wchar_t* trace) {
   ReaderTagData* tag = RFID_AllocateTag(handle);
   if (tag == nullptr) {
@@ -29,10 +29,31 @@ void drainTags(ReaderHandle handle, bool process, const wchar_t* trace) {
     return;
   }
   if (trace != nullptr) consolePrint(trace);
+  uint64_t dropped = 0;
   while (RFID_GetReadTag(handle, tag) == RFID_API_SUCCESS) {
-    if (process) processTagRead(tag);
+    if (process) {
+      processTagRead(tag);
+    } else {
+      ++dropped;
+    }
   }
   RFID_DeallocateTag(handle, tag);
+  if (dropped != 0) serviceState.readLedger.takenAndDiscarded(DiscardReason::BufferFull, dropped);
+}
+
+// Reads the library dropped itself never reach a drain; its buffer event says how many.
+void countLibraryDiscards(ReaderHandle handle, uint32_t eventCode) {
+  ServiceState& s = serviceState;
+  BufferEventData data{};
+  if (RFID_GetEventData(handle, eventCode, &data) != RFID_API_SUCCESS) return;
+  if (handle != s.apiDiscardHandle) {
+    s.apiDiscardHandle = handle;
+    s.apiDiscardSeen = 0;
+  }
+  if (data.discarded > s.apiDiscardSeen) {
+    s.readLedger.takenAndDiscarded(DiscardReason::ReaderApi, data.discarded - s.apiDiscardSeen);
+    s.apiDiscardSeen = data.discarded;
+  }
 }
 
 void notify(const char* text) {
@@ -54,6 +75,7 @@ void handleDisconnection(ReaderHandle handle) {
       // A disconnect command or a shutdown during the retries ends them.
       if (s.disconnectRequested || s.eventThreadStop) break;
       if (RFID_Reconnect(handle) == RFID_API_SUCCESS) {
+        s.readLedger.readerReconnected();
         Logger::log(6, "Re-Connected with LLRP\n");
         return;
       }
@@ -67,6 +89,15 @@ void handleDisconnection(ReaderHandle handle) {
 }
 
 }  // namespace
+
+void discardBufferedReads(ReaderHandle handle, DiscardReason why) {
+  ReaderTagData* tag = RFID_AllocateTag(handle);
+  if (tag == nullptr) return;
+  uint64_t dropped = 0;
+  while (RFID_GetReadTag(handle, tag) == RFID_API_SUCCESS) ++dropped;
+  RFID_DeallocateTag(handle, tag);
+  if (dropped != 0) serviceState.readLedger.takenAndDiscarded(why, dropped);
+}
 
 void startEventThread(ReaderHandle handle) {
   ServiceState& s = serviceState;
@@ -138,9 +169,11 @@ void handleReaderEvent(ReaderHandle handle, uint32_t eventCode) {
       drainTags(handle, true, nullptr);
       break;
     case BUFFER_FULL_WARNING_EVENT:
+      countLibraryDiscards(handle, eventCode);
       drainTags(handle, false, L"SIGNALLED: BUFFER_FULL_WARNING_EVENT\n");
       break;
     case BUFFER_FULL_EVENT:
+      countLibraryDiscards(handle, eventCode);
       drainTags(handle, false, L"SIGNALLED: BUFFER_FULL_EVENT\n");
       break;
     case ANTENNA_EVENT:

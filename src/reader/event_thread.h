@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "reader/read_ledger.h"
 #include "readerapi/rfid_types.h"
 
 namespace tessera {
@@ -19,6 +20,8 @@ void onReaderEvent(ReaderHandle handle, uint32_t eventCode);
 void* ProcessRfidEventsThread(void* unused);
 // Acts on one event: drains tag reads, notifies the data channel, reconnects after a loss.
 void handleReaderEvent(ReaderHandle handle, uint32_t eventCode);
+// Takes every read the reader API holds and discards it, counted under `why`.
+void discardBufferedReads(ReaderHandle handle, DiscardReason why);
 // Sets eventThreadStop, wakes the thread, joins it and destroys eventSemaphore.
 void stopEventThread();
 

@@ -32,9 +32,12 @@ void handOverToRelay(const ReaderTagData& tag, const TagView& view) {
     std::lock_guard<std::mutex> inner(s.relayPendingInnerLock);
     s.relayPending.append(record, length);
     s.relayPendingLength = s.relayPending.size();
+    ++s.relayPendingReads;
+    s.readLedger.takenAndHeld(1);
     s.relayRecordsReady = true;
   }
   if (s.relayPendingLength >= kRelayBatchLimit && !s.inventoryPausedForBuffer) {
+    s.readLedger.inventoryPaused();
     Logger::log(6, "Tagrelay: Buffer is full, stoping Inventory.\n");
     RFID_StopInventory(s.readerHandle);
     s.inventoryPausedForBuffer = true;
@@ -52,10 +55,12 @@ void writeSerial(const ReaderTagData& tag, const TagView& view) {
   // itself; both end in the common failure below.
   int n = serialWrite(record);
   if (n < 0) {
+    s.readLedger.takenAndDiscarded(DiscardReason::SerialWrite, 1);
     Logger::log(6, "Failed to send data over serial port.");
     serialClose();
     return;
   }
+  s.readLedger.takenAndDelivered(1);
   switch (serialTxUpdate(s.serialTxFull, n)) {
     case SerialTxChange::BecameFull:
       Logger::log(6, "Serial Port Tx1: BUFFER data=%d%d\r\n", n, 1);
@@ -78,7 +83,13 @@ void writeTagDataLine(const ReaderTagData& tag, const TagView& view) {
                         view.epc, tag.antennaID, tag.PC, tag.peakRSSI);
   if (n < 0) return;
   size_t length = static_cast<size_t>(n) < sizeof line ? static_cast<size_t>(n) : sizeof line - 1;
-  if (serviceState.dataChannelClientFd > 0) dataChannelWrite(line, length + 1);
+  ServiceState& s = serviceState;
+  if (s.dataChannelClientFd > 0 &&
+      dataChannelWrite(line, length + 1) == static_cast<int>(length + 1)) {
+    s.readLedger.takenAndDelivered(1);
+  } else {
+    s.readLedger.takenAndDiscarded(DiscardReason::NoClient, 1);
+  }
 }
 
 }  // namespace
