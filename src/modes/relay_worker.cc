@@ -25,7 +25,8 @@ namespace {
 
 enum class SendResult {
   Delivered,  // the batch is out; for TCP/IP every closed batch was taken whole
-  Partial,    // TCP/IP: the client took part of a batch; the rest goes first on the next pass
+  Partial,    // TCP/IP: the client took part of a batch, or nothing yet; the rest goes first on
+              // the next pass
   Failed,     // nothing delivered: the batch is kept and sent again
   Fatal,      // the channel is gone and the worker ends
 };
@@ -74,7 +75,7 @@ SendResult sendTcpIp(ServiceState& s) {
     const size_t left = s.relayInFlight.size() - s.relayInFlightSent;
     const long n = s.tcpServer->send(s.relayInFlight.data() + s.relayInFlightSent, left);
     if (n < 0) {
-      if (errno == EAGAIN || errno == EWOULDBLOCK) return SendResult::Failed;
+      if (errno == EAGAIN || errno == EWOULDBLOCK) return SendResult::Partial;
       Logger::log(6, "Tagrelay: TCP/IP Client closed connection.\n");
       s.tcpServer->closeClient();
       // At least once: the next client gets this batch whole, never the piece that is left.
@@ -239,7 +240,8 @@ void* relayWorker(void*) {
     bool took = false;
     if (s.relayRecordsReady) {
       took = takeRecords(s);
-    } else if (!s.relayConfig.HeartbeatEnabled) {
+    } else if (!s.relayConfig.HeartbeatEnabled && !resend) {
+      // A batch still to be (re)sent is never left waiting for the next tag to pass.
       if (!waitForRecords(s)) break;
       took = takeRecords(s);
     }

@@ -765,6 +765,8 @@ void ReaderSession::receiveLoop(int fd) {
 
   while (!stopReceiving_) {
     if (holding_ && tags_.belowLowWater()) drainBacklog(events);
+    deliver(events);
+    events.clear();
     const auto now = Clock::now();
     bool watchdog;
     {
@@ -799,8 +801,6 @@ void ReaderSession::receiveLoop(int fd) {
       }
       const auto keepaliveDue = lastKeepalive_ + std::chrono::milliseconds(keepaliveMs_);
       if (!awaited && now < keepaliveDue) {
-        deliver(events);
-        events.clear();
         auto until = std::min(keepaliveDue, now + std::chrono::seconds(1));
         if (!stallWarned) until = std::min(until, progressAt + kStallLimit);
         (void)tags_.waitForRoom(until);

@@ -5,10 +5,11 @@ CRC-16, and a service wired to a simulator."""
 import os
 import pty
 import select
+import threading
 import time
 import tty
 
-from harness import Tessera
+from harness import Tessera, wait_until
 from simctl import Simulator
 
 
@@ -107,6 +108,29 @@ class SerialLine:
                     last = time.monotonic()
         return [l.decode("ascii", "replace") for l in self.buffer.split(b"\r\n")[:-1]]
 
+    def count_lines(self):
+        """Complete lines read so far by a thread that reads on without keeping them, for
+        streams too long to keep; the first call starts the thread."""
+        if not hasattr(self, "_counter"):
+            self.counted = 0
+            self._counter = threading.Thread(target=self._count, daemon=True)
+            self._counter.start()
+        return self.counted
+
+    def _count(self):
+        last = b""
+        while self.master is not None:
+            try:
+                if not select.select([self.master], [], [], 0.1)[0]:
+                    continue
+                chunk = os.read(self.master, 1 << 16)
+            except (OSError, TypeError, ValueError):
+                return
+            if not chunk:
+                return
+            self.counted += (last + chunk).count(b"\r\n")
+            last = chunk[-1:]
+
     def close_master(self):
         if self.master is not None:
             os.close(self.master)
@@ -117,6 +141,24 @@ class SerialLine:
         if self.slave is not None:
             os.close(self.slave)
             self.slave = None
+
+
+def settle(bench, received, timeout=60.0):
+    """Slows the simulator to a trickle and waits until what the peer received, what the
+    simulator sent and what the service counts as delivered meet. Returns (received, sent,
+    statistics); the ledger's identity is asserted on the way."""
+    assert bench.sim.control("rate 0.001").startswith("ok"), "the simulator refused the rate"
+    state = {}
+
+    def met():
+        stats = bench.tessera.statistics()
+        assert stats["reads_in"] == (stats["reads_out"] + stats["reads_pending"] +
+                                     stats["reads_discarded"]), stats
+        state.update(received=received(), sent=bench.sim.stats()["reads_sent"], stats=stats)
+        return state["received"] == state["sent"] == stats["reads_out"]
+
+    wait_until(met, timeout=timeout, interval=0.2)
+    return state["received"], state["sent"], state["stats"]
 
 
 class Bench:

@@ -145,6 +145,12 @@ class Tessera:
             s.sendall(text.encode() if isinstance(text, str) else text)
             return recv_until(s, b"\r\n\r\n", timeout)
 
+    def statistics(self):
+        """getStatistics as a dict of integers."""
+        reply = self.command("getStatistics").decode()
+        assert reply.endswith("\r\n\r\n"), reply
+        return {k: int(v) for k, v in (l.split("=") for l in reply.split("\r\n") if l)}
+
     def data_client(self):
         """A data channel client; the service notifies the newest one."""
         before = len(self.wait_for_line("Data Channel: Got New Connection", timeout=0) or [])

@@ -9,11 +9,12 @@ import shutil
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "peers"))
 
-from fixtures import Bench, write_config  # noqa: E402
+from fixtures import Bench, settle, write_config  # noqa: E402
 from harness import free_port, wait_until  # noqa: E402
 from relay_peers import connect_proxy, http_section, http_sink, posted_reports  # noqa: E402
 
@@ -141,6 +142,60 @@ class HttpPostTest(RelayHttpCase):
                               beat["isHeartBeat"]), ("********", "0", "0", "true"))
             self.assertRegex(beat["timeStamp"], STAMP)
         self.assertEqual(b.sim.stats()["reads_sent"], 0)
+
+
+class NoReadLostTest(RelayHttpCase):
+    """Counts, not timings: every read the simulator sent reaches the server, and the service's
+    own ledger agrees."""
+
+    def run_at_link_speed(self, sink, seconds=3, sim_args=("--tags", "200", "--rate", "0")):
+        b = self.bench(http_section("http://127.0.0.1:%d/fast" % sink.port, interval=0),
+                       sim_args=sim_args)
+        self.assertEqual(b.tessera.command(START), b"httppoststart:0\r\n\r\n")
+        self.assertTrue(wait_until(lambda: b.sim.stats()["reads_sent"] > 0, timeout=20))
+        return b
+
+    def assert_nothing_lost(self, b, sink):
+        received, sent, stats = settle(b, lambda: len(tag_reads(self.posted(sink))))
+        self.assertEqual(received, sent)
+        self.assertEqual(stats["reads_out"], sent)
+        self.assertEqual(stats["reads_discarded"], 0, stats)
+        self.assertNotIn("BUFFER_FULL", b.tessera.output())
+        return stats
+
+    def test_at_link_speed_with_a_data_channel_client_that_never_reads(self):
+        sink = self.sink()
+        b = self.run_at_link_speed(sink)
+        idle = b.tessera.data_client()  # connected, never read
+        self.addCleanup(idle.close)
+        time.sleep(3)
+        self.assertIn(b"InventoryRunning:Tagrelay", b.tessera.command("getInventoryStatus"))
+        self.assertGreater(self.assert_nothing_lost(b, sink)["reads_out"], 1000)
+
+    def test_a_server_that_answers_each_post_after_150_ms(self):
+        sink = self.sink("--delay", "0.15")
+        b = self.run_at_link_speed(sink)
+        time.sleep(3)
+        stats = self.assert_nothing_lost(b, sink)
+        # Each slow answer lets the batch pass 70 KiB: the inventory pauses instead of losing.
+        self.assertGreater(stats["inventory_pauses"], 0)
+        self.assertEqual(stats["reader_reconnects"], 0)
+
+    def test_the_reader_connection_cut_twice(self):
+        sink = self.sink()
+        b = self.run_at_link_speed(sink, sim_args=("--tags", "200", "--rate", "3000"))
+        for cut in (1, 2):
+            self.assertTrue(wait_until(lambda: b.sim.stats()["reads_sent"] >= 2000 * cut,
+                                       timeout=20))
+            self.assertEqual(b.sim.control("drop")[:2], "ok")
+            self.assertTrue(b.tessera.wait_for_line(r"Re-Connected with LLRP", count=cut,
+                                                    timeout=30))
+        stats = self.assert_nothing_lost(b, sink)
+        self.assertEqual(stats["reader_reconnects"], 2)
+        # No read arrives more often than the reader sent it.
+        reads = tag_reads(self.posted(sink))
+        keys = [(r["epc"], r["antennaPort"], r["timeStamp"], r["peakRssi"]) for r in reads]
+        self.assertEqual(len(set(keys)), len(keys), "a read arrived twice")
 
 
 def make_certificate(folder, name):

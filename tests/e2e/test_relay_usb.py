@@ -10,7 +10,7 @@ import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "peers"))
 
-from fixtures import Bench  # noqa: E402
+from fixtures import Bench, settle  # noqa: E402
 from harness import send_uevent, wait_until  # noqa: E402
 from relay_peers import ETHERNET_COMMANDS, HID_COMMANDS, VBUS, decode_hid  # noqa: E402
 
@@ -114,6 +114,32 @@ class UsbHidRelayTest(unittest.TestCase):
 
 class UsbDriveRelayTest(unittest.TestCase):
     OFFSET = -3 * 86400 - 7200  # the service's clock runs three days and two hours behind
+
+    def test_at_link_speed_every_read_reaches_the_drive(self):
+        config = key_value(33, "LF")
+        b = Bench(sim_args=("--tags", "200", "--rate", "0"), with_serial_line=False,
+                  relay=dict({"TagrelayMode": "4"}, **config["relay"]),
+                  data_format=config["data_format"])
+        self.addCleanup(b.close)
+        t = b.tessera
+        drive = t.path("/media/usbdrive")
+        os.makedirs(drive)
+        write(t.path("/proc/mounts"), OTHER_MOUNTS + MOUNT_LINE)
+        self.assertEqual(t.command("setup.operating_mode_Tagrelay=,5084 0 4 ,\r\n"),
+                         b"httppoststart:0\r\n\r\n")
+        time.sleep(2)
+
+        def lines():
+            count = 0
+            for n in os.listdir(drive):
+                with open(os.path.join(drive, n), "rb") as f:
+                    count += f.read().count(b"\n")
+            return count
+
+        received, sent, stats = settle(b, lines)
+        self.assertEqual(received, sent)
+        self.assertEqual(stats["reads_discarded"], 0, stats)
+        self.assertGreater(sent, 1000)
 
     def test_batches_go_to_a_file_named_by_the_service_clock_while_the_drive_is_mounted(self):
         config = key_value(33, "LF")

@@ -6,7 +6,7 @@ import socket
 import time
 import unittest
 
-from fixtures import Bench, SerialLine, crc_ok, write_config
+from fixtures import Bench, SerialLine, crc_ok, settle, write_config
 from harness import Tessera, free_port, recv_until, recv_zero_terminated, wait_until
 from simctl import Simulator
 
@@ -47,6 +47,17 @@ class SerialPushTest(unittest.TestCase):
         key = [(s[6:10], s[3:5], s[0:2], s[11:]) for s in stamps]
         self.assertEqual(key, sorted(key), "reads out of order")
         self.assertIn(b"InventoryRunning:PushData", b.tessera.command("getInventoryStatus"))
+
+    def test_at_link_speed_every_read_reaches_the_line(self):
+        b = self.bench(serial={}, sim_args=("--tags", "200", "--rate", "0"))
+        self.assertEqual(b.tessera.command(START), b"PushDataStart:0\r\n\r\n")
+        b.line.count_lines()
+        time.sleep(3)
+        # The header is a line of its own.
+        received, sent, stats = settle(b, lambda: b.line.count_lines() - 1)
+        self.assertEqual(received, sent)
+        self.assertEqual(stats["reads_discarded"], 0, stats)
+        self.assertGreater(sent, 1000)
 
     def test_tag_meta_data_zero_gives_the_default_fields(self):
         b = self.bench(serial={"TagMetaData": "0"})
@@ -184,6 +195,24 @@ class CommandSetTest(unittest.TestCase):
         self.assertEqual(self.t.command("setup.operating_mode=standby\r\n"), b"ok\r\n\r\n")
         rest = recv_zero_terminated(data, count=200, timeout=3)
         self.assertIn("INVENTORY_STOP_EVENT", rest + messages)
+
+    def test_a_data_channel_client_that_never_reads_cannot_stall_the_reads(self):
+        b = Bench(serial={}, sim_args=("--tags", "200", "--rate", "0"))
+        self.addCleanup(b.close)
+        t = b.tessera
+        idle = t.data_client()  # connected, never read
+        self.addCleanup(idle.close)
+        self.assertEqual(t.command("setup.connection_config=,5084 0 ,\r\n"), b"ok\r\n\r\n")
+        self.assertEqual(t.command("setup.operating_mode=active\r\n"), b"ok\r\n\r\n")
+        self.assertTrue(t.wait_for_line(r"^I-Data Channel: client takes no data, closing it$",
+                                        timeout=30))
+        # The reads go on (to no client now), and the command channel answers.
+        before = t.statistics()["reads_in"]
+        self.assertTrue(wait_until(lambda: t.statistics()["reads_in"] > before + 1000,
+                                   timeout=20))
+        stats = t.statistics()
+        self.assertGreater(stats["reads_discarded_no_client"], 0)
+        self.assertGreater(stats["reads_out"], 0)
 
     def test_disconnect_notifies_the_data_channel_and_disconnect2_does_not(self):
         data = self.t.data_client()

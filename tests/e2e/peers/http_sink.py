@@ -6,7 +6,7 @@ to the record file as one JSON line: {"request_line" (as received), "method", "p
 "headers" (name -> value), "body"}.
 Runs until killed.
 
-    http_sink.py --record FILE [--port N] [--status 200] [--cert PEM --key PEM]
+    http_sink.py --record FILE [--port N] [--status 200] [--delay S] [--cert PEM --key PEM]
 """
 
 import argparse
@@ -15,6 +15,7 @@ import json
 import ssl
 import sys
 import threading
+import time
 
 
 def main():
@@ -22,6 +23,7 @@ def main():
     parser.add_argument("--record", required=True)
     parser.add_argument("--port", type=int, default=0)
     parser.add_argument("--status", type=int, default=200)
+    parser.add_argument("--delay", type=float, default=0.0, help="seconds before each answer")
     parser.add_argument("--cert")
     parser.add_argument("--key")
     args = parser.parse_args()
@@ -39,6 +41,8 @@ def main():
             with lock, open(args.record, "a", encoding="utf-8") as out:
                 out.write(json.dumps(entry) + "\n")
             answer = b'{"status":"recorded"}'
+            if args.delay > 0:
+                time.sleep(args.delay)
             self.send_response(args.status)
             self.send_header("Content-Type", "application/json")
             self.send_header("Content-Length", str(len(answer)))

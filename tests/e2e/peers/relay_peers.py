@@ -90,11 +90,13 @@ class ReportStream:
     """A client of the relay's TCP/IP server. Collects the stream on a thread; reports() splits it
     into the JSON reports sent so far and fails on anything that is not one."""
 
-    def __init__(self, port, timeout=10.0):
+    def __init__(self, port, timeout=10.0, chunk=1 << 16, pause=0.0):
         self.sock = socket.create_connection(("127.0.0.1", port), timeout=timeout)
         self.sock.settimeout(None)
-        self.data = b""
+        self.chunk, self.pause = chunk, pause  # a slow client reads `chunk` bytes per `pause`
+        self.data = bytearray()
         self.closed = False
+        self._texts, self._tail, self._taken = [], "", 0  # parsed so far, by texts()
         self._lock = threading.Lock()
         self._thread = threading.Thread(target=self._read, daemon=True)
         self._thread.start()
@@ -102,9 +104,11 @@ class ReportStream:
     def _read(self):
         while True:
             try:
-                chunk = self.sock.recv(1 << 16)
+                chunk = self.sock.recv(self.chunk)
             except OSError:
                 chunk = b""
+            if self.pause:
+                time.sleep(self.pause)
             if not chunk:
                 with self._lock:
                     self.closed = True
@@ -113,19 +117,23 @@ class ReportStream:
                 self.data += chunk
 
     def texts(self):
-        """(complete report texts, trailing bytes not yet a complete report)."""
+        """(complete report texts, trailing bytes not yet a complete report). Parses only what
+        arrived since the last call, so that long streams stay cheap to follow."""
         with self._lock:
-            text = self.data.decode("utf-8")
+            new = bytes(self.data[self._taken:])
+            self._taken = len(self.data)
+        text = self._tail + new.decode("utf-8")
         decoder = json.JSONDecoder()
-        texts, at = [], 0
+        at = 0
         while at < len(text):
             try:
                 _, end = decoder.raw_decode(text, at)
             except json.JSONDecodeError:
                 break
-            texts.append(text[at:end])
+            self._texts.append(text[at:end])
             at = end
-        return texts, text[at:]
+        self._tail = text[at:]
+        return list(self._texts), self._tail
 
     def reports(self):
         return [json.loads(t) for t in self.texts()[0]]
