@@ -568,6 +568,9 @@ RfidStatus ReaderSession::setupReader() {
 }
 
 // Reads every antenna's receiver and transmitter so that inventories carry the power in force.
+// An antenna the client set keeps the client's values: on a reconnect the reader may report
+// its defaults, having forgotten the last connection's settings, and restoreAfterReconnect()
+// sends the client's values back afterwards.
 RfidStatus ReaderSession::refreshAntennaConfigs() {
   llrp::GetReaderConfig get;
   get.antennaId = 0;
@@ -580,6 +583,7 @@ RfidStatus ReaderSession::refreshAntennaConfigs() {
   for (const auto& ac : r.antennaConfigurations) {
     if (ac.antennaId == 0 || ac.antennaId > antennas_.size()) continue;
     auto& a = antennas_[ac.antennaId - 1];
+    if (a.setByClient) continue;
     if (ac.rfReceiver) a.receiver = ac.rfReceiver;
     if (ac.rfTransmitter) a.transmitter = ac.rfTransmitter;
   }

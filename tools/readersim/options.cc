@@ -37,6 +37,11 @@ const char kUsage[] =
     "  --state FILE         saved configuration: loaded at start, written on the save request\n"
     "  --ready-file PATH    written with \"llrp=PORT control=PORT\" once listening\n"
     "  --verbose            log every LLRP message in and out on stderr, one line each\n"
+    "  --forget-config      forget the SET_READER_CONFIG values (antenna powers, receivers,\n"
+    "                       keepalive, events, report spec) at each new connection, as readers\n"
+    "                       that keep them for one connection do: a connection starts from the\n"
+    "                       configuration loaded at start or last saved; ROSpecs, antenna\n"
+    "                       cables and input levels stay\n"
     "  --help               this text\n"
     "Once listening it prints \"listening on HOST:PORT\" (and \"control on 127.0.0.1:PORT\").\n"
     "\n"
@@ -70,8 +75,9 @@ const char kUsage[] =
     "  observation (N tags, no new tag for T ms, N attempts), each with its time-out. An ROSpec\n"
     "  ends when its stop trigger fires or its last AISpec ends. One ROSpec is active at a time:\n"
     "  meanwhile the triggers of others are ignored and START_ROSPEC is refused. ROSpecs and\n"
-    "  settings outlive a connection and the radio keeps running without a client; what it\n"
-    "  reports meanwhile is dropped, or held for the next client when EventsAndReports asks.\n"
+    "  settings (unless --forget-config) outlive a connection and the radio keeps running\n"
+    "  without a client; what it reports meanwhile is dropped, or held for the next client\n"
+    "  when EventsAndReports asks.\n"
     "  A C1G2InventoryCommand replaces the antenna's filters (none given: no filter); its\n"
     "  C1G2RFControl and C1G2SingulationControl change only when given.\n"
     "\n"
@@ -160,6 +166,10 @@ int parseOptions(int argc, char** argv, Options& out, std::string& error) {
     }
     if (strcmp(opt, "--verbose") == 0 || strcmp(opt, "-v") == 0) {
       out.verbose = true;
+      continue;
+    }
+    if (strcmp(opt, "--forget-config") == 0) {
+      out.forgetConfig = true;
       continue;
     }
     if (i + 1 >= argc) {

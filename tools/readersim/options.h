@@ -36,6 +36,7 @@ struct Options {
   std::string stateFile;           // saved configuration, loaded at start
   std::string readyFile;           // written with "llrp=PORT control=PORT" once listening
   bool verbose = false;            // log every LLRP message in and out on stderr
+  bool forgetConfig = false;       // each connection starts from the start-up configuration
 };
 
 // Parses argv into out; 0 to run, 1 when --help was printed, -1 on a bad option (error says why).

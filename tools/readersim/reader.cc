@@ -40,8 +40,12 @@ Status messageCustoms(const std::vector<llrp::Custom>& customs, const char* wher
 
 Reader::Reader(const Options& options, Population population, ReaderConfig config, Stats& stats,
                int radioWakeFd)
-    : options_(options), radioWakeFd_(radioWakeFd), stats_(stats),
-      population_(std::move(population)), config_(std::move(config)),
+    : options_(options),
+      radioWakeFd_(radioWakeFd),
+      stats_(stats),
+      population_(std::move(population)),
+      config_(std::move(config)),
+      startConfig_(config_),
       engine_(options_, population_, config_, *this) {}
 
 Reader::~Reader() = default;
@@ -55,6 +59,11 @@ bool Reader::attach(Outbox* outbox) {
   {
     std::lock_guard<std::mutex> g(lock_);
     if (outbox_ != nullptr) return false;
+    if (options_.forgetConfig) {
+      config_ = keepPhysical(startConfig_);
+      ++configVersion_;
+      engine_.configChanged();
+    }
     outbox_ = outbox;
     warned_ = false;
     overflowed_ = false;
@@ -277,20 +286,23 @@ Status Reader::saveConfig() {
     return Status::error(kDeviceError, error);
   }
   logLine("configuration saved to %s", options_.stateFile.c_str());
+  startConfig_ = config_;  // what the reader would start with from now on
   return Status::ok();
+}
+
+ReaderConfig Reader::keepPhysical(ReaderConfig next) const {
+  // Cables and input levels are physical: no configuration change alters them.
+  next.antennaConnected = config_.antennaConnected;
+  for (size_t i = 0; i < next.gpis.size() && i < config_.gpis.size(); ++i) {
+    next.gpis[i].state = config_.gpis[i].state;
+  }
+  return next;
 }
 
 Status Reader::setReaderConfig(const llrp::SetReaderConfig& m) {
   Status st = messageCustoms(m.customs, "SET_READER_CONFIG");
   if (!st.isOk()) return st;
-  ReaderConfig next = m.resetToFactoryDefault ? factoryDefaults(options_) : config_;
-  if (m.resetToFactoryDefault) {
-    // Cables and input levels are physical: a factory reset does not change them.
-    next.antennaConnected = config_.antennaConnected;
-    for (size_t i = 0; i < next.gpis.size() && i < config_.gpis.size(); ++i) {
-      next.gpis[i].state = config_.gpis[i].state;
-    }
-  }
+  ReaderConfig next = m.resetToFactoryDefault ? keepPhysical(factoryDefaults(options_)) : config_;
   if (m.readerEventNotificationSpec) {
     for (const llrp::EventNotificationState& e : m.readerEventNotificationSpec->eventNotificationStates) {
       auto t = static_cast<uint16_t>(e.eventType);
