@@ -440,7 +440,6 @@ RfidStatus ReaderSession::establish() {
     replyError_.reset();
   }
   stopReceiving_ = false;
-  carry_ = CarryOver{};
   thread_ = std::thread([this, fd] { receiveLoop(fd); });
   st = setupReader();
   if (st != RFID_API_SUCCESS) {
@@ -866,14 +865,12 @@ void ReaderSession::handleReport(const llrp::ROAccessReport& report,
     const auto epc = llrp::epcBytes(r.epc);
     t.tagIDLength = static_cast<uint32_t>(std::min<size_t>({epc.size(), maxEpc, kMaxTagIdBytes}));
     std::memcpy(t.tagID, epc.data(), t.tagIDLength);
-    if (r.antennaId) carry_.antennaId = *r.antennaId;
-    if (r.peakRSSI) carry_.peakRssi = *r.peakRSSI;
-    if (r.channelIndex) carry_.channelIndex = *r.channelIndex;
-    if (r.c1g2PC) carry_.pc = *r.c1g2PC;
-    t.antennaID = carry_.antennaId;
-    t.peakRSSI = carry_.peakRssi;
-    t.channelIndex = carry_.channelIndex;
-    t.PC = carry_.pc;
+    // A field the reader left out reads as its fixed "not reported" value, never another
+    // read's (rfid_records.h says why these values).
+    t.antennaID = r.antennaId.value_or(kAntennaNotReported);
+    t.peakRSSI = r.peakRSSI.value_or(kRssiNotReported);
+    t.channelIndex = r.channelIndex.value_or(kChannelNotReported);
+    t.PC = r.c1g2PC.value_or(kPcNotReported);
     if (r.c1g2CRC) t.CRC = *r.c1g2CRC;
     t.tagSeenCount = r.tagSeenCount ? *r.tagSeenCount : 1;
     uint64_t when = r.firstSeenTimestampUTC  ? *r.firstSeenTimestampUTC

@@ -101,14 +101,6 @@ class ReaderSession {
     RfidEventContextCallback contextCallback = nullptr;
     void* context = nullptr;
   };
-  // Values of optional report fields that a reader may leave out when unchanged.
-  struct CarryOver {
-    uint16_t antennaId = 0;
-    int8_t peakRssi = 0;
-    uint16_t channelIndex = 0;
-    uint16_t pc = 0;
-  };
-
   // Connection (opLock_ held).
   RfidStatus establish();
   RfidStatus openSocket(int& fd);
@@ -198,7 +190,6 @@ class ReaderSession {
   TagBuffer tags_;
 
   std::atomic<bool> stopReceiving_{false};
-  CarryOver carry_;  // receive thread only
 };
 
 }  // namespace tessera::readerapi

@@ -42,6 +42,12 @@ const char kUsage[] =
     "                       that keep them for one connection do: a connection starts from the\n"
     "                       configuration loaded at start or last saved; ROSpecs, antenna\n"
     "                       cables and input levels stay\n"
+    "  --omit-field NAME[:P]\n"
+    "                       leave the field NAME out of each TagReportData with probability P\n"
+    "                       (default 1 = always) although the client asked for it; NAME one of\n"
+    "                       antenna, rssi, channel, pc, seencount, firstseen, lastseen; may be\n"
+    "                       repeated; the choice is seeded by --seed, and \"stats\" counts the\n"
+    "                       omissions as omitted_NAME\n"
     "  --help               this text\n"
     "Once listening it prints \"listening on HOST:PORT\" (and \"control on 127.0.0.1:PORT\").\n"
     "\n"
@@ -143,6 +149,25 @@ bool parsePowerTable(const char* text, Options& out) {
   return true;
 }
 
+// "NAME" or "NAME:PROBABILITY" with PROBABILITY in 0..1.
+bool parseOmitField(const char* text, Options& out) {
+  const char* colon = strchr(text, ':');
+  const size_t nameLength = colon != nullptr ? static_cast<size_t>(colon - text) : strlen(text);
+  double probability = 1.0;
+  if (colon != nullptr &&
+      (!parseDouble(colon + 1, probability) || probability < 0 || probability > 1)) {
+    return false;
+  }
+  for (size_t f = 0; f < kReportFieldCount; ++f) {
+    if (strlen(kReportFieldNames[f]) == nameLength &&
+        strncmp(kReportFieldNames[f], text, nameLength) == 0) {
+      out.omitProbability[f] = probability;
+      return true;
+    }
+  }
+  return false;
+}
+
 }  // namespace
 
 const char* usageText() { return kUsage; }
@@ -218,6 +243,8 @@ int parseOptions(int argc, char** argv, Options& out, std::string& error) {
       out.keepaliveMisses = static_cast<unsigned>(n);
     } else if (strcmp(opt, "--state") == 0) {
       out.stateFile = val;
+    } else if (strcmp(opt, "--omit-field") == 0) {
+      ok = parseOmitField(val, out);
     } else if (strcmp(opt, "--ready-file") == 0) {
       out.readyFile = val;
     } else {

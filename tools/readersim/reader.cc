@@ -242,6 +242,10 @@ void Reader::report(std::vector<TagRead>&& reads, const ContentSelector& content
     for (size_t i = at; i < end; ++i) {
       r.tagReportData.push_back(
           toTagReportData(reads[i], population_.tag(reads[i].tagIndex), content));
+      const uint32_t omitted = omitReportFields(options_, readsReported_++, r.tagReportData.back());
+      for (size_t f = 0; f < kReportFieldCount; ++f) {
+        if (omitted & (1u << f)) stats_.omitted[f]++;
+      }
     }
     uint32_t id = reportMessageId_ != 0 ? reportMessageId_ : nextMessageId();
     Deferred item;

@@ -111,6 +111,7 @@ class Reader : private EngineSink {
   bool overflowed_ = false;          // an overflow event was sent for this fill
   uint32_t reportMessageId_ = 0;     // GET_REPORT: ID the flushed reports carry (0 = new IDs)
   size_t reportsThisFlush_ = 0;
+  uint64_t readsReported_ = 0;  // TagReportData entries built, for --omit-field's choice
 };
 
 }  // namespace tessera::readersim
