@@ -865,6 +865,13 @@ void ReaderSession::handleReport(const llrp::ROAccessReport& report,
     const auto epc = llrp::epcBytes(r.epc);
     t.tagIDLength = static_cast<uint32_t>(std::min<size_t>({epc.size(), maxEpc, kMaxTagIdBytes}));
     std::memcpy(t.tagID, epc.data(), t.tagIDLength);
+    // Bits after an EPCData's bit count only pad its last byte; whatever the reader put there,
+    // they read as 0 so that one EPC always gives one text.
+    const auto* epcData = std::get_if<llrp::EPCData>(&r.epc);
+    if (epcData != nullptr && epcData->epc.bitCount % 8 != 0 && t.tagIDLength == epc.size() &&
+        t.tagIDLength > 0) {
+      t.tagID[t.tagIDLength - 1] &= static_cast<uint8_t>(0xFF << (8 - epcData->epc.bitCount % 8));
+    }
     // A field the reader left out reads as its fixed "not reported" value, never another
     // read's (rfid_records.h says why these values).
     t.antennaID = r.antennaId.value_or(kAntennaNotReported);

@@ -327,13 +327,14 @@ llrp::AntennaConfiguration fromAntennaSettings(const AntennaSettings& in) {
 llrp::TagReportData toTagReportData(const TagRead& read, const Tag& tag,
                                     const ContentSelector& c) {
   llrp::TagReportData d;
-  if (tag.epc.size() == 12) {
+  if (tag.epc.size() == 12 && tag.epcBits == 0) {
     llrp::EPC96 e;
     memcpy(e.epc.data(), tag.epc.data(), 12);
     d.epc = e;
   } else {
     llrp::EPCData e;
-    e.epc.bitCount = static_cast<uint16_t>(tag.epc.size() * 8);
+    // The padding bits after epcBits go out as the file gives them, like a sloppy reader's.
+    e.epc.bitCount = tag.epcBits != 0 ? tag.epcBits : static_cast<uint16_t>(tag.epc.size() * 8);
     e.epc.bytes = tag.epc;
     d.epc = std::move(e);
   }
