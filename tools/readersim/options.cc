@@ -50,7 +50,7 @@ const char kUsage[] =
     "                       (default 1 = always) although the client asked for it; NAME one of\n"
     "                       antenna, rssi, channel, pc, seencount, firstseen, lastseen; may be\n"
     "                       repeated; the choice is seeded by --seed, and \"stats\" counts the\n"
-    "                       omissions as omitted_NAME\n"
+    "                       omissions as omitted_NAME (once there is one)\n"
     "  --help               this text\n"
     "Once listening it prints \"listening on HOST:PORT\" (and \"control on 127.0.0.1:PORT\").\n"
     "\n"
