@@ -15,6 +15,10 @@ inline constexpr size_t kEpcTextCapacity = 2 * kMaxTagIdBytes;
 
 // Writes the EPC as two upper-case hex digits per byte, most significant first, NUL-terminated;
 // stops early rather than overflow `capacity` (which counts the NUL). The length written.
+// The serial, key=value and JSON records all print this text. An EPC whose bit count is not a
+// multiple of 8 (EPCData) prints as its whole bytes: the padding bits that end the last byte
+// print as 0 bits, which the reader API clears whatever the reader sent, so a 20-bit EPC
+// ABCDE prints "ABCDE0", and the text alone does not tell its bit count.
 inline size_t epcText(const ReaderTagData& tag, char* out, size_t capacity) {
   static constexpr char kDigits[] = "0123456789ABCDEF";
   if (capacity == 0) return 0;

@@ -460,7 +460,6 @@ RfidStatus ReaderSession::establish() {
     replyError_.reset();
   }
   stopReceiving_ = false;
-  carry_ = CarryOver{};
   thread_ = std::thread([this, fd] { receiveLoop(fd); });
   st = setupReader();
   if (st != RFID_API_SUCCESS) {
@@ -588,6 +587,9 @@ RfidStatus ReaderSession::setupReader() {
 }
 
 // Reads every antenna's receiver and transmitter so that inventories carry the power in force.
+// An antenna the client set keeps the client's values: on a reconnect the reader may report
+// its defaults, having forgotten the last connection's settings, and restoreAfterReconnect()
+// sends the client's values back afterwards.
 RfidStatus ReaderSession::refreshAntennaConfigs() {
   llrp::GetReaderConfig get;
   get.antennaId = 0;
@@ -600,6 +602,7 @@ RfidStatus ReaderSession::refreshAntennaConfigs() {
   for (const auto& ac : r.antennaConfigurations) {
     if (ac.antennaId == 0 || ac.antennaId > antennas_.size()) continue;
     auto& a = antennas_[ac.antennaId - 1];
+    if (a.setByClient) continue;
     if (ac.rfReceiver) a.receiver = ac.rfReceiver;
     if (ac.rfTransmitter) a.transmitter = ac.rfTransmitter;
   }
@@ -1016,14 +1019,19 @@ void ReaderSession::handleReport(const llrp::ROAccessReport& report,
     const auto epc = llrp::epcBytes(r.epc);
     t.tagIDLength = static_cast<uint32_t>(std::min<size_t>({epc.size(), maxEpc, kMaxTagIdBytes}));
     std::memcpy(t.tagID, epc.data(), t.tagIDLength);
-    if (r.antennaId) carry_.antennaId = *r.antennaId;
-    if (r.peakRSSI) carry_.peakRssi = *r.peakRSSI;
-    if (r.channelIndex) carry_.channelIndex = *r.channelIndex;
-    if (r.c1g2PC) carry_.pc = *r.c1g2PC;
-    t.antennaID = carry_.antennaId;
-    t.peakRSSI = carry_.peakRssi;
-    t.channelIndex = carry_.channelIndex;
-    t.PC = carry_.pc;
+    // Bits after an EPCData's bit count only pad its last byte; whatever the reader put there,
+    // they read as 0 so that one EPC always gives one text.
+    const auto* epcData = std::get_if<llrp::EPCData>(&r.epc);
+    if (epcData != nullptr && epcData->epc.bitCount % 8 != 0 && t.tagIDLength == epc.size() &&
+        t.tagIDLength > 0) {
+      t.tagID[t.tagIDLength - 1] &= static_cast<uint8_t>(0xFF << (8 - epcData->epc.bitCount % 8));
+    }
+    // A field the reader left out reads as its fixed "not reported" value, never another
+    // read's (rfid_records.h says why these values).
+    t.antennaID = r.antennaId.value_or(kAntennaNotReported);
+    t.peakRSSI = r.peakRSSI.value_or(kRssiNotReported);
+    t.channelIndex = r.channelIndex.value_or(kChannelNotReported);
+    t.PC = r.c1g2PC.value_or(kPcNotReported);
     if (r.c1g2CRC) t.CRC = *r.c1g2CRC;
     t.tagSeenCount = r.tagSeenCount ? *r.tagSeenCount : 1;
     uint64_t when = r.firstSeenTimestampUTC  ? *r.firstSeenTimestampUTC

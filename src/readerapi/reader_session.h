@@ -109,14 +109,6 @@ class ReaderSession {
     RfidEventContextCallback contextCallback = nullptr;
     void* context = nullptr;
   };
-  // Values of optional report fields that a reader may leave out when unchanged.
-  struct CarryOver {
-    uint16_t antennaId = 0;
-    int8_t peakRssi = 0;
-    uint16_t channelIndex = 0;
-    uint16_t pc = 0;
-  };
-
   // Connection (opLock_ held).
   RfidStatus establish();
   RfidStatus openSocket(int& fd);
@@ -224,7 +216,6 @@ class ReaderSession {
   bool holding_ = false;   // at the high-water mark until the level falls below the low-water
   bool dropping_ = false;  // the backlog is full and reads are being dropped
   std::chrono::steady_clock::time_point lastKeepalive_{};
-  CarryOver carry_;  // receive thread only
 };
 
 }  // namespace tessera::readerapi

@@ -25,6 +25,17 @@ inline constexpr uint32_t kMaxTagIdBytes = 62;
 // Tag event code of a plain read; its time is seenTime. Any other code takes tagEventTime.
 inline constexpr uint32_t kTagEventSeen = 6;
 
+// What a read holds for a field the reader left out of its TagReportData. Each read stands on
+// its own, so a missing field never shows another read's value. Antenna and channel numbers
+// start at 1 and a PC of 0 would announce an EPC of no words, so 0 stands out as "not sent";
+// the RSSI is the weakest signal, so that a threshold drops such a read instead of taking it
+// for a strong one.
+// A missing TagSeenCount reads as 1, a missing FirstSeen as LastSeen, then the arrival time.
+inline constexpr uint16_t kAntennaNotReported = 0;
+inline constexpr int8_t kRssiNotReported = -128;
+inline constexpr uint16_t kChannelNotReported = 0;
+inline constexpr uint16_t kPcNotReported = 0;
+
 // One tag read. The record owns its EPC: the bytes live inline in tagID, and tagIDLength says
 // how many are valid (users clamp it to kMaxTagIdBytes).
 struct ReaderTagData {

@@ -113,7 +113,9 @@ class AntennaCommandTest(unittest.TestCase):
         self.state.close()
         os.unlink(self.state.name)
         self.addCleanup(lambda: os.path.exists(self.state.name) and os.unlink(self.state.name))
-        self.sim = Simulator(("--tags", "5", "--rate", "20", "--state", self.state.name)).start()
+        # A reader that keeps SET_READER_CONFIG values for one connection only, as some do.
+        self.sim = Simulator(("--tags", "5", "--rate", "20", "--state", self.state.name,
+                              "--forget-config")).start()
         self.addCleanup(lambda: self.sim and self.sim.stop())
         self.t = Tessera(reader_port=self.sim.llrp_port)
         write_config(self.t.root, serial={})
@@ -178,12 +180,23 @@ class AntennaCommandTest(unittest.TestCase):
             "Error: AntennaInitData: Get Failed!!!!"))
         self.assertEqual(self.t.command("setup.get_antenna_config\r\n"), b"ok\r\n\r\n")
 
+    def test_powers_set_before_a_reconnect_are_in_force_after_it(self):
+        self.connect()
+        self.assertIn(",2 41,3 61,", self.result("setup.set_antenna_config=,2 41 0 ,3 61 0 ,\r\n"))
+        self.assertEqual(self.sim.control("drop")[:2], "ok")
+        self.assertTrue(self.t.wait_for_line("Re-Connected with LLRP", timeout=30),
+                        self.t.output()[-2000:])
+        self.assertRegex(self.sim.control("power"), r"^ok 1=\d+ 2=41 3=61 ")
+        self.assertRegex(self.result("setup.get_antenna_config=\r\n"),
+                         r"^AntennaData:1 \d+,2 41,3 61,")
+
     def test_a_persisted_power_survives_a_reader_restart(self):
         self.connect()
         self.result("setup.set_antenna_config=,2 17 1 ,\r\n")
         self.assertEqual(self.t.command("disconnect\r\n"), b"ok\r\n\r\n")
         self.sim.stop()
-        self.sim = Simulator(("--tags", "5", "--rate", "20", "--state", self.state.name)).start()
+        self.sim = Simulator(("--tags", "5", "--rate", "20", "--state", self.state.name,
+                              "--forget-config")).start()
         self.t.stop()
         self.t.close()
         self.t = Tessera(reader_port=self.sim.llrp_port)

@@ -3,6 +3,7 @@
 
 import os
 import socket
+import tempfile
 import time
 import unittest
 
@@ -22,6 +23,14 @@ class SerialPushTest(unittest.TestCase):
         b = Bench(**kwargs)
         self.addCleanup(b.close)
         return b
+
+    def epc_file(self, *epcs):
+        """A simulator --epc-file with these lines, removed after the test."""
+        fd, path = tempfile.mkstemp(prefix="tessera-epcs-")
+        with os.fdopen(fd, "w") as f:
+            f.write("\n".join(epcs) + "\n")
+        self.addCleanup(os.unlink, path)
+        return path
 
     def test_every_read_arrives_once_in_order_with_a_valid_crc(self):
         b = self.bench(serial={"TagMetaData": "45"})
@@ -60,35 +69,50 @@ class SerialPushTest(unittest.TestCase):
         self.assertGreater(sent, 1000)
 
     def test_tag_meta_data_zero_gives_the_default_fields(self):
-        b = self.bench(serial={"TagMetaData": "0"})
+        # A 96-bit EPC, and one of 20 bits whose padding bits the reader sent as ones: the
+        # padding prints as zero bits.
+        b = self.bench(sim_args=("--epc-file", self.epc_file("300833B2DDD9014000000001",
+                                                             "ABCDEF/20")),
+                       serial={"TagMetaData": "0"})
         self.assertEqual(b.tessera.command(START), b"PushDataStart:0\r\n\r\n")
-        lines = b.line.read_lines(count=6)
+        lines = b.line.read_lines(count=11)
         self.assertTrue(lines[0].startswith("EPC,PC,AntennaID,RSSI,SeenCount,<"), lines[0])
+        seen = set()
         for line in records(lines):
             self.assertTrue(crc_ok(line), line)
             fields = line.split(",")
             self.assertEqual(len(fields), 5, line)  # EPC, PC, antenna, seen count, CRC
-            self.assertEqual(fields[1], "3000")     # PC of a 96-bit EPC, in hex
+            seen.add((fields[0], fields[1]))       # the PC in hex: EPC length in words << 11
+        self.assertEqual(seen, {("300833B2DDD9014000000001", "3000"), ("ABCDE0", "800")})
 
-    def test_every_field_and_the_phase(self):
-        b = self.bench(serial={"TagMetaData": "255"})
+    def test_every_field_and_the_phase_and_left_out_fields_read_as_their_defaults(self):
+        # The reader leaves fields out of some reads; each such read must show the field's
+        # default, never the value of the read before it.
+        omit = [a for name in ("pc", "antenna", "rssi", "channel")
+                for a in ("--omit-field", name + ":0.3")]
+        b = self.bench(sim_args=["--tags", "20", "--rate", "200"] + omit,
+                       serial={"TagMetaData": "255"})
         self.assertEqual(b.tessera.command(START), b"PushDataStart:0\r\n\r\n")
-        lines = b.line.read_lines(count=4)
+        lines = b.line.read_lines(count=41, timeout=20)
         self.assertTrue(lines[0].startswith(
             "EPC,PC,AntennaID,RSSI,SeenCount,TimeStamp,Phase,ChannelIndex,<"), lines[0])
-        for line in records(lines):
-            fields = line.split(",")
-            self.assertEqual(len(fields), 9, line)
+        self.assertEqual(b.tessera.command("setup.operating_mode=standby\r\n"), b"ok\r\n\r\n")
+        rows = [l.split(",") for l in records(b.line.read_lines(timeout=15, quiet=2.5))]
+        stats = b.sim.stats()
+        self.assertEqual(len(rows), stats["reads_sent"])
+        for fields in rows:
+            self.assertEqual(len(fields), 9, fields)
             self.assertRegex(fields[6], r"^-?\d+\.\d\d$")
+        for column, name, default in ((1, "pc", "0"), (2, "antenna", "0"), (3, "rssi", "-128"),
+                                      (7, "channel", "0")):
+            self.assertGreater(stats.get("omitted_" + name, 0), 0, name)
+            self.assertEqual(sum(f[column] == default for f in rows), stats["omitted_" + name],
+                             name)
 
     def test_pre_filters_of_the_relay_section_reduce_what_arrives(self):
-        sim_epcs = ["E2801160600002054CD6F1A4", "E2801160600002054CD6F1A5",
-                    "300833B2DDD9014000000001", "300833B2DDD9014000000002"]
-        root_file = os.path.join(os.environ.get("TMPDIR", "/tmp"), "tessera-epcs-%d" % os.getpid())
-        with open(root_file, "w") as f:
-            f.write("\n".join(sim_epcs) + "\n")
-        self.addCleanup(os.unlink, root_file)
-        b = self.bench(sim_args=("--epc-file", root_file, "--rate", "200"), serial={},
+        epc_file = self.epc_file("E2801160600002054CD6F1A4", "E2801160600002054CD6F1A5",
+                                 "300833B2DDD9014000000001", "300833B2DDD9014000000002")
+        b = self.bench(sim_args=("--epc-file", epc_file, "--rate", "200"), serial={},
                        relay={"PreFilterMode": "1", "PreFilters": "E280*"})
         self.assertEqual(b.tessera.command(START), b"PushDataStart:0\r\n\r\n")
         lines = b.line.read_lines(count=21)

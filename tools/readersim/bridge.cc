@@ -327,13 +327,14 @@ llrp::AntennaConfiguration fromAntennaSettings(const AntennaSettings& in) {
 llrp::TagReportData toTagReportData(const TagRead& read, const Tag& tag,
                                     const ContentSelector& c) {
   llrp::TagReportData d;
-  if (tag.epc.size() == 12) {
+  if (tag.epc.size() == 12 && tag.epcBits == 0) {
     llrp::EPC96 e;
     memcpy(e.epc.data(), tag.epc.data(), 12);
     d.epc = e;
   } else {
     llrp::EPCData e;
-    e.epc.bitCount = static_cast<uint16_t>(tag.epc.size() * 8);
+    // The padding bits after epcBits go out as the file gives them, like a sloppy reader's.
+    e.epc.bitCount = tag.epcBits != 0 ? tag.epcBits : static_cast<uint16_t>(tag.epc.size() * 8);
     e.epc.bytes = tag.epc;
     d.epc = std::move(e);
   }
@@ -358,6 +359,30 @@ llrp::TagReportData toTagReportData(const TagRead& read, const Tag& tag,
     d.customs.push_back(std::move(phase));
   }
   return d;
+}
+
+uint32_t omitReportFields(const Options& options, uint64_t readNo, llrp::TagReportData& d) {
+  uint32_t omitted = 0;
+  auto maybeDrop = [&](ReportField field, auto& value) {
+    const auto f = static_cast<size_t>(field);
+    const double p = options.omitProbability[f];
+    if (p <= 0 || !value) return;
+    // 53 bits of a hash of seed, read and field as a uniform number in [0, 1).
+    const double u =
+        static_cast<double>(mix64(options.seed ^ (readNo * kReportFieldCount + f)) >> 11) *
+        0x1.0p-53;
+    if (u >= p) return;
+    value.reset();
+    omitted |= 1u << f;
+  };
+  maybeDrop(ReportField::kAntenna, d.antennaId);
+  maybeDrop(ReportField::kRssi, d.peakRSSI);
+  maybeDrop(ReportField::kChannel, d.channelIndex);
+  maybeDrop(ReportField::kPc, d.c1g2PC);
+  maybeDrop(ReportField::kSeenCount, d.tagSeenCount);
+  maybeDrop(ReportField::kFirstSeen, d.firstSeenTimestampUTC);
+  maybeDrop(ReportField::kLastSeen, d.lastSeenTimestampUTC);
+  return omitted;
 }
 
 llrp::LLRPStatus toLlrpStatus(const Status& status) {

@@ -4,6 +4,7 @@
 
 #include "llrp/records.h"
 #include "model.h"
+#include "options.h"
 #include "population.h"
 
 namespace tessera::readersim {
@@ -25,6 +26,9 @@ llrp::AntennaConfiguration fromAntennaSettings(const AntennaSettings& in);
 // One read as TagReportData with the fields the selector enables (EPC always).
 llrp::TagReportData toTagReportData(const TagRead& read, const Tag& tag,
                                     const ContentSelector& content);
+// Leaves out the fields that --omit-field picks for read number readNo (the choice depends on
+// the seed and readNo only); bit f of the result is set when ReportField f was left out.
+uint32_t omitReportFields(const Options& options, uint64_t readNo, llrp::TagReportData& data);
 // A status as LLRPStatus.
 llrp::LLRPStatus toLlrpStatus(const Status& status);
 // Error for Custom parameters a client sent (the reader supports none in requests).

@@ -28,6 +28,9 @@ const char kUsage[] =
     "  --tags N             random EPC-96 tags (default 100)\n"
     "  --seed S             seed of the tag population and RF model (default 20240611)\n"
     "  --epc-file FILE      one hex EPC per line (any even number of digits, 4..124);\n"
+    "                       HEX/BITS gives the EPC's length in bits when it does not fill\n"
+    "                       the last byte (e.g. ABCDEF/20: sent as EPCData of 20 bits, the\n"
+    "                       last 4 bits, here F, as padding);\n"
     "                       blank lines and lines starting with # are skipped\n"
     "  --rate R             tag reads per second over all antennas of the running AISpec\n"
     "                       (default 200; 0 = as fast as the client takes them)\n"
@@ -37,6 +40,17 @@ const char kUsage[] =
     "  --state FILE         saved configuration: loaded at start, written on the save request\n"
     "  --ready-file PATH    written with \"llrp=PORT control=PORT\" once listening\n"
     "  --verbose            log every LLRP message in and out on stderr, one line each\n"
+    "  --forget-config      forget the SET_READER_CONFIG values (antenna powers and receivers,\n"
+    "                       KeepaliveSpec, ReaderEventNotificationSpec, ROReportSpec) at each\n"
+    "                       new connection, as readers that keep them for one connection do:\n"
+    "                       a connection starts from the configuration loaded at start or last\n"
+    "                       saved; ROSpecs, antenna cables and input levels stay\n"
+    "  --omit-field NAME[:P]\n"
+    "                       leave the field NAME out of each TagReportData with probability P\n"
+    "                       (default 1 = always) although the client asked for it; NAME one of\n"
+    "                       antenna, rssi, channel, pc, seencount, firstseen, lastseen; may be\n"
+    "                       repeated; the choice is seeded by --seed, and \"stats\" counts the\n"
+    "                       omissions as omitted_NAME (once there is one)\n"
     "  --help               this text\n"
     "Once listening it prints \"listening on HOST:PORT\" (and \"control on 127.0.0.1:PORT\").\n"
     "\n"
@@ -70,8 +84,9 @@ const char kUsage[] =
     "  observation (N tags, no new tag for T ms, N attempts), each with its time-out. An ROSpec\n"
     "  ends when its stop trigger fires or its last AISpec ends. One ROSpec is active at a time:\n"
     "  meanwhile the triggers of others are ignored and START_ROSPEC is refused. ROSpecs and\n"
-    "  settings outlive a connection and the radio keeps running without a client; what it\n"
-    "  reports meanwhile is dropped, or held for the next client when EventsAndReports asks.\n"
+    "  settings (unless --forget-config) outlive a connection and the radio keeps running\n"
+    "  without a client; what it reports meanwhile is dropped, or held for the next client\n"
+    "  when EventsAndReports asks.\n"
     "  A C1G2InventoryCommand replaces the antenna's filters (none given: no filter); its\n"
     "  C1G2RFControl and C1G2SingulationControl change only when given.\n"
     "\n"
@@ -137,6 +152,25 @@ bool parsePowerTable(const char* text, Options& out) {
   return true;
 }
 
+// "NAME" or "NAME:PROBABILITY" with PROBABILITY in 0..1.
+bool parseOmitField(const char* text, Options& out) {
+  const char* colon = strchr(text, ':');
+  const size_t nameLength = colon != nullptr ? static_cast<size_t>(colon - text) : strlen(text);
+  double probability = 1.0;
+  if (colon != nullptr &&
+      (!parseDouble(colon + 1, probability) || probability < 0 || probability > 1)) {
+    return false;
+  }
+  for (size_t f = 0; f < kReportFieldCount; ++f) {
+    if (strlen(kReportFieldNames[f]) == nameLength &&
+        strncmp(kReportFieldNames[f], text, nameLength) == 0) {
+      out.omitProbability[f] = probability;
+      return true;
+    }
+  }
+  return false;
+}
+
 }  // namespace
 
 const char* usageText() { return kUsage; }
@@ -160,6 +194,10 @@ int parseOptions(int argc, char** argv, Options& out, std::string& error) {
     }
     if (strcmp(opt, "--verbose") == 0 || strcmp(opt, "-v") == 0) {
       out.verbose = true;
+      continue;
+    }
+    if (strcmp(opt, "--forget-config") == 0) {
+      out.forgetConfig = true;
       continue;
     }
     if (i + 1 >= argc) {
@@ -208,6 +246,8 @@ int parseOptions(int argc, char** argv, Options& out, std::string& error) {
       out.keepaliveMisses = static_cast<unsigned>(n);
     } else if (strcmp(opt, "--state") == 0) {
       out.stateFile = val;
+    } else if (strcmp(opt, "--omit-field") == 0) {
+      ok = parseOmitField(val, out);
     } else if (strcmp(opt, "--ready-file") == 0) {
       out.readyFile = val;
     } else {

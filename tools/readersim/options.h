@@ -1,6 +1,7 @@
 // tools/readersim/options.h — the simulator's command line.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string>
 
@@ -16,6 +17,22 @@ inline constexpr uint32_t kPhaseSubtype = 1;
 inline constexpr uint8_t kSaveConfigSubtype = 1;
 // CUSTOM_MESSAGE subtype of the reply to it; data = one LLRPStatus parameter (TLV 287).
 inline constexpr uint8_t kSaveConfigReplySubtype = 2;
+
+// The optional TagReportData fields that --omit-field can leave out.
+enum class ReportField : uint8_t {
+  kAntenna,
+  kRssi,
+  kChannel,
+  kPc,
+  kSeenCount,
+  kFirstSeen,
+  kLastSeen,
+  kCount
+};
+inline constexpr size_t kReportFieldCount = static_cast<size_t>(ReportField::kCount);
+// Their names on the command line and in the "stats" line, in ReportField order.
+inline constexpr std::array<const char*, kReportFieldCount> kReportFieldNames = {
+    "antenna", "rssi", "channel", "pc", "seencount", "firstseen", "lastseen"};
 
 struct Options {
   std::string host = "127.0.0.1";  // LLRP listening address
@@ -36,6 +53,9 @@ struct Options {
   std::string stateFile;           // saved configuration, loaded at start
   std::string readyFile;           // written with "llrp=PORT control=PORT" once listening
   bool verbose = false;            // log every LLRP message in and out on stderr
+  bool forgetConfig = false;       // each connection starts from the start-up configuration
+  // Per ReportField: the chance that a read leaves the field out although the client asked.
+  std::array<double, kReportFieldCount> omitProbability{};
 };
 
 // Parses argv into out; 0 to run, 1 when --help was printed, -1 on a bad option (error says why).

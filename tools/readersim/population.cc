@@ -21,17 +21,31 @@ int hexValue(int c) {
   return -1;
 }
 
-// Trims blanks and parses a hex EPC line; 1 parsed, 0 skipped (blank/comment), -1 bad.
-int parseEpcLine(const char* line, std::vector<uint8_t>& epc) {
+// Trims blanks and parses a hex EPC line, "HEX" or "HEX/BITS"; 1 parsed, 0 skipped
+// (blank/comment), -1 bad.
+int parseEpcLine(const char* line, std::vector<uint8_t>& epc, uint16_t& bits) {
   const char* b = line;
   while (*b != '\0' && isspace(static_cast<unsigned char>(*b))) ++b;
   const char* e = b + strlen(b);
   while (e > b && isspace(static_cast<unsigned char>(e[-1]))) --e;
   if (e == b || *b == '#') return 0;
-  size_t digits = static_cast<size_t>(e - b);
+  const char* slash = static_cast<const char*>(memchr(b, '/', static_cast<size_t>(e - b)));
+  const char* hexEnd = slash != nullptr ? slash : e;
+  size_t digits = static_cast<size_t>(hexEnd - b);
   if (digits % 2 != 0 || digits < 4 || digits / 2 > kMaxEpcBytes) return -1;
+  bits = 0;
+  if (slash != nullptr) {
+    unsigned long n = 0;
+    for (const char* p = slash + 1; p < e; ++p) {
+      if (!isdigit(static_cast<unsigned char>(*p)) || n > 1000) return -1;
+      n = n * 10 + static_cast<unsigned long>(*p - '0');
+    }
+    // The bits fill the bytes but the last, and at least one bit of the last.
+    if (slash + 1 == e || (n + 7) / 8 != digits / 2) return -1;
+    bits = static_cast<uint16_t>(n);
+  }
   epc.clear();
-  for (const char* p = b; p < e; p += 2) {
+  for (const char* p = b; p < hexEnd; p += 2) {
     int hi = hexValue(p[0]), lo = hexValue(p[1]);
     if (hi < 0 || lo < 0) return -1;
     epc.push_back(static_cast<uint8_t>(hi << 4 | lo));
@@ -98,10 +112,10 @@ int Population::loadFile(const std::string& path, uint64_t seed, std::string& er
       break;
     }
     Tag t;
-    int r = parseEpcLine(line, t.epc);
+    int r = parseEpcLine(line, t.epc, t.epcBits);
     if (r < 0) {
       error = "EPC file line " + std::to_string(lineNo) +
-              ": expected an even number (4..124) of hex digits";
+              ": expected an even number (4..124) of hex digits, then optionally /BITS";
       rc = -1;
       break;
     }

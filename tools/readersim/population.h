@@ -10,6 +10,7 @@ namespace tessera::readersim {
 
 struct Tag {
   std::vector<uint8_t> epc;  // 2..62 bytes
+  uint16_t epcBits = 0;      // EPC length in bits when not all of epc's (sent as EPCData), or 0
   uint16_t pc = 0;           // length in words << 11, no UMI, no XPC
   uint16_t crc = 0;          // Gen2 CRC-16 over PC + EPC, as the tag backscatters it
   uint8_t tid[12] = {};      // E2801160 + 8 serial bytes

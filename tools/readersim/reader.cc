@@ -40,8 +40,12 @@ Status messageCustoms(const std::vector<llrp::Custom>& customs, const char* wher
 
 Reader::Reader(const Options& options, Population population, ReaderConfig config, Stats& stats,
                int radioWakeFd)
-    : options_(options), radioWakeFd_(radioWakeFd), stats_(stats),
-      population_(std::move(population)), config_(std::move(config)),
+    : options_(options),
+      radioWakeFd_(radioWakeFd),
+      stats_(stats),
+      population_(std::move(population)),
+      config_(std::move(config)),
+      startConfig_(config_),
       engine_(options_, population_, config_, *this) {}
 
 Reader::~Reader() = default;
@@ -55,6 +59,11 @@ bool Reader::attach(Outbox* outbox) {
   {
     std::lock_guard<std::mutex> g(lock_);
     if (outbox_ != nullptr) return false;
+    if (options_.forgetConfig) {
+      config_ = keepPhysical(startConfig_);
+      ++configVersion_;
+      engine_.configChanged();
+    }
     outbox_ = outbox;
     warned_ = false;
     overflowed_ = false;
@@ -233,6 +242,10 @@ void Reader::report(std::vector<TagRead>&& reads, const ContentSelector& content
     for (size_t i = at; i < end; ++i) {
       r.tagReportData.push_back(
           toTagReportData(reads[i], population_.tag(reads[i].tagIndex), content));
+      const uint32_t omitted = omitReportFields(options_, readsReported_++, r.tagReportData.back());
+      for (size_t f = 0; f < kReportFieldCount; ++f) {
+        if (omitted & (1u << f)) stats_.omitted[f]++;
+      }
     }
     uint32_t id = reportMessageId_ != 0 ? reportMessageId_ : nextMessageId();
     Deferred item;
@@ -277,20 +290,23 @@ Status Reader::saveConfig() {
     return Status::error(kDeviceError, error);
   }
   logLine("configuration saved to %s", options_.stateFile.c_str());
+  startConfig_ = config_;  // what the reader would start with from now on
   return Status::ok();
+}
+
+ReaderConfig Reader::keepPhysical(ReaderConfig next) const {
+  // Cables and input levels are physical: no configuration change alters them.
+  next.antennaConnected = config_.antennaConnected;
+  for (size_t i = 0; i < next.gpis.size() && i < config_.gpis.size(); ++i) {
+    next.gpis[i].state = config_.gpis[i].state;
+  }
+  return next;
 }
 
 Status Reader::setReaderConfig(const llrp::SetReaderConfig& m) {
   Status st = messageCustoms(m.customs, "SET_READER_CONFIG");
   if (!st.isOk()) return st;
-  ReaderConfig next = m.resetToFactoryDefault ? factoryDefaults(options_) : config_;
-  if (m.resetToFactoryDefault) {
-    // Cables and input levels are physical: a factory reset does not change them.
-    next.antennaConnected = config_.antennaConnected;
-    for (size_t i = 0; i < next.gpis.size() && i < config_.gpis.size(); ++i) {
-      next.gpis[i].state = config_.gpis[i].state;
-    }
-  }
+  ReaderConfig next = m.resetToFactoryDefault ? keepPhysical(factoryDefaults(options_)) : config_;
   if (m.readerEventNotificationSpec) {
     for (const llrp::EventNotificationState& e : m.readerEventNotificationSpec->eventNotificationStates) {
       auto t = static_cast<uint16_t>(e.eventType);

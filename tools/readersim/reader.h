@@ -85,6 +85,8 @@ class Reader : private EngineSink {
   void flushDeferred();
   void checkBufferLevel();
   llrp::ReaderEventNotificationData eventData();
+  // next with the cable and input levels of the configuration in force.
+  ReaderConfig keepPhysical(ReaderConfig next) const;
   Status setReaderConfig(const llrp::SetReaderConfig& m);
   Status getReaderConfig(const llrp::GetReaderConfig& m, llrp::GetReaderConfigResponse& r);
   Status saveConfig();
@@ -98,6 +100,7 @@ class Reader : private EngineSink {
   std::mutex lock_;  // guards every member below (and the engine's state)
   Population population_;
   ReaderConfig config_;
+  ReaderConfig startConfig_;  // loaded at start or last saved: where --forget-config goes back to
   Engine engine_;
   Outbox* outbox_ = nullptr;         // the attached connection's queue, or none
   std::unique_ptr<Outbox> offline_;  // events and reports held while no client is attached
@@ -108,6 +111,7 @@ class Reader : private EngineSink {
   bool overflowed_ = false;          // an overflow event was sent for this fill
   uint32_t reportMessageId_ = 0;     // GET_REPORT: ID the flushed reports carry (0 = new IDs)
   size_t reportsThisFlush_ = 0;
+  uint64_t readsReported_ = 0;  // TagReportData entries built, for --omit-field's choice
 };
 
 }  // namespace tessera::readersim

@@ -2,9 +2,12 @@
 // the session, radio and accept threads, read by the control thread.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <string>
+
+#include "options.h"
 
 namespace tessera::readersim {
 
@@ -27,6 +30,8 @@ struct Stats {
   std::atomic<uint64_t> keepaliveTimeouts{0};  // connections closed for missing ACKs
   std::atomic<uint64_t> configSaves{0};
   std::atomic<bool> clientConnected{false};
+  // Per ReportField: TagReportData entries sent without it by --omit-field.
+  std::array<std::atomic<uint64_t>, kReportFieldCount> omitted{};
 
   // "connections=1 reads_sent=10 ... client_connected=1".
   std::string line() const {
@@ -55,6 +60,10 @@ struct Stats {
     add("keepalive_timeouts", keepaliveTimeouts);
     add("config_saves", configSaves);
     add("client_connected", clientConnected ? 1 : 0);
+    for (size_t f = 0; f < kReportFieldCount; ++f) {
+      if (omitted[f] != 0)
+        add((std::string("omitted_") + kReportFieldNames[f]).c_str(), omitted[f]);
+    }
     return s;
   }
 };

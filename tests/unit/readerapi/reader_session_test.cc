@@ -292,6 +292,41 @@ TEST_F(ReaderApiTest, TagReadsCarryEpcAntennaRssiPhaseAndTime) {
   EXPECT_TRUE(rec_.phaseSeen);
 }
 
+// Each read stands alone: a field the reader left out reads as its "not reported" value, never
+// as the previous read's, so such values appear exactly as often as the reader left fields out.
+TEST_F(ReaderApiTest, AFieldTheReaderLeavesOutReadsAsItsDefault) {
+  ASSERT_TRUE(startSim({"--rate", "500", "--omit-field", "antenna:0.5", "--omit-field", "rssi:0.5",
+                        "--omit-field", "channel:0.5", "--omit-field", "pc:0.5"}));
+  open();
+  {
+    std::lock_guard g(rec_.lock);
+    rec_.drain = false;
+  }
+  TagStorageSettings s;
+  ASSERT_EQ(RFID_GetTagStorageSettings(handle_, &s), RFID_API_SUCCESS);
+  s.tagFields |= 0x1100;  // phase and channel, as the service asks
+  ASSERT_EQ(RFID_SetTagStorageSettings(handle_, &s), RFID_API_SUCCESS);
+  ASSERT_EQ(RFID_PerformInventory(handle_, nullptr, nullptr, nullptr, nullptr), RFID_API_SUCCESS);
+  ASSERT_TRUE(rec_.waitEvent(TAG_READ_EVENT, 40));
+  ASSERT_EQ(RFID_StopInventory(handle_), RFID_API_SUCCESS);
+  long reads = 0, antenna = 0, rssi = 0, channel = 0, pc = 0;
+  ReaderTagData t;
+  while (RFID_GetReadTag(handle_, &t) == RFID_API_SUCCESS) {
+    ++reads;
+    antenna += t.antennaID == kAntennaNotReported;
+    rssi += t.peakRSSI == kRssiNotReported;
+    channel += t.channelIndex == kChannelNotReported;
+    pc += t.PC == kPcNotReported;
+  }
+  EXPECT_EQ(reads, sim_.stat("reads_sent"));
+  EXPECT_GT(antenna, 0);
+  EXPECT_LT(antenna, reads);
+  EXPECT_EQ(antenna, sim_.stat("omitted_antenna"));
+  EXPECT_EQ(rssi, sim_.stat("omitted_rssi"));
+  EXPECT_EQ(channel, sim_.stat("omitted_channel"));
+  EXPECT_EQ(pc, sim_.stat("omitted_pc"));
+}
+
 TEST_F(ReaderApiTest, AntennaListAndPreFilterChooseWhatIsRead) {
   char path[] = "/tmp/rapi-epcs-XXXXXX";
   int fd = ::mkstemp(path);
