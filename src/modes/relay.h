@@ -25,6 +25,9 @@ void openRelayBatch();
 // Tells the worker to stop, wakes it and joins it; nothing when none was started. wakeAccept also
 // shuts the TCP/IP listener down, which ends a wait in accept and leaves the listener unusable.
 void joinRelayWorker(bool wakeAccept);
+// Drops, and counts as discarded, every relay record not yet delivered: pending, batch and the
+// TCP/IP report in flight.
+void discardRelayHoldings();
 // Closes /dev/hidg0 when open (a level-7 line when not).
 void releaseHidDevice();
 // Closes the USB drive's CSV file when open (a level-7 line when not).

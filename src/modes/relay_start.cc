@@ -195,14 +195,8 @@ int relayStart(bool reread) {
   // disconnect commands stop the relay only while it is active); join it before its handle is
   // reused.
   joinRelayWorker(false);
-  {
-    std::lock_guard<std::mutex> outer(s.relayPendingOuterLock);
-    std::lock_guard<std::mutex> inner(s.relayPendingInnerLock);
-    s.relayPending.clear();
-    s.relayPendingLength = 0;
-    s.readLedger.discarded(DiscardReason::Stopped, s.relayPendingReads);
-    s.relayPendingReads = 0;
-  }
+  // After a worker's fatal exit its undelivered records are still here: counted, then dropped.
+  discardRelayHoldings();
   if (reread) {
     int32_t result = readRelayConfig(s.relayConfig, s.inventoryControl);
     if (result < 0) {

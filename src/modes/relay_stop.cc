@@ -51,6 +51,26 @@ void joinRelayWorker(bool wakeAccept) {
   s.relayThreadStarted = false;
 }
 
+void discardRelayHoldings() {
+  ServiceState& s = serviceState;
+  {
+    std::lock_guard<std::mutex> outer(s.relayPendingOuterLock);
+    std::lock_guard<std::mutex> inner(s.relayPendingInnerLock);
+    s.relayPending.clear();
+    s.relayPendingLength = 0;
+    s.readLedger.discarded(DiscardReason::Stopped,
+                           s.relayPendingReads + s.relayBatchReads + s.relayInFlightReads);
+    s.relayPendingReads = 0;
+    s.relayRecordsReady = false;
+  }
+  s.relayBatch.clear();
+  s.relayBatchReads = 0;
+  s.relayBatchHeartbeat = std::string::npos;
+  s.relayInFlight.clear();
+  s.relayInFlightSent = 0;
+  s.relayInFlightReads = 0;
+}
+
 void relayStop() {
   ServiceState& s = serviceState;
   joinRelayWorker(true);
@@ -60,23 +80,7 @@ void relayStop() {
     delete s.tcpServer;
     s.tcpServer = nullptr;
   }
-  // What the worker had not delivered is dropped with the mode, and counted.
-  {
-    std::lock_guard<std::mutex> outer(s.relayPendingOuterLock);
-    std::lock_guard<std::mutex> inner(s.relayPendingInnerLock);
-    s.relayPending.clear();
-    s.relayPendingLength = 0;
-    s.readLedger.discarded(DiscardReason::Stopped,
-                           s.relayPendingReads + s.relayBatchReads + s.relayInFlightReads);
-    s.relayPendingReads = 0;
-  }
-  s.relayBatch.clear();
-  s.relayBatchReads = 0;
-  s.relayBatchHeartbeat = std::string::npos;
-  s.relayInFlight.clear();
-  s.relayInFlightSent = 0;
-  s.relayInFlightReads = 0;
-  s.relayRecordsReady = false;
+  discardRelayHoldings();
   delete s.httpClient;
   s.httpClient = nullptr;
   releaseHidDevice();

@@ -70,6 +70,7 @@ SendResult sendTcpIp(ServiceState& s) {
       s.relayInFlight = closedBatch(s.relayBatch, true);
       s.relayInFlightSent = 0;
       s.relayInFlightReads = s.relayBatchReads;
+      s.relayBatchReads = 0;
       openRelayBatch();
     }
     const size_t left = s.relayInFlight.size() - s.relayInFlightSent;
@@ -257,6 +258,7 @@ void* relayWorker(void*) {
         case SendResult::Delivered:
           if (s.relayConfig.relayMode != static_cast<int32_t>(RelayMode::TcpIp)) {
             s.readLedger.delivered(s.relayBatchReads);
+            s.relayBatchReads = 0;
             openRelayBatch();
           }
           resend = false;

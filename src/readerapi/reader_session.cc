@@ -39,6 +39,8 @@ constexpr uint32_t kSaveConfigReplySubtype = 2;
 constexpr uint32_t kPhaseSubtype = 1;
 constexpr size_t kReceiveChunk = 64 * 1024;
 constexpr int kReceiveWindow = 256 * 1024;
+// A keepalive read-through that finds the socket empty waits this long for the KEEPALIVE.
+constexpr int kReadThroughWaitMs = 50;
 // A consumer that takes no read for this long while the tag buffer is at its high-water mark is
 // stalled, not slow: it gets BUFFER_FULL_WARNING_EVENT. Long enough for any pause of a working
 // consumer (a reconnection attempt, a blocked output that gives up after a second).
@@ -791,11 +793,11 @@ void ReaderSession::receiveLoop(int fd) {
     if (holding_) {
       // Back-pressure: the reports stay in the socket and TCP holds the reader back. Only a reply
       // that a call awaits, or a KEEPALIVE that is due, is fetched from behind them.
-      const uint64_t p = tags_.popped();
+      const uint64_t taken = tags_.popped();
       const bool awaited = replyAwaited();
-      if (p != popped || awaited) {
+      if (taken != popped || awaited) {
         // A caller awaiting its reply may be the consumer itself: that is no stall.
-        popped = p;
+        popped = taken;
         progressAt = now;
         stallWarned = false;
       } else if (!stallWarned && now - progressAt >= kStallLimit) {
@@ -814,7 +816,7 @@ void ReaderSession::receiveLoop(int fd) {
       stallWarned = false;
     }
     pollfd p{fd, POLLIN, 0};
-    int n = ::poll(&p, 1, readThrough ? 0 : waitMs);
+    int n = ::poll(&p, 1, readThrough ? std::min(waitMs, kReadThroughWaitMs) : waitMs);
     if (stopReceiving_) break;
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) {
@@ -836,9 +838,9 @@ void ReaderSession::receiveLoop(int fd) {
       why = "the reader's byte stream is broken: " + framer.error().text();
       break;
     }
-    int popped1;
-    while ((popped1 = framer.pop(frame)) == 1) takeFrame(frame, events);
-    if (popped1 < 0) {
+    int framed;
+    while ((framed = framer.pop(frame)) == 1) takeFrame(frame, events);
+    if (framed < 0) {
       broken = true;
       why = "the reader's byte stream is broken: " + framer.error().text();
     }
@@ -916,9 +918,9 @@ void ReaderSession::flushBacklog(std::vector<uint32_t>& events) {
     events.clear();
     if (backlog_.empty()) break;
     (void)tags_.waitForRoom(Clock::now() + std::chrono::seconds(1));
-    const uint64_t p = tags_.popped();
-    if (p != popped) {
-      popped = p;
+    const uint64_t taken = tags_.popped();
+    if (taken != popped) {
+      popped = taken;
       progressAt = Clock::now();
     } else if (Clock::now() - progressAt >= kStallLimit) {
       dropBacklog();
