@@ -164,10 +164,12 @@ int relayStartOnce() {
   }
   // Only reads from before this start can be waiting: the inventory starts below.
   discardBufferedReads(handle, DiscardReason::Stale);
-  // A refused start shows as a relay that reads nothing; the reader reports it by its events.
+  // The mode is in force before the inventory starts: its first reports can reach tag read
+  // processing before the start's reply reaches this thread. A refused start shows as a relay
+  // that reads nothing; the reader reports it by its events.
+  s.relayActive = true;
   static_cast<void>(RFID_PerformInventory(handle, nullptr, nullptr,
                                           &s.inventoryControl.TriggerRecord, nullptr));
-  s.relayActive = true;
   if (s.relayConfig.HeartbeatEnabled) s.lastHeartbeat = platform::now();
   consolePrint(L"\nTagrelay: Inventory started on Tagrelay\r\n");
   Logger::log(6, "Tagrelay: Inventory started\n");

@@ -97,11 +97,12 @@ int32_t startSerialPush(bool reread) {
   }
   // Reads still buffered from before belong to no mode: they are thrown away.
   discardBufferedReads(handle, DiscardReason::Stale);
+  // In force before the inventory starts, whose first reports may come before its reply.
+  s.serialPushActive = true;
   if (RFID_PerformInventory(handle, nullptr, nullptr, &s.inventoryControl.TriggerRecord,
                             nullptr) != RFID_API_SUCCESS) {
     Logger::log(7, "inventory start refused\n");
   }
-  s.serialPushActive = true;
   consolePrint(L"\n Inventory started on Serial Port\r\n");
   return 0;
 }

@@ -25,10 +25,14 @@ def write(path, text):
         f.write(text)
 
 
-def key_value(tag_meta_data, line_ending):
-    """A relay section and data format for key=value records."""
-    return dict(relay={"TagMetaData": str(tag_meta_data)},
-                data_format={"Format": "KeyValuePair", "LineEnding": line_ending})
+def key_value_bench(test, mode, tag_meta_data, line_ending, sim_args, data_format=(), **extra):
+    """A bench whose relay runs in `mode` with key=value records; closed with the test."""
+    b = Bench(sim_args=sim_args, with_serial_line=False,
+              relay={"TagrelayMode": str(mode), "TagMetaData": str(tag_meta_data)},
+              data_format=dict({"Format": "KeyValuePair", "LineEnding": line_ending},
+                               **dict(data_format)), **extra)
+    test.addCleanup(b.close)
+    return b
 
 
 class UsbHidRelayTest(unittest.TestCase):
@@ -38,11 +42,7 @@ class UsbHidRelayTest(unittest.TestCase):
         write(os.path.join(root, VBUS.lstrip("/")), vbus)
 
     def test_batches_are_typed_as_keyboard_reports_once_the_host_powers_the_port(self):
-        config = key_value(5, "CRLF")
-        b = Bench(sim_args=("--tags", "20", "--rate", "100"), with_serial_line=False,
-                  relay=dict({"TagrelayMode": "2"}, **config["relay"]),
-                  data_format=config["data_format"])
-        self.addCleanup(b.close)
+        b = key_value_bench(self, 2, 5, "CRLF", ("--tags", "20", "--rate", "100"))
         t = b.tessera
         hid = t.path("/dev/hidg0")
         self.prepare(t.root, vbus="off\n")
@@ -116,11 +116,7 @@ class UsbDriveRelayTest(unittest.TestCase):
     OFFSET = -3 * 86400 - 7200  # the service's clock runs three days and two hours behind
 
     def test_at_link_speed_every_read_reaches_the_drive(self):
-        config = key_value(33, "LF")
-        b = Bench(sim_args=("--tags", "200", "--rate", "0"), with_serial_line=False,
-                  relay=dict({"TagrelayMode": "4"}, **config["relay"]),
-                  data_format=config["data_format"])
-        self.addCleanup(b.close)
+        b = key_value_bench(self, 4, 33, "LF", ("--tags", "200", "--rate", "0"))
         t = b.tessera
         drive = t.path("/media/usbdrive")
         os.makedirs(drive)
@@ -142,12 +138,9 @@ class UsbDriveRelayTest(unittest.TestCase):
         self.assertGreater(sent, 1000)
 
     def test_batches_go_to_a_file_named_by_the_service_clock_while_the_drive_is_mounted(self):
-        config = key_value(33, "LF")
-        b = Bench(sim_args=("--tags", "20", "--rate", "100"), with_serial_line=False,
-                  relay=dict({"TagrelayMode": "4"}, **config["relay"]),
-                  data_format=dict(config["data_format"], TimestampFormat="UTC"),
-                  tessera_args=("--clock-offset", str(self.OFFSET)))
-        self.addCleanup(b.close)
+        b = key_value_bench(self, 4, 33, "LF", ("--tags", "20", "--rate", "100"),
+                            data_format={"TimestampFormat": "UTC"},
+                            tessera_args=("--clock-offset", str(self.OFFSET)))
         t = b.tessera
         mounts, drive = t.path("/proc/mounts"), t.path("/media/usbdrive")
         os.makedirs(drive)
