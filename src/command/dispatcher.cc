@@ -190,7 +190,14 @@ void serialPortMode(int clientSocket, const std::string& text) {
 // Where every read went, as "key=value" lines.
 void statistics(int clientSocket) {
   ServiceState& s = serviceState;
-  const std::string text = formatReadCounts(s.readLedger.snapshot()) + "\r\n";
+  ReadCounts c = s.readLedger.snapshot();
+  const spool::SpoolCounts spooled = s.spool.counts(platform::now());
+  c.spoolBytes = spooled.bytes;
+  c.spoolBatches = spooled.batches;
+  c.spoolDroppedReads = spooled.droppedReads;
+  c.spoolRejectedBatches = spooled.rejectedBatches;
+  c.spoolOldestAgeSeconds = spooled.oldestAgeSeconds;
+  const std::string text = formatReadCounts(c) + "\r\n";
   sendReply(clientSocket, text.c_str());
 }
 

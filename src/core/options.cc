@@ -20,6 +20,8 @@ enum OptionId {
   kWaitScale,
   kClockOffset,
   kCheckConfig,
+  kSpool,
+  kSpoolMaxBytes,
 };
 
 const option kOptions[] = {
@@ -33,6 +35,8 @@ const option kOptions[] = {
     {"wait-scale", required_argument, nullptr, kWaitScale},
     {"clock-offset", required_argument, nullptr, kClockOffset},
     {"check-config", no_argument, nullptr, kCheckConfig},
+    {"spool", required_argument, nullptr, kSpool},
+    {"spool-max-bytes", required_argument, nullptr, kSpoolMaxBytes},
     {nullptr, 0, nullptr, 0},
 };
 
@@ -52,6 +56,24 @@ bool parseLong(const char* text, long& out) {
   if (errno != 0 || end == text || *end != '\0') return false;
   out = v;
   return true;
+}
+
+// A byte count with an optional K, M or G (powers of 1024), from 1 MiB to 1 TiB: a smaller cap
+// would not hold one segment.
+bool parseBytes(const char* text, uint64_t& out) {
+  char* end = nullptr;
+  errno = 0;
+  if (text[0] == '-') return false;
+  unsigned long long v = std::strtoull(text, &end, 10);
+  if (errno != 0 || end == text) return false;
+  unsigned shift = 0;
+  if (*end == 'K' || *end == 'k') shift = 10;
+  if (*end == 'M' || *end == 'm') shift = 20;
+  if (*end == 'G' || *end == 'g') shift = 30;
+  if (shift != 0) ++end;
+  if (*end != '\0' || v > (1ull << 40) >> shift) return false;
+  out = static_cast<uint64_t>(v) << shift;
+  return out >= (1ull << 20);
 }
 
 bool parseScale(const char* text, double& out) {
@@ -96,6 +118,14 @@ void printUsage(const char* program) {
       "  --clock-offset S     move the service's wall clock by S seconds (tests of hourly files)\n"
       "  --check-config       read the configuration files, print what was read, missing,\n"
       "                       refused or cut, and exit: 0 usable, 1 not\n"
+      "\n"
+      "Outage spool (HTTP POST and TCP/IP relays; off by default):\n"
+      "  --spool DIR          keep reading while the server or client is away: batches that\n"
+      "                       cannot be delivered go to segment files in DIR and are delivered,\n"
+      "                       oldest first, once it is back, also after a restart; each batch's\n"
+      "                       report gains \"batch_seq\":N\n"
+      "  --spool-max-bytes N  the spool's cap; the oldest batches are dropped beyond it\n"
+      "                       (default 64M; K, M, G suffixes; 1M to 1024G)\n"
       "  -h, --help           show this text and exit\n"
       "\n"
       "Environment: MVM_DEBUG=enable copies every log line to standard output.\n"
@@ -150,6 +180,15 @@ int parseCommandLine(int argc, char** argv, CommandLine& out) {
         break;
       case kCheckConfig:
         out.checkConfig = true;
+        break;
+      case kSpool:
+        if (optarg[0] == '\0') return badValue(program, "spool", optarg, "a folder");
+        out.settings.spoolDir = optarg;
+        break;
+      case kSpoolMaxBytes:
+        if (!parseBytes(optarg, out.settings.spoolMaxBytes))
+          return badValue(program, "spool-max-bytes", optarg,
+                          "a size from 1M to 1024G, e.g. 64M or 1G");
         break;
       case ':':
         std::fprintf(stderr, "%s: option '%s' needs a value\n", program, argv[optind - 1]);

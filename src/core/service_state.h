@@ -16,6 +16,7 @@
 
 #include "config/config_records.h"
 #include "reader/read_ledger.h"
+#include "spool/spool.h"
 #include "readerapi/rfid_types.h"
 
 namespace tessera {
@@ -97,6 +98,14 @@ struct ServiceState {
   size_t relayInFlightSent = 0;
   uint64_t relayInFlightReads = 0;
   std::string heartbeatRecord;
+  // The outage spool (--spool): the relay worker writes and delivers, getStatistics reads its
+  // counts, the start-up opens it. It has its own lock.
+  spool::Spool spool;
+  // The worker can put batches into the spool now: tag read processing then wakes the worker at
+  // 70 KiB instead of pausing the inventory.
+  std::atomic<bool> spoolAccepting{false};
+  std::atomic<bool> relayPendingFull{false};  // 70 KiB pending with the spool: wake the worker
+  int64_t relayBatchSeq = -1;             // the open batch's number with the spool, else -1
   int64_t lastHeartbeat = 0;              // seconds of the wall clock; worker after start
   pthread_t relayThread{};
   bool relayThreadStarted = false;        // main thread

@@ -32,6 +32,7 @@ void cleanupService() {
   stopEventThread();
   Logger::log(6, "\nKilling Threads.. Done");
   relayStop();
+  s.spool.close();
   for (int& fd : s.commandClients) {
     if (fd != 0) {
       close(fd);

@@ -11,6 +11,7 @@
 #include "core/autostart.h"
 #include "core/logger.h"
 #include "core/service_state.h"
+#include "platform/platform.h"
 #include "core/signals.h"
 #include "output/data_channel.h"
 #include "reader/event_thread.h"
@@ -61,6 +62,13 @@ int openUeventSocket() {
 void startService() {
   ServiceState& s = serviceState;
   s.antennaCount = 0;
+  // What an earlier run left in the spool is counted from the start, and delivered by the next
+  // relay start. A folder that cannot be used now is tried again by the relay.
+  const auto& settings = platform::settings();
+  if (!settings.spoolDir.empty() &&
+      s.spool.open(settings.spoolDir, settings.spoolMaxBytes, platform::now())) {
+    s.readLedger.takenAndHeld(s.spool.recoveredReads());
+  }
   startEventThread(s.readerHandle);
   startDataChannel();
   s.ueventSocket = openUeventSocket();

@@ -2,6 +2,7 @@
 
 #include <sys/time.h>
 
+#include <cstdio>
 #include <cstring>
 
 #include "platform/platform.h"
@@ -160,7 +161,7 @@ void appendJsonEscaped(std::string& out, const char* text) {
 }
 
 void openJsonEnvelope(std::string& batch, int32_t relayMode, const char* readerName,
-                      const char* macAddress) {
+                      const char* macAddress, int64_t batchSeq) {
   if (relayMode == static_cast<int32_t>(RelayMode::TcpIp)) {
     batch += '{';
   } else {
@@ -170,7 +171,13 @@ void openJsonEnvelope(std::string& batch, int32_t relayMode, const char* readerN
   }
   batch += "\"mac_address\":\"";
   if (macAddress) appendJsonEscaped(batch, macAddress);
-  batch += "\", \"tag_reads\":[";
+  batch += "\", ";
+  if (batchSeq >= 0) {
+    char seq[48];
+    std::snprintf(seq, sizeof seq, "\"batch_seq\":%lld, ", static_cast<long long>(batchSeq));
+    batch += seq;
+  }
+  batch += "\"tag_reads\":[";
 }
 
 }  // namespace tessera

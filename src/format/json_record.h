@@ -29,9 +29,10 @@ void buildHeartbeatRecord(std::string& record, TagMetaFlags tagMetaData, const s
 
 // Appends the report opening to `batch`: {"reader_name":"<name>", "mac_address":"<mac>",
 // "tag_reads":[ — without the reader_name pair in the TCP/IP mode. The name is escaped for
-// JSON; a missing MAC address (nullptr or empty) gives an empty "mac_address" value.
+// JSON; a missing MAC address (nullptr or empty) gives an empty "mac_address" value. A batch
+// number of 0 or more (the outage spool's) adds "batch_seq":N before "tag_reads".
 void openJsonEnvelope(std::string& batch, int32_t relayMode, const char* readerName,
-                      const char* macAddress);
+                      const char* macAddress, int64_t batchSeq = -1);
 
 // Appends text as the inside of a JSON string: quotes, backslashes and control characters
 // escaped, invalid UTF-8 bytes replaced by U+FFFD.

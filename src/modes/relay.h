@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include "core/service_state.h"
+
 namespace tessera {
 
 // Attempts to start the relay before giving up, and the pause between them.
@@ -20,8 +22,12 @@ void* relayWorker(void* unused);
 // Stops the relay worker and releases the relay's output channels; safe when none runs.
 void relayStop();
 
-// Empties the batch and, for HTTP POST and TCP/IP, opens it with the JSON report opening.
+// Empties the batch and, for HTTP POST and TCP/IP, opens it with the JSON report opening (and
+// the batch number, with the spool).
 void openRelayBatch();
+// Whether the outage spool serves this relay: --spool is given and the channel is HTTP POST or
+// TCP/IP (USB drive and HID are local).
+bool spoolApplies(const ServiceState& s);
 // Tells the worker to stop, wakes it and joins it; nothing when none was started. wakeAccept also
 // shuts the TCP/IP listener down, which ends a wait in accept and leaves the listener unusable.
 void joinRelayWorker(bool wakeAccept);

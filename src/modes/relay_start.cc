@@ -176,6 +176,13 @@ int relayStartOnce() {
   return 0;
 }
 
+bool spoolApplies(const ServiceState& s) {
+  const int32_t mode = s.relayConfig.relayMode;
+  return !platform::settings().spoolDir.empty() &&
+         (mode == static_cast<int32_t>(RelayMode::HttpPost) ||
+          mode == static_cast<int32_t>(RelayMode::TcpIp));
+}
+
 void openRelayBatch() {
   ServiceState& s = serviceState;
   s.relayBatch.clear();
@@ -188,7 +195,9 @@ void openRelayBatch() {
   }
   // The address is asked of the kernel once; every later report reuses the text.
   const char* mac = s.macAddressKnown ? s.macAddress : getMacAddress();
-  openJsonEnvelope(s.relayBatch, mode, s.readerName.text, mac);
+  // With the spool each batch is numbered; a number is taken once its batch was used.
+  if (spoolApplies(s) && s.relayBatchSeq < 0) s.relayBatchSeq = static_cast<int64_t>(s.spool.nextSeq());
+  openJsonEnvelope(s.relayBatch, mode, s.readerName.text, mac, spoolApplies(s) ? s.relayBatchSeq : -1);
 }
 
 int relayStart(bool reread) {

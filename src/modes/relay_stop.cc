@@ -3,6 +3,7 @@
 #include "core/logger.h"
 #include "core/service_state.h"
 #include "modes/relay.h"
+#include "modes/relay_batch.h"
 #include "output/http_client.h"
 #include "output/tcp_server.h"
 #include "output/usb_drive.h"
@@ -69,11 +70,14 @@ void discardRelayHoldings() {
   s.relayInFlight.clear();
   s.relayInFlightSent = 0;
   s.relayInFlightReads = 0;
+  s.relayBatchSeq = -1;
+  s.relayPendingFull = false;
 }
 
 void relayStop() {
   ServiceState& s = serviceState;
   joinRelayWorker(true);
+  spoolRelayHoldings(s);
   if (s.tcpServer != nullptr) {
     s.tcpServer->closeClient();
     s.tcpServer->closeServer();

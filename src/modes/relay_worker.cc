@@ -11,6 +11,7 @@
 #include "core/service_state.h"
 #include "format/json_record.h"
 #include "modes/relay.h"
+#include "modes/relay_batch.h"
 #include "output/data_channel.h"
 #include "output/http_client.h"
 #include "output/tcp_server.h"
@@ -21,45 +22,46 @@
 #include "readerapi/rfid_api.h"
 
 namespace tessera {
-namespace {
-
-enum class SendResult {
-  Delivered,  // the batch is out; for TCP/IP every closed batch was taken whole
-  Partial,    // TCP/IP: the client took part of a batch, or nothing yet; the rest goes first on
-              // the next pass
-  Failed,     // nothing delivered: the batch is kept and sent again
-  Fatal,      // the channel is gone and the worker ends
-};
-
-// The fatal exits: the channel is gone, so the reader is released and the local client told.
-void fatalExit(ServiceState& s, const char* text) {
-  Logger::log(3, "%s", text);
-  RFID_StopInventory(s.readerHandle);
-  RFID_Disconnect(s.readerHandle);
-  s.readerHandle = 0;
-  dataChannelNotify("DISCONNECTION_EVENT");
-  s.relayActive = false;
-  const int32_t mode = s.relayConfig.relayMode;
-  if (mode == static_cast<int32_t>(RelayMode::HttpPost)) {
-    delete s.httpClient;
-    s.httpClient = nullptr;
-  } else if (mode == static_cast<int32_t>(RelayMode::UsbHid)) {
-    hidClose();
-    if (s.hidGadgetLoaded) switchToEthernetGadget();
+SendResult postText(ServiceState& s, const std::string& text, bool statusDecides) {
+  if (s.httpClient == nullptr) {
+    fatalExit(s, "Tagrelay: http handle not available.. exiting thread\n");
+    return SendResult::Fatal;
   }
+  if (s.httpClient->post(text.c_str(), text.size()) != 0) {
+    HttpErrorRecord error;
+    s.httpClient->lastError(&error);
+    Logger::log(6, "Tagrelay: HTTP POST Error - %d : %s\n", error.code, error.text);
+    return SendResult::Failed;
+  }
+  if (!statusDecides) return SendResult::Delivered;
+  const long status = s.httpClient->lastStatus();
+  if (status >= 200 && status <= 299) return SendResult::Delivered;
+  const bool permanent = status >= 400 && status <= 499 && status != kHttpRequestTimeout &&
+                         status != kHttpTooManyRequests;
+  if (permanent) return SendResult::Rejected;
+  Logger::log(6, "Tagrelay: HTTP POST status %ld, the batch is sent again\n", status);
+  return SendResult::Failed;
 }
 
-// The batch with its last character dropped (if the rule says so) and "]}" appended.
-std::string closedBatch(const std::string& batch, bool dropAlways) {
-  std::string text = batch;
-  if (!text.empty() && (dropAlways || text.back() == ',')) text.pop_back();
-  text += "]}";
-  return text;
+SendResult sendPiece(ServiceState& s, const std::string& text, size_t& sent) {
+  if (s.tcpServer == nullptr) {
+    fatalExit(s, "Tagrelay: TCP/IP handle not available.. exiting thread\n");
+    return SendResult::Fatal;
+  }
+  const long n = s.tcpServer->send(text.data() + sent, text.size() - sent);
+  if (n < 0) {
+    if (errno == EAGAIN || errno == EWOULDBLOCK) return SendResult::Partial;
+    Logger::log(6, "Tagrelay: TCP/IP Client closed connection.\n");
+    s.tcpServer->closeClient();
+    // At least once: the next client gets this batch whole, never the piece that is left.
+    sent = 0;
+    return SendResult::Failed;
+  }
+  sent += static_cast<size_t>(n);
+  return sent < text.size() ? SendResult::Partial : SendResult::Delivered;
 }
 
-bool batchHasContent(const ServiceState& s) {
-  return s.relayBatchReads != 0 || s.relayBatchHeartbeat != std::string::npos;
-}
+namespace {
 
 // A closed batch leaves relayBatch for relayInFlight, which the client takes in as many pieces
 // as its socket accepts; new records collect in the reopened batch behind it meanwhile.
@@ -73,18 +75,8 @@ SendResult sendTcpIp(ServiceState& s) {
       s.relayBatchReads = 0;
       openRelayBatch();
     }
-    const size_t left = s.relayInFlight.size() - s.relayInFlightSent;
-    const long n = s.tcpServer->send(s.relayInFlight.data() + s.relayInFlightSent, left);
-    if (n < 0) {
-      if (errno == EAGAIN || errno == EWOULDBLOCK) return SendResult::Partial;
-      Logger::log(6, "Tagrelay: TCP/IP Client closed connection.\n");
-      s.tcpServer->closeClient();
-      // At least once: the next client gets this batch whole, never the piece that is left.
-      s.relayInFlightSent = 0;
-      return SendResult::Failed;
-    }
-    s.relayInFlightSent += static_cast<size_t>(n);
-    if (s.relayInFlightSent < s.relayInFlight.size()) return SendResult::Partial;
+    const SendResult r = sendPiece(s, s.relayInFlight, s.relayInFlightSent);
+    if (r != SendResult::Delivered) return r;
     s.readLedger.delivered(s.relayInFlightReads);
     s.relayInFlight.clear();
     s.relayInFlightSent = 0;
@@ -94,18 +86,8 @@ SendResult sendTcpIp(ServiceState& s) {
 
 SendResult send(ServiceState& s) {
   switch (static_cast<RelayMode>(s.relayConfig.relayMode)) {
-    case RelayMode::HttpPost: {
-      if (s.httpClient == nullptr) {
-        fatalExit(s, "Tagrelay: http handle not available.. exiting thread\n");
-        return SendResult::Fatal;
-      }
-      std::string text = closedBatch(s.relayBatch, false);
-      if (s.httpClient->post(text.c_str(), text.size()) == 0) return SendResult::Delivered;
-      HttpErrorRecord error;
-      s.httpClient->lastError(&error);
-      Logger::log(6, "Tagrelay: HTTP POST Error - %d : %s\n", error.code, error.text);
-      return SendResult::Failed;
-    }
+    case RelayMode::HttpPost:
+      return postText(s, closedBatch(s.relayBatch, false), false);
     case RelayMode::UsbHid: {
       if (s.hidFd == -1) {
         fatalExit(s, "Tagrelay: HID device is not opened.. exiting thread\n");
@@ -144,65 +126,6 @@ SendResult send(ServiceState& s) {
   }
 }
 
-bool heartbeatDue(const ServiceState& s, int64_t now) {
-  return s.relayConfig.HeartbeatEnabled && now - s.lastHeartbeat >= s.relayConfig.HeartBeatPeriod;
-}
-
-// An undelivered batch keeps only its newest heartbeat, so that a long outage cannot grow it
-// by one record per pass.
-void addHeartbeat(ServiceState& s, int64_t now) {
-  if (s.relayBatchHeartbeat != std::string::npos) {
-    s.relayBatch.erase(s.relayBatchHeartbeat, s.heartbeatRecord.size());
-  }
-  buildHeartbeatRecord(s.heartbeatRecord, s.relayConfig.TagMetaData);
-  s.relayBatchHeartbeat = s.relayBatch.size();
-  s.relayBatch += s.heartbeatRecord;
-  s.lastHeartbeat = now;
-}
-
-// Moves pending records into the batch unless the batch is at its limit; whether it took any.
-bool takeRecords(ServiceState& s) {
-  if (s.relayBatch.size() >= kRelayBatchLimit) return false;
-  {
-    std::lock_guard<std::mutex> outer(s.relayPendingOuterLock);
-    std::lock_guard<std::mutex> inner(s.relayPendingInnerLock);
-    s.relayBatch += s.relayPending;
-    s.relayBatchReads += s.relayPendingReads;
-    s.relayPending.clear();
-    s.relayPendingLength = 0;
-    s.relayPendingReads = 0;
-    s.relayRecordsReady = false;
-  }
-  if (s.inventoryPausedForBuffer) {
-    Logger::log(6, "Tagrelay: Data consumed, Starting Inventory.\n");
-    // As at the start, a refused restart is left to the reader's own events.
-    static_cast<void>(RFID_PerformInventory(s.readerHandle, nullptr, nullptr,
-                                            &s.inventoryControl.TriggerRecord, nullptr));
-    s.inventoryPausedForBuffer = false;
-  }
-  return true;
-}
-
-// Waits on the wake-up condition for records (or a stop); false when stopping.
-bool waitForRecords(ServiceState& s) {
-  std::unique_lock<std::mutex> lock(s.relayWakeLock);
-  s.relayWakeCond.wait(lock, [&] { return s.relayRecordsReady || s.relayWorkerStop; });
-  return !s.relayWorkerStop;
-}
-
-// Sleeps for the pass interval, or less when the relay stops.
-void pause(ServiceState& s, double seconds) {
-  if (seconds <= 0) {
-    sched_yield();
-    return;
-  }
-  std::unique_lock<std::mutex> lock(s.relayWakeLock);
-  auto span = std::chrono::duration<double>(platform::scaledSeconds(seconds));
-  s.relayWakeCond.wait_for(lock, span, [&] { return s.relayWorkerStop.load(); });
-}
-
-void commonExit() { Logger::log(3, "Tagrelay: Something Went wrong, exiting thread\n"); }
-
 }  // namespace
 
 void* relayWorker(void*) {
@@ -220,6 +143,10 @@ void* relayWorker(void*) {
       s.relayConfig.relayMode == static_cast<int32_t>(RelayMode::HttpPost)
           ? static_cast<double>(s.httpPostConfig.HTTPPostInterval)
           : 1.0;
+  if (spoolApplies(s)) {
+    runSpoolRelay(s, interval);
+    return nullptr;
+  }
   bool resend = false;
   while (!s.relayWorkerStop) {
     if (s.relayConfig.relayMode == static_cast<int32_t>(RelayMode::TcpIp) &&
@@ -267,6 +194,7 @@ void* relayWorker(void*) {
           resend = true;
           break;
         case SendResult::Failed:
+        case SendResult::Rejected:  // only the spool tells a refusal apart
           s.readLedger.deliveryFailed();
           resend = true;
           break;

@@ -180,6 +180,8 @@ int HTTPClient::post(const char* body, size_t /*length: libcurl measures the tex
     setError(rc, curl_easy_strerror(rc));
     return -1;
   }
+  status_ = 0;
+  curl_easy_getinfo(handle_, CURLINFO_RESPONSE_CODE, &status_);
   return 0;
 }
 

@@ -39,6 +39,8 @@ class HTTPClient {
   [[nodiscard]] int prepare(const char* url);
   // Posts a NUL-terminated JSON text; 0 when the transfer completed, -1 on a transport failure.
   [[nodiscard]] int post(const char* body, size_t length);
+  // The HTTP status of the last completed post; 0 before one.
+  long lastStatus() const { return status_; }
   // Copies the last failure's code and text; nothing when out is null.
   void lastError(HttpErrorRecord* out) const;
   // A post in progress gives up, as a transport failure, within about a second of *flag
@@ -57,6 +59,7 @@ class HTTPClient {
   bool tls_ = false;
   int method_ = 1;  // 1: POST
   HttpErrorRecord error_;
+  long status_ = 0;
   curl_slist* headers_ = nullptr;  // only during a post
   char* response_ = nullptr;       // body of the post in progress, zero-terminated
   size_t responseLength_ = 0;

@@ -4,6 +4,7 @@
 // them and shorten waits.
 #pragma once
 
+#include <cstdint>
 #include <ctime>
 #include <string>
 
@@ -19,6 +20,8 @@ struct Settings {
   std::string recordShell;           // when set, shell commands are appended here, not run
   double waitScale = 1.0;            // multiplies every fixed wait (retries, pauses)
   long clockOffset = 0;              // seconds added to the wall clock (tests move time)
+  std::string spoolDir;              // the outage spool's folder; empty: no spool
+  uint64_t spoolMaxBytes = 64ull << 20;  // the spool's size cap
 };
 
 // Installs the settings; called once by main before any thread starts, read-only afterwards.

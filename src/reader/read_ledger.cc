@@ -11,6 +11,7 @@ namespace {
 constexpr const char* kDiscardKeys[] = {
     "reads_discarded_buffer_full", "reads_discarded_reader_api",   "reads_discarded_stale",
     "reads_discarded_no_client",   "reads_discarded_serial_write", "reads_discarded_stopped",
+    "reads_discarded_spool_full",  "reads_discarded_rejected",
 };
 static_assert(sizeof kDiscardKeys / sizeof kDiscardKeys[0] ==
               static_cast<size_t>(DiscardReason::Count));
@@ -35,6 +36,12 @@ std::string format(const ReadCounts& c, const char* separator) {
   add("reader_reconnects", c.readerReconnects);
   add("inventory_pauses", c.inventoryPauses);
   add("uptime_s", static_cast<uint64_t>(c.uptimeSeconds < 0 ? 0 : c.uptimeSeconds));
+  add("spool_bytes", c.spoolBytes);
+  add("spool_batches", c.spoolBatches);
+  add("spool_dropped_reads", c.spoolDroppedReads);
+  add("spool_rejected_batches", c.spoolRejectedBatches);
+  add("spool_oldest_age_s",
+      static_cast<uint64_t>(c.spoolOldestAgeSeconds < 0 ? 0 : c.spoolOldestAgeSeconds));
   return text;
 }
 

@@ -19,6 +19,8 @@ enum class DiscardReason : uint8_t {
   NoClient,     // a plain inventory's TagData line with no data channel client to take it
   SerialWrite,  // the serial port refused the record
   Stopped,      // still held when the relay stopped
+  SpoolFull,    // in the oldest spooled batches, dropped by the spool's size cap
+  Rejected,     // in a spooled batch the HTTP server refused for good (kept in rejected/)
   Count
 };
 
@@ -31,13 +33,20 @@ struct ReadCounts {
   uint64_t readerReconnects = 0;
   uint64_t inventoryPauses = 0;
   int64_t uptimeSeconds = 0;  // since the ledger was made, with the service
+  // The outage spool's own counts (not kept by the ledger; filled in by the caller).
+  uint64_t spoolBytes = 0;
+  uint64_t spoolBatches = 0;
+  uint64_t spoolDroppedReads = 0;
+  uint64_t spoolRejectedBatches = 0;
+  int64_t spoolOldestAgeSeconds = 0;
 
   uint64_t discardedTotal() const;
 };
 
 class ReadLedger {
  public:
-  // Reads taken from the reader API and held for a later delivery.
+  // Reads taken from the reader API, or found in the spool at start, and held for a later
+  // delivery.
   void takenAndHeld(uint64_t n);
   // Reads taken from the reader API and delivered at once.
   void takenAndDelivered(uint64_t n);

@@ -1,0 +1,105 @@
+// src/modes/relay_batch.cc — see relay_batch.h.
+#include "modes/relay_batch.h"
+
+#include <sched.h>
+
+#include <chrono>
+#include <mutex>
+
+#include "core/logger.h"
+#include "format/json_record.h"
+#include "modes/relay.h"
+#include "output/data_channel.h"
+#include "output/http_client.h"
+#include "output/usb_hid.h"
+#include "platform/platform.h"
+#include "reader/tag_processing.h"
+#include "readerapi/rfid_api.h"
+
+namespace tessera {
+
+void fatalExit(ServiceState& s, const char* text) {
+  Logger::log(3, "%s", text);
+  RFID_StopInventory(s.readerHandle);
+  RFID_Disconnect(s.readerHandle);
+  s.readerHandle = 0;
+  dataChannelNotify("DISCONNECTION_EVENT");
+  s.relayActive = false;
+  const int32_t mode = s.relayConfig.relayMode;
+  if (mode == static_cast<int32_t>(RelayMode::HttpPost)) {
+    delete s.httpClient;
+    s.httpClient = nullptr;
+  } else if (mode == static_cast<int32_t>(RelayMode::UsbHid)) {
+    hidClose();
+    if (s.hidGadgetLoaded) switchToEthernetGadget();
+  }
+}
+
+std::string closedBatch(const std::string& batch, bool dropAlways) {
+  std::string text = batch;
+  if (!text.empty() && (dropAlways || text.back() == ',')) text.pop_back();
+  text += "]}";
+  return text;
+}
+
+bool batchHasContent(const ServiceState& s) {
+  return s.relayBatchReads != 0 || s.relayBatchHeartbeat != std::string::npos;
+}
+
+bool heartbeatDue(const ServiceState& s, int64_t now) {
+  return s.relayConfig.HeartbeatEnabled && now - s.lastHeartbeat >= s.relayConfig.HeartBeatPeriod;
+}
+
+// An undelivered batch keeps only its newest heartbeat, so that a long outage cannot grow it by
+// one record per pass.
+void addHeartbeat(ServiceState& s, int64_t now) {
+  if (s.relayBatchHeartbeat != std::string::npos) {
+    s.relayBatch.erase(s.relayBatchHeartbeat, s.heartbeatRecord.size());
+  }
+  buildHeartbeatRecord(s.heartbeatRecord, s.relayConfig.TagMetaData);
+  s.relayBatchHeartbeat = s.relayBatch.size();
+  s.relayBatch += s.heartbeatRecord;
+  s.lastHeartbeat = now;
+}
+
+bool takeRecords(ServiceState& s) {
+  if (s.relayBatch.size() >= kRelayBatchLimit) return false;
+  {
+    std::lock_guard<std::mutex> outer(s.relayPendingOuterLock);
+    std::lock_guard<std::mutex> inner(s.relayPendingInnerLock);
+    s.relayBatch += s.relayPending;
+    s.relayBatchReads += s.relayPendingReads;
+    s.relayPending.clear();
+    s.relayPendingLength = 0;
+    s.relayPendingReads = 0;
+    s.relayRecordsReady = false;
+  }
+  if (s.inventoryPausedForBuffer) {
+    Logger::log(6, "Tagrelay: Data consumed, Starting Inventory.\n");
+    // As at the start, a refused restart is left to the reader's own events.
+    static_cast<void>(RFID_PerformInventory(s.readerHandle, nullptr, nullptr,
+                                            &s.inventoryControl.TriggerRecord, nullptr));
+    s.inventoryPausedForBuffer = false;
+  }
+  return true;
+}
+
+bool waitForRecords(ServiceState& s) {
+  std::unique_lock<std::mutex> lock(s.relayWakeLock);
+  s.relayWakeCond.wait(lock, [&] { return s.relayRecordsReady || s.relayWorkerStop; });
+  return !s.relayWorkerStop;
+}
+
+void pause(ServiceState& s, double seconds) {
+  if (seconds <= 0) {
+    sched_yield();
+    return;
+  }
+  std::unique_lock<std::mutex> lock(s.relayWakeLock);
+  auto span = std::chrono::duration<double>(platform::scaledSeconds(seconds));
+  s.relayWakeCond.wait_for(lock, span, [&] { return s.relayWorkerStop.load(); });
+}
+
+void commonExit() { Logger::log(3, "Tagrelay: Something Went wrong, exiting thread\n"); }
+
+}  // namespace tessera

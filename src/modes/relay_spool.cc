@@ -1,0 +1,300 @@
+// src/modes/relay_spool.cc — the relay worker's loop with the outage spool (--spool): reads keep
+// flowing while the HTTP server or the TCP/IP client is away. A batch that cannot be delivered,
+// and every batch behind one that waits, goes to the spool and leaves memory; delivery is oldest
+// first, confirmed (a 2xx, or every byte taken by the client's socket), paced by an exponential
+// back-off with full jitter while the spool holds batches.
+#include <fcntl.h>
+#include <poll.h>
+#include <sched.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cmath>
+#include <random>
+
+#include "core/logger.h"
+#include "modes/relay.h"
+#include "modes/relay_batch.h"
+#include "output/tcp_server.h"
+#include "platform/platform.h"
+#include "reader/tag_processing.h"
+
+namespace tessera {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// The longest pause between attempts while the spool holds batches.
+constexpr double kMaxBackoffSeconds = 30.0;
+// How long one pass may go on delivering spooled batches before it takes new records again.
+constexpr auto kReplayBudget = std::chrono::seconds(1);
+// A spool folder that refused a write, or could not be opened, is tried again after this.
+constexpr double kSpoolRetrySeconds = 10.0;
+
+Clock::duration seconds(double s) {
+  return std::chrono::duration_cast<Clock::duration>(
+      std::chrono::duration<double>(platform::scaledSeconds(s)));
+}
+
+// The batch being delivered: read back from the spool, or straight from memory.
+struct Delivery {
+  spool::Batch batch;
+  bool active = false;
+  bool spooled = false;
+  size_t sent = 0;  // TCP/IP: bytes the client took
+};
+
+// Exponential back-off with full jitter: after n failures the next attempt comes at a random
+// moment within min(30 s, interval * 2^n), so that many readers do not retry in step.
+class Backoff {
+ public:
+  explicit Backoff(double interval) : base_(std::max(interval, 0.1)) {}
+  void failed() {
+    ++failures_;
+    const double cap =
+        std::min(kMaxBackoffSeconds, base_ * std::ldexp(1.0, std::min(failures_, 20)));
+    std::uniform_real_distribution<double> pick(0.0, cap);
+    next_ = Clock::now() + seconds(pick(random_));
+  }
+  void succeeded() {
+    failures_ = 0;
+    next_ = Clock::time_point{};
+  }
+  bool due() const { return Clock::now() >= next_; }
+
+ private:
+  double base_;
+  int failures_ = 0;
+  Clock::time_point next_{};
+  std::minstd_rand random_{std::random_device{}()};
+};
+
+class SpoolRelay {
+ public:
+  SpoolRelay(ServiceState& s, double interval) : s_(s), interval_(interval), backoff_(interval) {}
+  // One pass; false when the worker must end.
+  bool pass();
+  // The relay stops: what is still in memory goes to the spool, to be delivered after a start.
+  void finish();
+
+ private:
+  bool tcp() const { return s_.relayConfig.relayMode == static_cast<int32_t>(RelayMode::TcpIp); }
+  void acceptClient();
+  void takeAll();
+  bool sealToSpool();
+  void checkSpool();
+  bool deliver();
+  void settle(SendResult r);
+  void wait();
+
+  ServiceState& s_;
+  const double interval_;
+  Backoff backoff_;
+  Delivery current_;
+  Clock::time_point spoolRetry_{};
+};
+
+// Unlike the plain loop, no pass waits in accept: batches go to the spool while no one listens.
+void SpoolRelay::acceptClient() {
+  if (!tcp() || s_.tcpServer == nullptr || s_.tcpServer->clientSocket() > 0) return;
+  pollfd p{s_.tcpServer->listeningSocket(), POLLIN, 0};
+  if (::poll(&p, 1, 0) <= 0 || (p.revents & POLLIN) == 0) return;
+  int client = s_.tcpServer->accept();
+  if (client >= 0 && fcntl(client, F_SETFL, O_NONBLOCK) < 0) {
+    Logger::log(6, "Tagrelay: Failed to set socket as non-blocking\n");
+  }
+}
+
+// Every pending record is taken; a batch that would pass 70 KiB is sealed into the spool first.
+void SpoolRelay::takeAll() {
+  if (s_.spoolAccepting && batchHasContent(s_) &&
+      s_.relayBatch.size() + s_.relayPendingLength >= kRelayBatchLimit) {
+    (void)sealToSpool();
+  }
+  if (s_.relayRecordsReady || s_.relayPendingFull) {
+    s_.relayPendingFull = false;
+    (void)takeRecords(s_);
+  }
+}
+
+bool SpoolRelay::sealToSpool() {
+  if (!s_.spoolAccepting || !batchHasContent(s_)) return false;
+  const std::string text = closedBatch(s_.relayBatch, tcp());
+  const int64_t now = platform::now();
+  if (!s_.spool.append(static_cast<uint64_t>(s_.relayBatchSeq),
+                       static_cast<uint32_t>(s_.relayBatchReads), text, now)) {
+    // The disk refused: the batch stays in memory, the inventory pauses at 70 KiB as without a
+    // spool, and the spool is tried again later.
+    s_.spoolAccepting = false;
+    spoolRetry_ = Clock::now() + seconds(kSpoolRetrySeconds);
+    return false;
+  }
+  s_.relayBatchReads = 0;
+  s_.relayBatchSeq = -1;
+  openRelayBatch();
+  return true;
+}
+
+void SpoolRelay::checkSpool() {
+  if (s_.spoolAccepting || Clock::now() < spoolRetry_) return;
+  if (!s_.spool.isOpen()) {
+    const auto& settings = platform::settings();
+    if (!s_.spool.open(settings.spoolDir, settings.spoolMaxBytes, platform::now())) {
+      spoolRetry_ = Clock::now() + seconds(kSpoolRetrySeconds);
+      return;
+    }
+    s_.readLedger.takenAndHeld(s_.spool.recoveredReads());
+  }
+  s_.spoolAccepting = true;
+}
+
+void SpoolRelay::settle(SendResult r) {
+  const spool::Batch& b = current_.batch;
+  switch (r) {
+    case SendResult::Delivered:
+      // A spooled batch the cap dropped meanwhile was counted then.
+      if (!current_.spooled || s_.spool.confirm(b.seq)) s_.readLedger.delivered(b.reads);
+      current_ = Delivery{};
+      backoff_.succeeded();
+      break;
+    case SendResult::Rejected:
+      if (current_.spooled) {
+        if (s_.spool.reject(b.seq, b.text))
+          s_.readLedger.discarded(DiscardReason::Rejected, b.reads);
+      } else {
+        s_.spool.keepRejected(b.seq, b.text);
+        s_.readLedger.discarded(DiscardReason::Rejected, b.reads);
+      }
+      current_ = Delivery{};
+      break;
+    case SendResult::Failed:
+      s_.readLedger.deliveryFailed();
+      backoff_.failed();
+      // An HTTP batch from memory goes to the (then empty) spool, keeping the order; a TCP/IP one
+      // stays, whole, for the next client.
+      if (!current_.spooled && !tcp() && s_.spoolAccepting &&
+          s_.spool.append(b.seq, b.reads, b.text, platform::now())) {
+        current_ = Delivery{};
+      }
+      break;
+    case SendResult::Partial:
+    case SendResult::Fatal:
+      break;
+  }
+}
+
+// Delivers the current batch, then further spooled ones while they go through; false on a
+// fatal exit.
+bool SpoolRelay::deliver() {
+  const auto until = Clock::now() + kReplayBudget;
+  while (!s_.relayWorkerStop && Clock::now() < until) {
+    if (!current_.active) {
+      if (!s_.spool.empty()) {
+        if (!backoff_.due() || !s_.spool.front(current_.batch)) return true;
+        current_.spooled = true;
+      } else if (batchHasContent(s_)) {
+        current_.batch.text = closedBatch(s_.relayBatch, tcp());
+        current_.batch.reads = static_cast<uint32_t>(s_.relayBatchReads);
+        current_.batch.seq = static_cast<uint64_t>(s_.relayBatchSeq);
+        current_.spooled = false;
+        s_.relayBatchReads = 0;
+        s_.relayBatchSeq = -1;
+        openRelayBatch();
+      } else {
+        return true;
+      }
+      current_.active = true;
+      current_.sent = 0;
+    } else if (!backoff_.due()) {
+      return true;
+    }
+    if (tcp() && (s_.tcpServer == nullptr || s_.tcpServer->clientSocket() <= 0)) {
+      if (s_.tcpServer == nullptr) {
+        fatalExit(s_, "Tagrelay: TCP/IP handle not available.. exiting thread\n");
+        return false;
+      }
+      return true;  // no client yet: nothing is tried, nothing counts as failed
+    }
+    const SendResult r = tcp() ? sendPiece(s_, current_.batch.text, current_.sent)
+                               : postText(s_, current_.batch.text, true);
+    if (r == SendResult::Fatal) return false;
+    settle(r);
+    if (r == SendResult::Failed || r == SendResult::Partial) return true;
+  }
+  return true;
+}
+
+void SpoolRelay::wait() {
+  if (interval_ <= 0) {
+    sched_yield();
+    return;
+  }
+  std::unique_lock<std::mutex> lock(s_.relayWakeLock);
+  s_.relayWakeCond.wait_for(lock, seconds(interval_), [&] {
+    return s_.relayWorkerStop.load() || s_.relayPendingFull.load();
+  });
+}
+
+bool SpoolRelay::pass() {
+  checkSpool();
+  acceptClient();
+  takeAll();
+  const int64_t now = platform::now();
+  if (heartbeatDue(s_, now)) addHeartbeat(s_, now);
+  // New reads wait behind what is waiting, so that order is kept.
+  if (batchHasContent(s_) && (current_.active || !s_.spool.empty())) (void)sealToSpool();
+  if (!deliver()) return false;
+  s_.spool.syncIfDue(now);
+  if (const uint64_t dropped = s_.spool.takeDroppedReads()) {
+    s_.readLedger.discarded(DiscardReason::SpoolFull, dropped);
+  }
+  wait();
+  return true;
+}
+
+void SpoolRelay::finish() {
+  if (current_.active && !current_.spooled && s_.spoolAccepting &&
+      s_.spool.append(current_.batch.seq, current_.batch.reads, current_.batch.text,
+                      platform::now())) {
+    current_ = Delivery{};
+  }
+  if (current_.active && !current_.spooled) {
+    s_.readLedger.discarded(DiscardReason::Stopped, current_.batch.reads);
+  }
+  s_.spool.sync();
+}
+
+}  // namespace
+
+void runSpoolRelay(ServiceState& s, double interval) {
+  SpoolRelay relay(s, interval);
+  bool fatal = false;
+  while (!s.relayWorkerStop) {
+    if (!relay.pass()) {
+      fatal = true;
+      break;
+    }
+  }
+  relay.finish();
+  s.spoolAccepting = false;
+  if (fatal) commonExit();
+}
+
+void spoolRelayHoldings(ServiceState& s) {
+  if (!spoolApplies(s) || !s.spool.isOpen()) return;
+  (void)takeRecords(s);
+  if (batchHasContent(s) && s.relayBatchSeq >= 0) {
+    const std::string text = closedBatch(
+        s.relayBatch, s.relayConfig.relayMode == static_cast<int32_t>(RelayMode::TcpIp));
+    if (s.spool.append(static_cast<uint64_t>(s.relayBatchSeq),
+                       static_cast<uint32_t>(s.relayBatchReads), text, platform::now())) {
+      s.relayBatchReads = 0;
+      s.relayBatch.clear();
+    }
+  }
+  s.spool.sync();
+}
+
+}  // namespace tessera
