@@ -4,6 +4,7 @@
 #include "core/service_state.h"
 #include "modes/relay.h"
 #include "output/http_client.h"
+#include "output/mqtt_client.h"
 #include "output/tcp_server.h"
 #include "output/usb_drive.h"
 #include "output/usb_hid.h"
@@ -83,6 +84,9 @@ void relayStop() {
   discardRelayHoldings();
   delete s.httpClient;
   s.httpClient = nullptr;
+  // Publishes the retained "offline" and disconnects before the client goes.
+  delete s.mqttClient;
+  s.mqttClient = nullptr;
   releaseHidDevice();
   releaseUsbDriveFile();
   if (s.hidGadgetLoaded) {

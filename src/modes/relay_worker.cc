@@ -13,6 +13,7 @@
 #include "modes/relay.h"
 #include "output/data_channel.h"
 #include "output/http_client.h"
+#include "output/mqtt_client.h"
 #include "output/tcp_server.h"
 #include "output/usb_drive.h"
 #include "output/usb_hid.h"
@@ -133,6 +134,19 @@ SendResult send(ServiceState& s) {
         return SendResult::Fatal;
       }
       return sendTcpIp(s);
+    case RelayMode::Mqtt: {
+      if (s.mqttClient == nullptr) {
+        fatalExit(s, "Tagrelay: MQTT handle not available.. exiting thread\n");
+        return SendResult::Fatal;
+      }
+      if (s.mqttClient->publish(closedBatch(s.relayBatch, false)) ==
+          MqttPublishResult::Delivered) {
+        return SendResult::Delivered;
+      }
+      MqttError error = s.mqttClient->lastError();
+      Logger::log(6, "Tagrelay: MQTT publish Error - %d : %s\n", error.code, error.text.c_str());
+      return SendResult::Failed;
+    }
     case RelayMode::UsbDrive: {
       std::string text = s.relayBatch;
       if (usbDriveWrite(text.data()) >= 0) return SendResult::Delivered;
