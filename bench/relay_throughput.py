@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Relay throughput: tessera-readersim -> tessera in relay mode -> a local peer that counts the
 EPCs it receives, through the HTTP POST relay (HTTPPostInterval 0, a keep-alive HTTP/1.1 server)
-and through the TCP/IP relay (a client that reads the report stream). For each run it prints
+through the TCP/IP relay (a client that reads the report stream) and through the MQTT relay at
+QoS 1 (a local mosquitto broker and a mosquitto_sub that counts the EPCs of every message). For each run it prints
 reads/s, CPU microseconds of the tessera process per read (from /proc/<pid>/stat), its peak RSS
 (VmHWM) with its resident size at the start and the end of the measured time, and the reads lost.
 Loss is counted after draining: the simulator is slowed to a trickle and the run waits until the
@@ -9,9 +10,11 @@ EPCs that arrived, the simulator's reads_sent and tessera's reads_out (getStatis
 minute passes. No assertions: this measures.
 
     bench/relay_throughput.py [--bin build/bin] [--seconds 10] [--tags 200] [--rates 0,20000]
+                              [--relays http,tcp,mqtt]
 
 Use a Release build. Each relay runs once per simulator rate (0 = as fast as tessera takes the
-reads). The TCP/IP relay runs with the product's 1-second pass and with --wait-scale 0.01."""
+reads). The TCP/IP and MQTT relays run with the product's 1-second pass and with
+--wait-scale 0.01."""
 
 import argparse
 import os
@@ -118,6 +121,32 @@ class CountingTcpClient:
         self.sock.close()
 
 
+class CountingSubscriber:
+    """mosquitto_sub at QoS 1 on the relay's topic; counts EPC keys in the payloads."""
+
+    def __init__(self, broker, topic):
+        import subprocess
+        self.proc = subprocess.Popen(["mosquitto_sub", "-h", "127.0.0.1", "-p", str(broker.port),
+                                      "-t", topic, "-q", "1"], stdout=subprocess.PIPE)
+        self.reads = 0
+        self._lock = threading.Lock()
+        threading.Thread(target=self._read, daemon=True).start()
+
+    def _read(self):
+        for line in self.proc.stdout:  # one message a line: a key never straddles two
+            with self._lock:
+                self.reads += line.count(EPC_KEY)
+
+    def count(self):
+        with self._lock:
+            return self.reads
+
+    def close(self):
+        self.proc.kill()
+        self.proc.wait()
+        self.proc.stdout.close()
+
+
 def _accepts(port):
     try:
         socket.create_connection(("127.0.0.1", port), timeout=0.2).close()
@@ -152,9 +181,17 @@ def run(name, mode, rate, args, wait_scale):
     # Without MVM_DEBUG, as on the appliance: log lines go to syslog only.
     tessera = Tessera(reader_port=sim.llrp_port, env={"MVM_DEBUG": "off"})
     tessera.args[tessera.args.index("--wait-scale") + 1] = str(wait_scale)
-    server = client = None
+    server = client = broker = None
     try:
-        if mode == 1:
+        if mode == 5:
+            import tempfile
+            from mqtt_peers import Broker, mqtt_section
+            broker = Broker(tempfile.mkdtemp(prefix="bench-mqtt-"))
+            client = CountingSubscriber(broker, "tessera/Dock Door 1/reads")
+            write_config(tessera.root, relay={"TagrelayMode": "5", "TagMetaData": "45"},
+                         extra_lines=[mqtt_section("mqtt://127.0.0.1:%d" % broker.port)])
+            received = client.count
+        elif mode == 1:
             server = CountingHttpServer()
             write_config(tessera.root, relay={"TagrelayMode": "1", "TagMetaData": "45"},
                          extra_lines=[http_section("http://127.0.0.1:%d/bench" % server.port,
@@ -195,6 +232,8 @@ def run(name, mode, rate, args, wait_scale):
         tessera.close()
         if server:
             server.close()
+        if broker:
+            broker.stop()
         sim.stop(check=False)
 
 
@@ -206,23 +245,28 @@ def main():
     parser.add_argument("--tags", type=int, default=200)
     parser.add_argument("--rates", default="0,20000",
                         help="simulator reads/s, comma-separated (0 = as fast as taken)")
+    parser.add_argument("--relays", default="http,tcp,mqtt",
+                        help="which relays to run, comma-separated: http, tcp, mqtt")
     args = parser.parse_args()
     rates = [int(r) for r in args.rates.split(",")]
     os.environ["TESSERA_BIN"] = os.path.abspath(args.bin)
-    runs = [("HTTP POST, interval 0", 1, 1.0),
-            ("TCP/IP, 1 s pass", 3, 1.0),
-            ("TCP/IP, --wait-scale 0.01", 3, 0.01)]
+    runs = [("HTTP POST, interval 0", 1, 1.0, "http"),
+            ("TCP/IP, 1 s pass", 3, 1.0, "tcp"),
+            ("TCP/IP, --wait-scale 0.01", 3, 0.01, "tcp"),
+            ("MQTT QoS 1, 1 s pass", 5, 1.0, "mqtt"),
+            ("MQTT QoS 1, --wait-scale 0.01", 5, 0.01, "mqtt")]
+    runs = [r[:3] for r in runs if r[3] in args.relays.split(",")]
     print("simulator: %d tags; %.0f s measured per run; binaries in %s"
           % (args.tags, args.seconds, args.bin))
     header = ("relay", "sim rate", "reads/s", "CPU us/read", "RSS MiB", "peak RSS MiB",
               "lost reads", "reads sent", "reads_out")
-    widths = (26, 8, 8, 11, 12, 12, 10, 10, 10)
-    print("| %-26s | %8s | %8s | %11s | %12s | %12s | %10s | %10s | %10s |" % header)
+    widths = (30, 8, 8, 11, 12, 12, 10, 10, 10)
+    print("| %-30s | %8s | %8s | %11s | %12s | %12s | %10s | %10s | %10s |" % header)
     print("|" + "|".join("-" * (w + 2) for w in widths) + "|")
     for name, mode, scale in runs:
         for rate in rates:
             row = run(name, mode, rate, args, scale)
-            print("| %-26s | %8s | %8.0f | %11.2f | %12s | %12.1f | %10d | %10d | %10d |" % row,
+            print("| %-30s | %8s | %8.0f | %11.2f | %12s | %12.1f | %10d | %10d | %10d |" % row,
                   flush=True)
     return 0
 

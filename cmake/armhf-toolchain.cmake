@@ -2,7 +2,7 @@
 #   bash scripts/install-armhf-deps.sh
 #   cmake -S . -B build-armhf -G Ninja -DCMAKE_TOOLCHAIN_FILE=cmake/armhf-toolchain.cmake
 # The compiler is Debian's arm-linux-gnueabihf-g++ with its own libc and libstdc++ under
-# /usr/arm-linux-gnueabihf. libcurl and GoogleTest are Debian's armhf packages, unpacked by the
+# /usr/arm-linux-gnueabihf. libcurl, libmosquitto and GoogleTest are Debian's armhf packages, unpacked by the
 # install script into build-armhf-sysroot/ (or TESSERA_ARMHF_SYSROOT). The programs are built
 # with Debian's hardening flags, as the packages ship them, and run here through qemu-arm.
 set(CMAKE_SYSTEM_NAME Linux)
@@ -21,7 +21,8 @@ if(NOT TESSERA_ARMHF_SYSROOT)
 endif()
 # try_compile projects see only what is listed here, not the cache.
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES TESSERA_ARMHF_SYSROOT)
-if(NOT EXISTS ${TESSERA_ARMHF_SYSROOT}/usr/include/${TESSERA_ARMHF_TRIPLE}/curl/curl.h)
+if(NOT EXISTS ${TESSERA_ARMHF_SYSROOT}/usr/include/${TESSERA_ARMHF_TRIPLE}/curl/curl.h OR
+   NOT EXISTS ${TESSERA_ARMHF_SYSROOT}/usr/include/mosquitto.h)
   message(FATAL_ERROR "no armhf libraries in ${TESSERA_ARMHF_SYSROOT}: run scripts/install-armhf-deps.sh")
 endif()
 
@@ -34,12 +35,12 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
-# FindCURL asks pkg-config first; point it at the armhf .pc files.
+# FindCURL and libmosquitto's pkg_check_modules ask pkg-config; point it at the armhf .pc files.
 set(ENV{PKG_CONFIG_LIBDIR} ${TESSERA_ARMHF_SYSROOT}/usr/lib/${TESSERA_ARMHF_TRIPLE}/pkgconfig)
 set(ENV{PKG_CONFIG_SYSROOT_DIR} ${TESSERA_ARMHF_SYSROOT})
 set(ENV{PKG_CONFIG_PATH} "")
 
-# libcurl's own dependencies (TLS, Kerberos, ...) are resolved at link time from the sysroot.
+# libcurl's and libmosquitto's own dependencies (TLS, Kerberos, ...) are resolved at link time from the sysroot.
 set(tessera_armhf_rpath_link
   "-Wl,-rpath-link,${TESSERA_ARMHF_SYSROOT}/usr/lib/${TESSERA_ARMHF_TRIPLE}:${TESSERA_ARMHF_SYSROOT}/lib/${TESSERA_ARMHF_TRIPLE}")
 

@@ -32,7 +32,7 @@ export SOURCE_DATE_EPOCH
 # What the binaries link, checked against dpkg-shlibdeps below on amd64. The minimum versions
 # are those of the oldest symbol versions they use on either architecture (armhf's libgcc_s
 # starts at GCC_3.5).
-depends_tessera="libc6 (>= 2.34), libcurl4 (>= 7.16.2), libgcc-s1 (>= 3.5), libstdc++6 (>= 12)"
+depends_tessera="libc6 (>= 2.34), libcurl4 (>= 7.16.2), libgcc-s1 (>= 3.5), libmosquitto1 (>= 1.6), libstdc++6 (>= 12)"
 depends_readersim="libc6 (>= 2.34), libgcc-s1 (>= 3.5), libstdc++6 (>= 12)"
 
 launcher=()

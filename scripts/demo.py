@@ -257,10 +257,88 @@ def relay_demo(args):
         print("== stopped; nothing left running", flush=True)
 
 
+def mqtt_demo(args):
+    """simulator -> tessera in MQTT relay mode (5) -> a local mosquitto broker -> mosquitto_sub
+    printing each batch and the status topic."""
+    import json
+    import re
+
+    sys.path.insert(0, os.path.join(HERE, "..", "tests", "e2e", "peers"))
+    from mqtt_peers import Broker, retained
+
+    procs = Processes()
+    root = tempfile.mkdtemp(prefix="tessera-demo-")
+    broker = None
+    try:
+        shutil.copytree(CONFIG, os.path.join(root, "readerconfig"))
+        os.makedirs(os.path.join(root, "broker"))
+        broker = Broker(os.path.join(root, "broker"))
+        # The sample configuration names the relay mode 1 and a broker on port 1883; point it at
+        # the demo's own broker and switch the relay to MQTT.
+        conf = os.path.join(root, "readerconfig", "AdvReaderConfig.xml")
+        with open(conf) as f:
+            text = f.read()
+        text = re.sub(r'BrokerURL="[^"]*"', 'BrokerURL="mqtt://127.0.0.1:%d"' % broker.port, text)
+        text = re.sub(r'TagrelayMode="\d+"', 'TagrelayMode="5"', text)
+        with open(conf, "w") as f:
+            f.write(text)
+        llrp, _ = start_simulator(procs)
+        print("== tessera-readersim: 50 tags, 20 reads/s, LLRP on 127.0.0.1:%d" % llrp, flush=True)
+        print("== mosquitto on 127.0.0.1:%d; mosquitto_sub -t 'tessera/#' -v" % broker.port,
+              flush=True)
+        sub = procs.start(["mosquitto_sub", "-h", "127.0.0.1", "-p", str(broker.port), "-t",
+                           "tessera/#", "-v", "-q", "1"], stdout=subprocess.PIPE)
+        counts = {"batches": 0, "reads": 0}
+
+        def show():
+            for raw in sub.stdout:
+                # "-v" writes the topic, a blank and the payload; the topic holds blanks too.
+                line = raw.decode("utf-8", "replace").rstrip("\n")
+                topic, _, payload = (line.partition(" {") if " {" in line
+                                     else line.rpartition(" "))
+                payload = "{" + payload if " {" in line else payload
+                if not topic.endswith("/reads"):
+                    print("   %s  %s" % (topic, payload), flush=True)
+                    continue
+                report = json.loads(payload)
+                reads = report["tag_reads"]
+                counts["batches"] += 1
+                counts["reads"] += len(reads)
+                print("   %s  batch %2d  reader %r  %3d reads  first EPCs %s"
+                      % (topic, counts["batches"], report["reader_name"], len(reads),
+                         " ".join(r["epc"] for r in reads[:3])), flush=True)
+        threading.Thread(target=show, daemon=True).start()
+        cport, _ = start_tessera(procs, root, llrp, args.log)
+        deadline = time.monotonic() + 10
+        while time.monotonic() < deadline:  # the command channel opens after the data channel
+            try:
+                socket.create_connection(("127.0.0.1", cport), timeout=0.2).close()
+                break
+            except OSError:
+                time.sleep(0.05)
+        command(cport, "setup.operating_mode_Tagrelay=,5084 0 5 ,\r\n")
+        print("== batches published by the relay, %d seconds:" % args.seconds, flush=True)
+        time.sleep(args.seconds)
+        command(cport, "getInventoryStatus")
+        command(cport, "disconnect\r\n")
+        time.sleep(0.5)
+        print("== %d batches, %d tag reads arrived through the broker; status now %r"
+              % (counts["batches"], counts["reads"],
+                 retained(broker, "tessera/Dock Door 1/status")), flush=True)
+    except KeyboardInterrupt:
+        print("\n== interrupted", flush=True)
+    finally:
+        procs.stop()
+        if broker is not None:
+            broker.stop()
+        shutil.rmtree(root, ignore_errors=True)
+        print("== stopped; nothing left running", flush=True)
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("mode", nargs="?", default="serial", choices=["serial", "relay"],
-                        help="which stream to show: serial (default) or relay (to HTTP)")
+    parser.add_argument("mode", nargs="?", default="serial", choices=["serial", "relay", "mqtt"],
+                        help="which stream to show: serial (default), relay (to HTTP) or mqtt")
     parser.add_argument("--seconds", type=int, default=5, help="how long reads flow")
     parser.add_argument("--log", action="store_true", help="also show tessera's log lines")
     args = parser.parse_args()
@@ -268,6 +346,8 @@ def main():
         serial_demo(args)
     elif args.mode == "relay":
         relay_demo(args)
+    elif args.mode == "mqtt":
+        mqtt_demo(args)
     return 0
 
 

@@ -3,7 +3,7 @@
 # machine, on top of scripts/install-deps.sh:
 #   - the cross compiler g++-arm-linux-gnueabihf (its own libc and libstdc++ under
 #     /usr/arm-linux-gnueabihf), qemu-user for qemu-arm, lintian for the Debian packages;
-#   - Debian's armhf libcurl and GoogleTest with everything they link against, fetched with
+#   - Debian's armhf libcurl, libmosquitto and GoogleTest with everything they link against, fetched with
 #     `apt-get download` from the same Debian archive and unpacked into build-armhf-sysroot/
 #     (the armhf toolchain file and qemu-arm take them from there).
 # The armhf libraries are not installed as :armhf multiarch packages: dpkg lets a Multi-Arch
@@ -22,7 +22,7 @@ SUDO=""
 [ "$(id -u)" -ne 0 ] && SUDO=sudo
 
 # The top of what the armhf build links; their dependencies follow from apt.
-armhf_roots=(libcurl4-openssl-dev libgtest-dev libgmock-dev libstdc++6)
+armhf_roots=(libcurl4-openssl-dev libmosquitto-dev libgtest-dev libgmock-dev libstdc++6)
 host_packages=(g++-arm-linux-gnueabihf qemu-user lintian)
 
 missing=()
@@ -67,10 +67,12 @@ if [ -z "$wanted" ]; then
   armhf_update
   wanted=$(resolve)
 fi
-if ! grep -q '^libcurl4-openssl-dev=' <<<"$wanted"; then
-  echo "no armhf libcurl4-openssl-dev in the apt indexes of $state" >&2
-  exit 1
-fi
+for root in libcurl4-openssl-dev libmosquitto-dev; do
+  if ! grep -q "^$root=" <<<"$wanted"; then
+    echo "no armhf $root in the apt indexes of $state" >&2
+    exit 1
+  fi
+done
 
 if [ -f "$sysroot/.packages" ] && [ "$(cat "$sysroot/.packages")" = "$wanted" ]; then
   exit 0

@@ -8,6 +8,7 @@
 #include "config/config_records.h"
 #include "config/config_scan.h"
 #include "config/http_post_conf.h"
+#include "config/mqtt_conf.h"
 #include "config/output_conf.h"
 #include "config/relay_conf.h"
 #include "config/serial_port_conf.h"
@@ -56,6 +57,8 @@ const char* relayModeName(int32_t mode) {
       return "TcpIp";
     case 4:
       return "UsbDrive";
+    case 5:
+      return "Mqtt";
     default:
       return "undefined";
   }
@@ -111,6 +114,22 @@ bool checkRelayOutput(FILE* out, int32_t mode) {
             "HTTPUserName",  "HTTPPassword", "HTTPPostInterval", "ReaderName"};
     result = readHttpPostConfig(http, name, format, &notes);
     if (http.HTTPServerURL[0] == '\0') problem = "HTTPServerURL is empty";
+  } else if (mode == static_cast<int32_t>(RelayMode::Mqtt)) {
+    MqttConfig mqtt;
+    ReaderName name;
+    section = "MQTTConfig";
+    keys = {"BrokerURL", "Topic",    "StatusTopic", "QoS",       "ClientId",
+            "UserName",  "Password", "CAFile",      "KeepAlive", "ReaderName"};
+    result = readMqttConfig(mqtt, name, format, &notes);
+    MqttBroker broker;
+    if (parseBrokerUrl(mqtt.BrokerURL, broker) && broker.tls && mqtt.CAFile[0] != '\0') {
+      FILE* ca = std::fopen(platform::path(mqtt.CAFile).c_str(), "r");
+      if (ca == nullptr) {
+        problem = std::string("CAFile ") + platform::path(mqtt.CAFile) + " cannot be read";
+      } else {
+        std::fclose(ca);
+      }
+    }
   } else if (mode == static_cast<int32_t>(RelayMode::TcpIp)) {
     TcpIpConfig tcp;
     section = "TCPIPConfig";
@@ -163,7 +182,7 @@ Verdict checkRelay(FILE* out) {
   printProblems(out, notes);
   Verdict verdict;
   verdict.configured = true;
-  bool known = relay.relayMode >= 1 && relay.relayMode <= 4;
+  bool known = relay.relayMode >= 1 && relay.relayMode <= static_cast<int32_t>(RelayMode::Mqtt);
   if (!known) std::fprintf(out, "  PROBLEM: relay mode %d is undefined\n", relay.relayMode);
   bool sectionUsable = result == 0 && known && notes.problems.empty();
   bool outputUsable = known && checkRelayOutput(out, relay.relayMode);

@@ -79,6 +79,26 @@ struct HttpPostConfig {
   char HTTPProxyPassword[128] = {};
 };
 
+// MQTT delivery guarantees the relay offers: fire and forget, or at least once (PUBACK).
+enum class MqttQos : int32_t {
+  AtMostOnce = 0,
+  AtLeastOnce = 1,
+};
+
+// The MQTTConfig section. Every read starts from these defaults, so that a key taken out of
+// the file (a password above all) does not live on from an earlier read.
+struct MqttConfig {
+  char BrokerURL[256] = "mqtt://127.0.0.1:1883";  // mqtt://host[:port] or mqtts://host[:port]
+  char Topic[256] = "tessera/{reader_name}/reads";
+  char StatusTopic[256] = "tessera/{reader_name}/status";
+  MqttQos QoS = MqttQos::AtLeastOnce;
+  char ClientId[128] = {};  // empty: "tessera-" and the MAC address
+  char UserName[128] = {};
+  char Password[128] = {};
+  char CAFile[256] = {};    // under --root; empty with mqtts: the system's trusted roots
+  int32_t KeepAlive = 30;   // seconds
+};
+
 // The reader's name as the JSON report shows it (key "ReaderName" of HTTPPostConfig).
 struct ReaderName {
   char text[128] = {};
@@ -91,6 +111,7 @@ enum class RelayMode : int32_t {
   UsbHid = 2,    // keystrokes on the USB HID keyboard
   TcpIp = 3,     // the client of the relay's TCP/IP server
   UsbDrive = 4,  // hourly files on a USB flash drive
+  Mqtt = 5,      // messages to an MQTT broker
 };
 
 // One AntennaConfig line.

@@ -69,6 +69,22 @@ char* Tokens::next(const char* delimiters) {
   return start;
 }
 
+char* Tokens::quotedValue(const char* delimiters) {
+  char* start = rest_ + std::strspn(rest_, delimiters);
+  if (*start != '"') {
+    char* token = next(delimiters);
+    return token ? unquote(token) : nullptr;
+  }
+  char* end = std::strchr(start + 1, '"');
+  if (end == nullptr) {
+    rest_ = start + std::strlen(start);
+    return nullptr;
+  }
+  *end = '\0';
+  rest_ = end + 1;
+  return start + 1;
+}
+
 char* unquote(char* token) {
   size_t n = std::strlen(token);
   if (n <= 2) {

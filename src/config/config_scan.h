@@ -63,6 +63,10 @@ class Tokens {
   explicit Tokens(char* line) : rest_(line) {}
   // The next token, or nullptr when the line has no more.
   char* next(const char* delimiters);
+  // A value in double quotes, taken whole to its closing quote (blanks, slashes and "="
+  // included; "" is the empty text); any other value is the next token with `delimiters`,
+  // unquoted. nullptr when the line has no more or a quote is not closed.
+  char* quotedValue(const char* delimiters);
 
  private:
   char* rest_;

@@ -97,7 +97,8 @@ void printUsage(const char* program) {
   std::printf(
       "Usage: %s [OPTION]...\n"
       "Tessera: relays the tag reads of the appliance's UHF RFID reader to HTTP(S), a USB HID\n"
-      "keyboard, a TCP/IP client, hourly CSV files on a USB drive or the serial port.\n"
+      "keyboard, a TCP/IP client, an MQTT broker, hourly CSV files on a USB drive or the serial\n"
+      "port.\n"
       "Commands arrive on 127.0.0.1:50017, notifications leave on 127.0.0.1:50018.\n"
       "Configuration: /readerconfig/AdvReaderConfig.xml and /readerconfig/cloud.conf.\n"
       "Log: syslog, identity \"tessera\"; also standard output when MVM_DEBUG=enable.\n"

@@ -64,6 +64,7 @@ struct ServiceState {
   DataFormatConfig dataFormat;
   TcpIpConfig tcpIpConfig;
   HttpPostConfig httpPostConfig;
+  MqttConfig mqttConfig;
   ReaderName readerName;
   RelayConfig relayConfig;
   CloudSettings cloudSettings;
@@ -126,6 +127,8 @@ struct ServiceState {
   // the relay stop (main, after joining the worker) or the worker's own fatal exit destroys it.
   // The elaborated "class" declares tessera::HTTPClient here without an include.
   class HTTPClient* httpClient = nullptr;
+  // Likewise the MQTT client (relay mode 5), whose own network thread keeps the connection.
+  class MqttClient* mqttClient = nullptr;
   // The relay start (main) switches the USB device port to the HID gadget and opens /dev/hidg0;
   // the worker types into it; the relay stop (main, after the join) or the worker's fatal exit
   // closes it and switches back.

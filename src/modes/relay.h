@@ -25,8 +25,8 @@ void relayStop();
 // Empties the batch and, for HTTP POST and TCP/IP, opens it with the JSON report opening (and
 // the batch number, with the spool).
 void openRelayBatch();
-// Whether the outage spool serves this relay: --spool is given and the channel is HTTP POST or
-// TCP/IP (USB drive and HID are local).
+// Whether the outage spool serves this relay: --spool is given and the channel is HTTP POST,
+// TCP/IP or MQTT (USB drive and HID are local).
 bool spoolApplies(const ServiceState& s);
 // Tells the worker to stop, wakes it and joins it; nothing when none was started. wakeAccept also
 // shuts the TCP/IP listener down, which ends a wait in accept and leaves the listener unusable.

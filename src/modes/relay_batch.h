@@ -44,6 +44,8 @@ inline constexpr long kHttpTooManyRequests = 429;
 // One HTTP POST of a closed batch. Without `statusDecides` any answer delivers it; with it only
 // a 2xx does, a 4xx other than 408 and 429 refuses it for good, anything else keeps it.
 SendResult postText(ServiceState& s, const std::string& text, bool statusDecides);
+// Publishes a closed batch on the MQTT topic; Delivered at its PUBACK (QoS 1).
+SendResult publishText(ServiceState& s, const std::string& text);
 // Sends what the TCP/IP client's socket takes of `text` from `sent` on (advanced); Delivered when
 // all of it is out; Failed, with `sent` back at 0, when the client is gone.
 SendResult sendPiece(ServiceState& s, const std::string& text, size_t& sent);

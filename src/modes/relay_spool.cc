@@ -1,7 +1,7 @@
 // src/modes/relay_spool.cc — the relay worker's loop with the outage spool (--spool): reads keep
-// flowing while the HTTP server or the TCP/IP client is away. A batch that cannot be delivered,
+// flowing while the HTTP server, the TCP/IP client or the MQTT broker is away. A batch that cannot be delivered,
 // and every batch behind one that waits, goes to the spool and leaves memory; delivery is oldest
-// first, confirmed (a 2xx, or every byte taken by the client's socket), paced by an exponential
+// first, confirmed (a 2xx, every byte taken by the client's socket, or the PUBACK), paced by an exponential
 // back-off with full jitter while the spool holds batches.
 #include <fcntl.h>
 #include <poll.h>
@@ -86,6 +86,7 @@ class SpoolRelay {
   bool sealToSpool();
   void checkSpool();
   bool deliver();
+  SendResult send();
   void settle(SendResult r);
   void wait();
 
@@ -150,6 +151,17 @@ void SpoolRelay::checkSpool() {
   s_.spoolAccepting = true;
 }
 
+SendResult SpoolRelay::send() {
+  switch (static_cast<RelayMode>(s_.relayConfig.relayMode)) {
+    case RelayMode::TcpIp:
+      return sendPiece(s_, current_.batch.text, current_.sent);
+    case RelayMode::Mqtt:
+      return publishText(s_, current_.batch.text);
+    default:
+      return postText(s_, current_.batch.text, true);
+  }
+}
+
 void SpoolRelay::settle(SendResult r) {
   const spool::Batch& b = current_.batch;
   switch (r) {
@@ -172,8 +184,8 @@ void SpoolRelay::settle(SendResult r) {
     case SendResult::Failed:
       s_.readLedger.deliveryFailed();
       backoff_.failed();
-      // An HTTP batch from memory goes to the (then empty) spool, keeping the order; a TCP/IP one
-      // stays, whole, for the next client.
+      // An HTTP or MQTT batch from memory goes to the (then empty) spool, keeping the order; a
+      // TCP/IP one stays, whole, for the next client.
       if (!current_.spooled && !tcp() && s_.spoolAccepting &&
           s_.spool.append(b.seq, b.reads, b.text, platform::now())) {
         current_ = Delivery{};
@@ -217,8 +229,7 @@ bool SpoolRelay::deliver() {
       }
       return true;  // no client yet: nothing is tried, nothing counts as failed
     }
-    const SendResult r = tcp() ? sendPiece(s_, current_.batch.text, current_.sent)
-                               : postText(s_, current_.batch.text, true);
+    const SendResult r = send();
     if (r == SendResult::Fatal) return false;
     settle(r);
     if (r == SendResult::Failed || r == SendResult::Partial) return true;

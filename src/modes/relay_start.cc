@@ -2,6 +2,7 @@
 #include <string>
 
 #include "config/http_post_conf.h"
+#include "config/mqtt_conf.h"
 #include "config/output_conf.h"
 #include "config/relay_conf.h"
 #include "core/console.h"
@@ -11,6 +12,7 @@
 #include "modes/relay.h"
 #include "output/data_channel.h"
 #include "output/http_client.h"
+#include "output/mqtt_client.h"
 #include "output/tcp_server.h"
 #include "output/usb_hid.h"
 #include "platform/platform.h"
@@ -88,6 +90,23 @@ int openChannel(ServiceState& s) {
     case RelayMode::UsbDrive:
       s.relayBatch.clear();
       return 0;
+    case RelayMode::Mqtt: {
+      const char* mac = s.macAddressKnown ? s.macAddress : getMacAddress();
+      delete s.mqttClient;  // none is held here, unless a start was cut short
+      s.mqttClient = nullptr;
+      auto* client = new MqttClient(s.mqttConfig, s.readerName.text, mac);
+      // As for HTTP: a publish waiting for its PUBACK gives up when the relay stops.
+      client->setAbortFlag(&s.relayWorkerStop);
+      if (client->start() != 0) {
+        Logger::log(6, "Tagrelay: Unable to set up MQTT client - %s\n",
+                    client->lastError().text.c_str());
+        delete client;
+        return -1;
+      }
+      s.mqttClient = client;
+      openRelayBatch();
+      return 0;
+    }
     default:
       return -1;
   }
@@ -97,6 +116,8 @@ int openChannel(ServiceState& s) {
 void releaseChannelAfterConnectFailure(ServiceState& s) {
   delete s.httpClient;
   s.httpClient = nullptr;
+  delete s.mqttClient;
+  s.mqttClient = nullptr;
   releaseHidDevice();
   if (s.hidGadgetLoaded) switchToEthernetGadget();
   releaseUsbDriveFile();
@@ -127,7 +148,7 @@ int relayStartOnce() {
   ServiceState& s = serviceState;
   const int32_t mode = s.relayConfig.relayMode;
   if (mode == 0) return -1;
-  if (mode < 1 || mode > 4) {
+  if (mode < 1 || mode > static_cast<int32_t>(RelayMode::Mqtt)) {
     Logger::log(6, "Tagrelay: Unknown mode\n");
     return -1;
   }
@@ -180,7 +201,8 @@ bool spoolApplies(const ServiceState& s) {
   const int32_t mode = s.relayConfig.relayMode;
   return !platform::settings().spoolDir.empty() &&
          (mode == static_cast<int32_t>(RelayMode::HttpPost) ||
-          mode == static_cast<int32_t>(RelayMode::TcpIp));
+          mode == static_cast<int32_t>(RelayMode::TcpIp) ||
+          mode == static_cast<int32_t>(RelayMode::Mqtt));
 }
 
 void openRelayBatch() {
@@ -190,7 +212,8 @@ void openRelayBatch() {
   s.relayBatchHeartbeat = std::string::npos;
   const int32_t mode = s.relayConfig.relayMode;
   if (mode != static_cast<int32_t>(RelayMode::HttpPost) &&
-      mode != static_cast<int32_t>(RelayMode::TcpIp)) {
+      mode != static_cast<int32_t>(RelayMode::TcpIp) &&
+      mode != static_cast<int32_t>(RelayMode::Mqtt)) {
     return;
   }
   // The address is asked of the kernel once; every later report reuses the text.
@@ -248,6 +271,12 @@ int relayStart(bool reread) {
       sectionResult = readTcpIpConfig(s.tcpIpConfig, s.dataFormat);
       if (sectionResult != 1) {
         Logger::log(3, "Tagrelay: Failed to parse Tagrelay configuration for TCP/IP.\n");
+      }
+      break;
+    case RelayMode::Mqtt:
+      sectionResult = readMqttConfig(s.mqttConfig, s.readerName, s.dataFormat);
+      if (sectionResult != 1) {
+        Logger::log(3, "Tagrelay: Failed to parse Tagrelay configuration for MQTT.\n");
       }
       break;
     default:

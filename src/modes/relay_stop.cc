@@ -5,6 +5,7 @@
 #include "modes/relay.h"
 #include "modes/relay_batch.h"
 #include "output/http_client.h"
+#include "output/mqtt_client.h"
 #include "output/tcp_server.h"
 #include "output/usb_drive.h"
 #include "output/usb_hid.h"
@@ -87,6 +88,9 @@ void relayStop() {
   discardRelayHoldings();
   delete s.httpClient;
   s.httpClient = nullptr;
+  // Publishes the retained "offline" and disconnects before the client goes.
+  delete s.mqttClient;
+  s.mqttClient = nullptr;
   releaseHidDevice();
   releaseUsbDriveFile();
   if (s.hidGadgetLoaded) {

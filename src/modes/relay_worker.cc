@@ -14,6 +14,7 @@
 #include "modes/relay_batch.h"
 #include "output/data_channel.h"
 #include "output/http_client.h"
+#include "output/mqtt_client.h"
 #include "output/tcp_server.h"
 #include "output/usb_drive.h"
 #include "output/usb_hid.h"
@@ -40,6 +41,17 @@ SendResult postText(ServiceState& s, const std::string& text, bool statusDecides
                          status != kHttpTooManyRequests;
   if (permanent) return SendResult::Rejected;
   Logger::log(6, "Tagrelay: HTTP POST status %ld, the batch is sent again\n", status);
+  return SendResult::Failed;
+}
+
+SendResult publishText(ServiceState& s, const std::string& text) {
+  if (s.mqttClient == nullptr) {
+    fatalExit(s, "Tagrelay: MQTT handle not available.. exiting thread\n");
+    return SendResult::Fatal;
+  }
+  if (s.mqttClient->publish(text) == MqttPublishResult::Delivered) return SendResult::Delivered;
+  MqttError error = s.mqttClient->lastError();
+  Logger::log(6, "Tagrelay: MQTT publish Error - %d : %s\n", error.code, error.text.c_str());
   return SendResult::Failed;
 }
 
@@ -115,6 +127,8 @@ SendResult send(ServiceState& s) {
         return SendResult::Fatal;
       }
       return sendTcpIp(s);
+    case RelayMode::Mqtt:
+      return publishText(s, closedBatch(s.relayBatch, false));
     case RelayMode::UsbDrive: {
       std::string text = s.relayBatch;
       if (usbDriveWrite(text.data()) >= 0) return SendResult::Delivered;
