@@ -126,6 +126,30 @@ class MqttRelayTest(unittest.TestCase):
             seen.update(keys)
             batches.append(keys)
 
+    def test_with_the_spool_a_broker_outage_does_not_pause_the_reader(self):
+        broker = self.broker(persistent=True)
+        sub = self.subscriber(broker)
+        b = Bench(sim_args=("--tags", "50", "--rate", "500"), relay={"TagrelayMode": "5"},
+                  with_serial_line=False,
+                  extra_lines=[mqtt_section("mqtt://127.0.0.1:%d" % broker.port)],
+                  tessera_args=("--spool", os.path.join(self.dir, "spool")))
+        self.addCleanup(b.close)
+        self.assertEqual(b.tessera.command(START), STARTED)
+        self.assertTrue(wait_until(lambda: len(self.reads(sub)) >= 100, timeout=30))
+        broker.stop()
+        self.assertTrue(wait_until(lambda: b.tessera.statistics()["spool_batches"] >= 3,
+                                   timeout=30))
+        self.assertEqual(b.sim.stats()["rospecs_stopped"], 0, "the inventory was paused")
+        broker.start()
+
+        def unique_reads():
+            by_seq = {m["batch_seq"]: m for m in self.messages(sub)}
+            return sum(len(m["tag_reads"]) for m in by_seq.values())
+
+        received, sent, stats = settle(b, unique_reads)
+        self.assertEqual(received, sent)
+        self.assertEqual(stats["reads_discarded"], 0, stats)
+
     def test_tls_ca_and_credentials_are_checked_and_retried(self):
         ca, cert, key_file = make_ca_and_server(self.dir, "right")
         wrong, _, _ = make_ca_and_server(self.dir, "wrong")
