@@ -34,10 +34,10 @@ EPC_KEY = b'"epc":'
 class CountingHttpServer:
     """HTTP/1.1 with keep-alive on 127.0.0.1: answers every request 200 and counts EPC keys."""
 
-    def __init__(self):
+    def __init__(self, port=0):
         self.sock = socket.socket()
         self.sock.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-        self.sock.bind(("127.0.0.1", 0))
+        self.sock.bind(("127.0.0.1", port))
         self.sock.listen(16)
         self.port = self.sock.getsockname()[1]
         self.reads = 0

@@ -107,6 +107,10 @@ stage() {  # package arch binary depends section synopsis description-file
   if [ "$pkg" = tessera ]; then
     gzip -9n <packaging/tessera.1 >"$root/usr/share/man/man1/tessera.1.gz"
     install -D -m 0644 packaging/tessera.service "$root/lib/systemd/system/tessera.service"
+    install -D -m 0644 packaging/tessera.default "$root/etc/default/tessera"
+    echo /etc/default/tessera >"$root/DEBIAN/conffiles"
+    chmod 0644 "$root/DEBIAN/conffiles"
+    install -d "$root/var/lib/tessera/spool"
     install -m 0755 packaging/postinst packaging/prerm packaging/postrm "$root/DEBIAN/"
     install -D -m 0644 packaging/tessera.lintian-overrides "$root/usr/share/lintian/overrides/tessera"
   else

@@ -228,6 +228,16 @@ int checkConfig(FILE* out) {
     relay = checkRelay(out);
   }
   checkCloud(out);
+  // The spool is an option of the command line, not of the files, but it decides what an outage
+  // does to the relay, so it is shown with them.
+  const auto& settings = platform::settings();
+  std::fprintf(out, "\n[spool]\n");
+  if (settings.spoolDir.empty()) {
+    std::fprintf(out, "  off (--spool not given): an outage pauses the relay at 70 KiB\n");
+  } else {
+    std::fprintf(out, "  folder = \"%s\"\n  cap = %llu bytes\n", settings.spoolDir.c_str(),
+                 static_cast<unsigned long long>(settings.spoolMaxBytes));
+  }
   bool anyConfigured = serial.configured || relay.configured;
   bool ok =
       anyConfigured && (!serial.configured || serial.usable) && (!relay.configured || relay.usable);

@@ -1,11 +1,10 @@
 // src/modes/relay_spool.cc — the relay worker's loop with the outage spool (--spool): reads keep
-// flowing while the HTTP server, the TCP/IP client or the MQTT broker is away. A batch that cannot be delivered,
-// and every batch behind one that waits, goes to the spool and leaves memory; delivery is oldest
-// first, confirmed (a 2xx, every byte taken by the client's socket, or the PUBACK), paced by an exponential
-// back-off with full jitter while the spool holds batches.
+// flowing while the HTTP server, the TCP/IP client or the MQTT broker is away. A batch that cannot
+// be delivered, and every batch behind one that waits, goes to the spool and leaves memory;
+// delivery is oldest first, confirmed (a 2xx, every byte taken by the client's socket, or the
+// PUBACK), paced by an exponential back-off with full jitter while the spool holds batches.
 #include <fcntl.h>
 #include <poll.h>
-#include <sched.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -30,6 +29,8 @@ using Clock = std::chrono::steady_clock;
 constexpr double kMaxBackoffSeconds = 30.0;
 // How long one pass may go on delivering spooled batches before it takes new records again.
 constexpr auto kReplayBudget = std::chrono::seconds(1);
+// With no pass interval, the longest a pass waits for records before it looks at retries again.
+constexpr auto kIdleWait = std::chrono::milliseconds(10);
 // A spool folder that refused a write, or could not be opened, is tried again after this.
 constexpr double kSpoolRetrySeconds = 10.0;
 
@@ -238,14 +239,17 @@ bool SpoolRelay::deliver() {
 }
 
 void SpoolRelay::wait() {
-  if (interval_ <= 0) {
-    sched_yield();
+  std::unique_lock<std::mutex> lock(s_.relayWakeLock);
+  if (interval_ > 0) {
+    s_.relayWakeCond.wait_for(lock, seconds(interval_), [&] {
+      return s_.relayWorkerStop.load() || s_.relayPendingFull.load();
+    });
     return;
   }
-  std::unique_lock<std::mutex> lock(s_.relayWakeLock);
-  s_.relayWakeCond.wait_for(lock, seconds(interval_), [&] {
-    return s_.relayWorkerStop.load() || s_.relayPendingFull.load();
-  });
+  // No interval: the next pass comes with the next records, or when a retry is due; never a
+  // busy loop while the sink is away.
+  s_.relayWakeCond.wait_for(
+      lock, kIdleWait, [&] { return s_.relayWorkerStop.load() || s_.relayRecordsReady.load(); });
 }
 
 bool SpoolRelay::pass() {

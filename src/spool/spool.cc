@@ -252,8 +252,11 @@ bool Spool::append(uint64_t seq, uint32_t reads, std::string_view text, int64_t 
     ok = writeAll(writeFd_, record.data(), record.size());
     if (!ok) {
       const int err = errno;
-      // A partial record must not stay behind: later appends would follow damage.
-      (void)::ftruncate(writeFd_, static_cast<off_t>(seg.bytes));
+      // A partial record must not stay behind: later appends would follow damage. Should even
+      // the cut fail, the next open stops reading the file at the damage, with a log line.
+      if (::ftruncate(writeFd_, static_cast<off_t>(seg.bytes)) != 0) {
+        Logger::log(3, "Spool: cannot cut %s: %s\n", seg.path.c_str(), errnoText().c_str());
+      }
       errno = err;
     } else {
       Entry e;

@@ -121,8 +121,8 @@ class Spool {
   uint64_t recoveredReads_ = 0;
   bool dirty_ = false;  // written since the last fdatasync
   int64_t lastSync_ = 0;
-  bool refusing_ = false;  // the disk refused the last append (logged once)
-  bool dropping_ = false;  // the cap is dropping batches (logged once per episode)
+  bool refusing_ = false;    // the disk refused the last append (logged once)
+  bool dropping_ = false;    // the cap is dropping batches (logged once per episode)
   uint64_t checkedOut_ = 0;  // the batch front() handed out last
 };
 
