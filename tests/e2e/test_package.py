@@ -73,14 +73,21 @@ class PackageTest(unittest.TestCase):
                            ("/usr/share/man/man1/tessera.1.gz", 0o644),
                            ("/usr/share/man/man1/tessera-readersim.1.gz", 0o644),
                            ("/usr/share/doc/tessera/copyright", 0o644),
-                           ("/usr/share/doc/tessera/changelog.gz", 0o644)):
+                           ("/usr/share/doc/tessera/changelog.gz", 0o644),
+                           ("/etc/default/tessera", 0o644)):
             self.assertTrue(os.path.isfile(self.installed(path)), path)
             self.assertEqual(os.stat(self.installed(path)).st_mode & 0o777, mode, path)
+        # The spool's folder is made, the spool itself left off.
+        self.assertTrue(os.path.isdir(self.installed("/var/lib/tessera/spool")))
+        with open(self.installed("/etc/default/tessera")) as f:
+            options = [l.strip() for l in f if l.startswith("TESSERA_OPTS=")]
+        self.assertEqual(options, ['TESSERA_OPTS=""'])
 
     def test_unit_starts_the_service_with_the_appliance_defaults(self):
         with open(self.installed("/lib/systemd/system/tessera.service")) as f:
             lines = {l.strip() for l in f if l.strip() and not l.startswith("#")}
-        for line in ("ExecStart=/usr/bin/tessera", "Restart=on-failure", "KillSignal=SIGTERM",
+        for line in ("ExecStart=/usr/bin/tessera $TESSERA_OPTS",
+                     "EnvironmentFile=-/etc/default/tessera", "Restart=on-failure", "KillSignal=SIGTERM",
                      "SyslogIdentifier=tessera", "WantedBy=multi-user.target"):
             self.assertIn(line, lines)
 
