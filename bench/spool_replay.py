@@ -31,7 +31,7 @@ def main():
     from fixtures import write_config
     from harness import Tessera, free_port, wait_until
     from relay_peers import http_section
-    from relay_throughput import CountingHttpServer, cpu_seconds
+    from relay_throughput import CountingHttpServer, _accepts, cpu_seconds
 
     folder = tempfile.TemporaryDirectory(prefix="spool-bench-")
     port = free_port()
@@ -44,7 +44,8 @@ def main():
     try:
         write_config(tessera.root, relay={"TagrelayMode": "1", "TagMetaData": "45"},
                      extra_lines=[http_section("http://127.0.0.1:%d/bench" % port, interval=0)])
-        tessera.start()
+        tessera.start(wait_ready=False)
+        wait_until(lambda: _accepts(tessera.command_port), timeout=20)
         reply = tessera.command("setup.operating_mode_Tagrelay=,5084 0 1 ,\r\n")
         assert reply == b"httppoststart:0\r\n\r\n", reply
         pid = tessera.proc.pid
