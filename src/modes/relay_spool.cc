@@ -299,13 +299,24 @@ void runSpoolRelay(ServiceState& s, double interval) {
 
 void spoolRelayHoldings(ServiceState& s) {
   if (!spoolApplies(s) || !s.spool.isOpen()) return;
-  (void)takeRecords(s);
+  {
+    // Not takeRecords: that would start an inventory paused for a full buffer again.
+    std::lock_guard<std::mutex> outer(s.relayPendingOuterLock);
+    std::lock_guard<std::mutex> inner(s.relayPendingInnerLock);
+    s.relayBatch += s.relayPending;
+    s.relayBatchReads += s.relayPendingReads;
+    s.relayPending.clear();
+    s.relayPendingLength = 0;
+    s.relayPendingReads = 0;
+    s.relayRecordsReady = false;
+  }
   if (batchHasContent(s) && s.relayBatchSeq >= 0) {
     const std::string text = closedBatch(
         s.relayBatch, s.relayConfig.relayMode == static_cast<int32_t>(RelayMode::TcpIp));
     if (s.spool.append(static_cast<uint64_t>(s.relayBatchSeq),
                        static_cast<uint32_t>(s.relayBatchReads), text, platform::now())) {
       s.relayBatchReads = 0;
+      s.relayBatchSeq = -1;
       s.relayBatch.clear();
     }
   }
