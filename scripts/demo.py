@@ -118,6 +118,24 @@ def start_tessera(procs, root, reader_port, show_log):
     return cport, dport
 
 
+def run_relay(procs, root, llrp, args, channel, verb):
+    """Starts tessera, the relay on `channel` for --seconds, then asks the status and
+    disconnects."""
+    cport, _ = start_tessera(procs, root, llrp, args.log)
+    deadline = time.monotonic() + 10
+    while time.monotonic() < deadline:  # the command channel opens after the data channel
+        try:
+            socket.create_connection(("127.0.0.1", cport), timeout=0.2).close()
+            break
+        except OSError:
+            time.sleep(0.05)
+    command(cport, "setup.operating_mode_Tagrelay=,5084 0 %d ,\r\n" % channel)
+    print("== batches %s by the relay, %d seconds:" % (verb, args.seconds), flush=True)
+    time.sleep(args.seconds)
+    command(cport, "getInventoryStatus")
+    command(cport, "disconnect\r\n")
+
+
 def serial_demo(args):
     procs = Processes()
     root = tempfile.mkdtemp(prefix="tessera-demo-")
@@ -231,19 +249,7 @@ def relay_demo(args):
         print("== tessera-readersim: 50 tags, 20 reads/s, LLRP on 127.0.0.1:%d" % llrp, flush=True)
         print("== HTTP server on 127.0.0.1:%d, HTTPServerURL http://127.0.0.1:%d/tagdata"
               % (port, port), flush=True)
-        cport, _ = start_tessera(procs, root, llrp, args.log)
-        deadline = time.monotonic() + 10
-        while time.monotonic() < deadline:  # the command channel opens after the data channel
-            try:
-                socket.create_connection(("127.0.0.1", cport), timeout=0.2).close()
-                break
-            except OSError:
-                time.sleep(0.05)
-        command(cport, "setup.operating_mode_Tagrelay=,5084 0 1 ,\r\n")
-        print("== batches posted by the relay, %d seconds:" % args.seconds, flush=True)
-        time.sleep(args.seconds)
-        command(cport, "getInventoryStatus")
-        command(cport, "disconnect\r\n")
+        run_relay(procs, root, llrp, args, 1, "posted")
         print("== %d batches, %d tag reads arrived by HTTP POST" % (len(batches), sum(batches)),
               flush=True)
     except KeyboardInterrupt:
@@ -308,19 +314,7 @@ def mqtt_demo(args):
                       % (topic, counts["batches"], report["reader_name"], len(reads),
                          " ".join(r["epc"] for r in reads[:3])), flush=True)
         threading.Thread(target=show, daemon=True).start()
-        cport, _ = start_tessera(procs, root, llrp, args.log)
-        deadline = time.monotonic() + 10
-        while time.monotonic() < deadline:  # the command channel opens after the data channel
-            try:
-                socket.create_connection(("127.0.0.1", cport), timeout=0.2).close()
-                break
-            except OSError:
-                time.sleep(0.05)
-        command(cport, "setup.operating_mode_Tagrelay=,5084 0 5 ,\r\n")
-        print("== batches published by the relay, %d seconds:" % args.seconds, flush=True)
-        time.sleep(args.seconds)
-        command(cport, "getInventoryStatus")
-        command(cport, "disconnect\r\n")
+        run_relay(procs, root, llrp, args, 5, "published")
         time.sleep(0.5)
         print("== %d batches, %d tag reads arrived through the broker; status now %r"
               % (counts["batches"], counts["reads"],

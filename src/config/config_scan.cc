@@ -111,4 +111,14 @@ void logCut(const char* section, const char* key, size_t capacity) {
   Logger::log(6, "%s: value of %s cut to %zu characters\n", section, key, capacity);
 }
 
+bool seekSection(ConfigLines& lines, char* line, Tokens& tokens, const char* section) {
+  while (lines.next()) {
+    tokens = Tokens(line);
+    const char* first = tokens.next(kDelimNoSlash);
+    if (first != nullptr && std::strcmp(first, section) == 0) return true;
+  }
+  Logger::log(6, "Unable to read from file.");
+  return false;
+}
+
 }  // namespace tessera

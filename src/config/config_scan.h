@@ -77,6 +77,10 @@ inline constexpr const char* kDelimWithSlash = " =/<>";
 inline constexpr const char* kDelimNoSlash = " =<>";
 inline constexpr const char* kDelimReaderName = "'=<>";
 
+// Reads lines until one opens with `section` (tokens split without "/"); `tokens` then stands
+// after the section name. Logs "Unable to read from file." and returns false when none does.
+[[nodiscard]] bool seekSection(ConfigLines& lines, char* line, Tokens& tokens, const char* section);
+
 // Drops the first and the last character of a value token (its quotes, whatever they are).
 char* unquote(char* token);
 // A decimal number with strtol rules: leading blanks, optional sign, digits; none gives 0.

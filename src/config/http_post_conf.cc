@@ -113,17 +113,8 @@ int32_t readHttpPostConfig(HttpPostConfig& http, ReaderName& name, DataFormatCon
   ConfigLines lines(line, sizeof line);
   if (!lines.opened()) return 0;
   if (notes) notes->fileOpened = true;
-  bool found = false;
   Tokens tokens(line);
-  while (!found && lines.next()) {
-    tokens = Tokens(line);
-    const char* first = tokens.next(kDelimNoSlash);
-    found = first != nullptr && std::strcmp(first, kSection) == 0;
-  }
-  if (!found) {
-    Logger::log(6, "Unable to read from file.");
-    return -1;
-  }
+  if (!seekSection(lines, line, tokens, kSection)) return -1;
   if (notes) notes->sections.push_back(kSection);
   while (char* keyName = tokens.next(kDelimNoSlash)) {
     if (std::strcmp(keyName, "ReaderName") == 0) {

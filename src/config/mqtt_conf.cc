@@ -142,17 +142,8 @@ int32_t readMqttConfig(MqttConfig& mqtt, ReaderName& name, DataFormatConfig& for
   ConfigLines lines(line, sizeof line);
   if (!lines.opened()) return 0;
   if (notes) notes->fileOpened = true;
-  bool found = false;
   Tokens tokens(line);
-  while (!found && lines.next()) {
-    tokens = Tokens(line);
-    const char* first = tokens.next(kDelimNoSlash);
-    found = first != nullptr && std::strcmp(first, kSection) == 0;
-  }
-  if (!found) {
-    Logger::log(6, "Unable to read from file.");
-    return -1;
-  }
+  if (!seekSection(lines, line, tokens, kSection)) return -1;
   if (notes) notes->sections.push_back(kSection);
   // Values stand in double quotes and may hold blanks (the reader name), slashes and colons
   // (URLs, topics) and "=".

@@ -62,18 +62,20 @@ void addHeartbeat(ServiceState& s, int64_t now) {
   s.lastHeartbeat = now;
 }
 
+void movePendingToBatch(ServiceState& s) {
+  std::lock_guard<std::mutex> outer(s.relayPendingOuterLock);
+  std::lock_guard<std::mutex> inner(s.relayPendingInnerLock);
+  s.relayBatch += s.relayPending;
+  s.relayBatchReads += s.relayPendingReads;
+  s.relayPending.clear();
+  s.relayPendingLength = 0;
+  s.relayPendingReads = 0;
+  s.relayRecordsReady = false;
+}
+
 bool takeRecords(ServiceState& s) {
   if (s.relayBatch.size() >= kRelayBatchLimit) return false;
-  {
-    std::lock_guard<std::mutex> outer(s.relayPendingOuterLock);
-    std::lock_guard<std::mutex> inner(s.relayPendingInnerLock);
-    s.relayBatch += s.relayPending;
-    s.relayBatchReads += s.relayPendingReads;
-    s.relayPending.clear();
-    s.relayPendingLength = 0;
-    s.relayPendingReads = 0;
-    s.relayRecordsReady = false;
-  }
+  movePendingToBatch(s);
   if (s.inventoryPausedForBuffer) {
     Logger::log(6, "Tagrelay: Data consumed, Starting Inventory.\n");
     // As at the start, a refused restart is left to the reader's own events.

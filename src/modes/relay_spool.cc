@@ -299,17 +299,8 @@ void runSpoolRelay(ServiceState& s, double interval) {
 
 void spoolRelayHoldings(ServiceState& s) {
   if (!spoolApplies(s) || !s.spool.isOpen()) return;
-  {
-    // Not takeRecords: that would start an inventory paused for a full buffer again.
-    std::lock_guard<std::mutex> outer(s.relayPendingOuterLock);
-    std::lock_guard<std::mutex> inner(s.relayPendingInnerLock);
-    s.relayBatch += s.relayPending;
-    s.relayBatchReads += s.relayPendingReads;
-    s.relayPending.clear();
-    s.relayPendingLength = 0;
-    s.relayPendingReads = 0;
-    s.relayRecordsReady = false;
-  }
+  // Not takeRecords: that would start an inventory paused for a full buffer again.
+  movePendingToBatch(s);
   if (batchHasContent(s) && s.relayBatchSeq >= 0) {
     const std::string text = closedBatch(
         s.relayBatch, s.relayConfig.relayMode == static_cast<int32_t>(RelayMode::TcpIp));
