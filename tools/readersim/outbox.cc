@@ -27,16 +27,16 @@ void Outbox::clearWake() {
   if (wakeFd_ >= 0) (void)!read(wakeFd_, &v, sizeof v);
 }
 
-void Outbox::pushLocked(std::deque<std::vector<uint8_t>>& q, std::vector<uint8_t> frame) {
+void Outbox::pushLocked(std::deque<Queued>& q, std::vector<uint8_t> frame, uint32_t reads) {
   bytes_ += frame.size();
-  q.push_back(std::move(frame));
+  q.push_back(Queued{std::move(frame), reads});
   if (bytes_ > limit_ / 4) aboveLowWater_ = true;
 }
 
 void Outbox::pushResponse(std::vector<uint8_t> frame) {
   {
     std::lock_guard<std::mutex> g(lock_);
-    pushLocked(ready_, std::move(frame));
+    pushLocked(ready_, std::move(frame), 0);
   }
   wake();
 }
@@ -44,16 +44,16 @@ void Outbox::pushResponse(std::vector<uint8_t> frame) {
 void Outbox::pushEvent(std::vector<uint8_t> frame) {
   {
     std::lock_guard<std::mutex> g(lock_);
-    pushLocked(holding_ ? held_ : ready_, std::move(frame));
+    pushLocked(holding_ ? held_ : ready_, std::move(frame), 0);
   }
   wake();
 }
 
-bool Outbox::pushReport(std::vector<uint8_t> frame) {
+bool Outbox::pushReport(std::vector<uint8_t> frame, uint32_t reads) {
   {
     std::lock_guard<std::mutex> g(lock_);
     if (bytes_ + frame.size() > limit_) return false;
-    pushLocked(holding_ ? held_ : ready_, std::move(frame));
+    pushLocked(holding_ ? held_ : ready_, std::move(frame), reads);
   }
   wake();
   return true;
@@ -81,18 +81,35 @@ void Outbox::adoptHeld(Outbox& other) {
   std::scoped_lock g(lock_, other.lock_);
   if (other.frontOffset_ != 0 && !other.ready_.empty()) {
     // A frame half written to an earlier socket cannot be resent whole.
-    other.bytes_ -= other.ready_.front().size() - other.frontOffset_;
+    other.bytes_ -= other.ready_.front().bytes.size() - other.frontOffset_;
+    other.cutReads_ += other.ready_.front().reads;
     other.ready_.pop_front();
     other.frontOffset_ = 0;
   }
   for (auto* q : {&other.ready_, &other.held_}) {
     while (!q->empty()) {
-      bytes_ += q->front().size();
+      bytes_ += q->front().bytes.size();
       held_.push_back(std::move(q->front()));
       q->pop_front();
     }
   }
   other.bytes_ = 0;
+}
+
+uint64_t Outbox::takeWrittenReads() {
+  std::lock_guard<std::mutex> g(lock_);
+  const uint64_t n = writtenReads_;
+  writtenReads_ = 0;
+  return n;
+}
+
+uint64_t Outbox::unsentReads() const {
+  std::lock_guard<std::mutex> g(lock_);
+  uint64_t n = cutReads_;
+  for (const auto* q : {&ready_, &held_}) {
+    for (const Queued& f : *q) n += f.reads;
+  }
+  return n;
 }
 
 size_t Outbox::queuedBytes() const {
@@ -116,7 +133,7 @@ int Outbox::writeTo(int fd) {
   {
     std::lock_guard<std::mutex> g(lock_);
     while (!ready_.empty()) {
-      const std::vector<uint8_t>& f = ready_.front();
+      const std::vector<uint8_t>& f = ready_.front().bytes;
       ssize_t n = send(fd, f.data() + frontOffset_, f.size() - frontOffset_, MSG_NOSIGNAL);
       if (n < 0) {
         if (errno == EINTR) continue;
@@ -126,6 +143,7 @@ int Outbox::writeTo(int fd) {
       frontOffset_ += static_cast<size_t>(n);
       bytes_ -= static_cast<size_t>(n);
       if (frontOffset_ < f.size()) break;
+      writtenReads_ += ready_.front().reads;
       ready_.pop_front();
       frontOffset_ = 0;
     }

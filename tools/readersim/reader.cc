@@ -152,8 +152,8 @@ void Reader::deliver(Deferred item) {
     stats_.messagesSent++;
     return;
   }
-  if (out->pushReport(std::move(frame))) {
-    stats_.readsSent += item.reads;
+  // Reads count as sent once their report is written whole (the connection's session counts).
+  if (out->pushReport(std::move(frame), item.reads)) {
     stats_.reportsSent++;
     stats_.messagesSent++;
     ++reportsThisFlush_;

@@ -62,7 +62,9 @@ void Session::requestStop() {
 void Session::flushFor(int milliseconds) {
   Clock::time_point end = Clock::now() + std::chrono::milliseconds(milliseconds);
   while (outbox_->hasOutput()) {
-    if (outbox_->writeTo(fd_) != 0) return;
+    const int rc = outbox_->writeTo(fd_);
+    stats_.readsSent += outbox_->takeWrittenReads();
+    if (rc != 0) return;
     if (!outbox_->hasOutput()) return;
     Clock::time_point now = Clock::now();
     if (now >= end) return;
@@ -192,7 +194,9 @@ void Session::run() {
         break;
       }
     }
-    if (outbox_->writeTo(fd_) != 0) {
+    const int rc = outbox_->writeTo(fd_);
+    stats_.readsSent += outbox_->takeWrittenReads();
+    if (rc != 0) {
       logLine("connection lost while sending: %s", strerror(errno));
       break;
     }
@@ -204,6 +208,9 @@ void Session::run() {
   }
 
   reader_.detach(outbox_.get());
+  // What was queued for this client and not written whole is lost with the connection, as on a
+  // reader whose client went away: dropped, not sent.
+  stats_.readsDropped += outbox_->unsentReads();
   if (reset) {
     linger l{1, 0};
     (void)setsockopt(fd_, SOL_SOCKET, SO_LINGER, &l, sizeof l);

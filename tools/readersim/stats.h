@@ -19,8 +19,9 @@ struct Stats {
   std::atomic<uint64_t> messagesReceived{0};
   std::atomic<uint64_t> messagesSent{0};
   std::atomic<uint64_t> errorMessagesSent{0};  // ERROR_MESSAGE frames
-  std::atomic<uint64_t> readsSent{0};        // TagReportData entries queued for the client
-  std::atomic<uint64_t> readsDropped{0};     // entries refused by a full send queue
+  std::atomic<uint64_t> readsSent{0};        // TagReportData entries written whole to the client
+  std::atomic<uint64_t> readsDropped{0};     // refused by a full send queue, or left unsent
+                                             // when a connection ended
   std::atomic<uint64_t> reportsSent{0};      // RO_ACCESS_REPORT messages
   std::atomic<uint64_t> eventsSent{0};       // READER_EVENT_NOTIFICATION messages
   std::atomic<uint64_t> rospecsStarted{0};
