@@ -27,6 +27,7 @@ class CommandLineTest(unittest.TestCase):
         for args, words in ((["--bogus"], "unknown option '--bogus'"),
                             (["--command-port", "70000"], "--command-port"),
                             (["--wait-scale", "fast"], "--wait-scale"),
+                            (["--spool-max-bytes", "512K"], "a size from 1M to 1024G"),
                             (["--root"], "needs a value"),
                             (["stray"], "unexpected argument 'stray'")):
             r = self.run_tessera(*args)
