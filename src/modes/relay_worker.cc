@@ -1,3 +1,6 @@
+// src/modes/relay_worker.cc — the relay worker "easyTagrelay" without the spool: it moves
+// records into the batch and hands the batch to the channel once per pass; and the channel sends
+// that the spool's loop shares.
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/socket.h>
@@ -23,6 +26,7 @@
 #include "readerapi/rfid_api.h"
 
 namespace tessera {
+
 SendResult postText(ServiceState& s, const std::string& text, bool statusDecides) {
   if (s.httpClient == nullptr) {
     fatalExit(s, "Tagrelay: http handle not available.. exiting thread\n");
@@ -78,6 +82,10 @@ namespace {
 // A closed batch leaves relayBatch for relayInFlight, which the client takes in as many pieces
 // as its socket accepts; new records collect in the reopened batch behind it meanwhile.
 SendResult sendTcpIp(ServiceState& s) {
+  if (s.tcpServer == nullptr) {
+    fatalExit(s, "Tagrelay: TCP/IP handle not available.. exiting thread\n");
+    return SendResult::Fatal;
+  }
   for (;;) {
     if (s.relayInFlight.empty()) {
       if (!batchHasContent(s)) return SendResult::Delivered;
@@ -122,10 +130,6 @@ SendResult send(ServiceState& s) {
       return SendResult::Delivered;
     }
     case RelayMode::TcpIp:
-      if (s.tcpServer == nullptr) {
-        fatalExit(s, "Tagrelay: TCP/IP handle not available.. exiting thread\n");
-        return SendResult::Fatal;
-      }
       return sendTcpIp(s);
     case RelayMode::Mqtt:
       return publishText(s, closedBatch(s.relayBatch, false));
