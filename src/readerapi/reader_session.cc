@@ -46,9 +46,28 @@ constexpr int kReadThroughWaitMs = 50;
 // consumer (a reconnection attempt, a blocked output that gives up after a second).
 constexpr std::chrono::seconds kStallLimit{30};
 
-MessageType frameType(const std::vector<uint8_t>& frame) {
-  return static_cast<MessageType>(((frame[0] & 0x03u) << 8) | frame[1]);
-}
+// The consumer's progress while the tag buffer is held back: a stall is kStallLimit without a
+// read taken.
+class Progress {
+ public:
+  explicit Progress(uint64_t popped) : popped_(popped), at_(Clock::now()) {}
+  // Notes the consumer's count of reads taken (or, with `busy`, a reason it could not take any);
+  // whether it has now made no progress for kStallLimit.
+  bool stalled(uint64_t popped, bool busy, Clock::time_point now) {
+    if (popped != popped_ || busy) {
+      popped_ = popped;
+      at_ = now;
+      return false;
+    }
+    return now - at_ >= kStallLimit;
+  }
+  // When the consumer will count as stalled if it takes nothing.
+  Clock::time_point deadline() const { return at_ + kStallLimit; }
+
+ private:
+  uint64_t popped_;
+  Clock::time_point at_;
+};
 
 // The tag reads of a report frame; 0 for any other frame.
 uint32_t readsIn(const std::vector<uint8_t>& frame) {
@@ -752,9 +771,7 @@ void ReaderSession::receiveLoop(int fd) {
   std::vector<uint32_t> events;
   auto lastHeard = Clock::now();
   lastKeepalive_ = lastHeard;
-  // The consumer's progress while the buffer is held at its high-water mark.
-  uint64_t popped = tags_.popped();
-  auto progressAt = lastHeard;
+  Progress progress(tags_.popped());
   bool stallWarned = false;
   bool broken = false;
   std::string why;
@@ -793,21 +810,18 @@ void ReaderSession::receiveLoop(int fd) {
     if (holding_) {
       // Back-pressure: the reports stay in the socket and TCP holds the reader back. Only a reply
       // that a call awaits, or a KEEPALIVE that is due, is fetched from behind them.
-      const uint64_t taken = tags_.popped();
       const bool awaited = replyAwaited();
-      if (taken != popped || awaited) {
-        // A caller awaiting its reply may be the consumer itself: that is no stall.
-        popped = taken;
-        progressAt = now;
+      // A caller awaiting its reply may be the consumer itself: that is no stall.
+      if (!progress.stalled(tags_.popped(), awaited, now)) {
         stallWarned = false;
-      } else if (!stallWarned && now - progressAt >= kStallLimit) {
+      } else if (!stallWarned) {
         stallWarned = true;
         bufferEvent(BUFFER_FULL_WARNING_EVENT, events);
       }
       const auto keepaliveDue = lastKeepalive_ + std::chrono::milliseconds(keepaliveMs_);
       if (!awaited && now < keepaliveDue) {
         auto until = std::min(keepaliveDue, now + std::chrono::seconds(1));
-        if (!stallWarned) until = std::min(until, progressAt + kStallLimit);
+        if (!stallWarned) until = std::min(until, progress.deadline());
         (void)tags_.waitForRoom(until);
         continue;
       }
@@ -868,7 +882,10 @@ bool ReaderSession::replyAwaited() {
 }
 
 void ReaderSession::takeFrame(std::vector<uint8_t>& frame, std::vector<uint32_t>& events) {
-  const auto type = frameType(frame);
+  // The framer hands over only frames whose header it has checked.
+  llrp::FrameHeader header;
+  (void)llrp::decodeHeader(frame, header);
+  const auto type = static_cast<MessageType>(header.type);
   // Reports and events keep their order behind the backlog; keepalives and replies never wait.
   const bool ordered =
       type == MessageType::kROAccessReport || type == MessageType::kReaderEventNotification;
@@ -910,19 +927,14 @@ void ReaderSession::drainBacklog(std::vector<uint32_t>& events) {
 }
 
 void ReaderSession::flushBacklog(std::vector<uint32_t>& events) {
-  uint64_t popped = tags_.popped();
-  auto progressAt = Clock::now();
+  Progress progress(tags_.popped());
   while (!backlog_.empty() && !stopReceiving_) {
     drainBacklog(events);
     deliver(events);
     events.clear();
     if (backlog_.empty()) break;
     (void)tags_.waitForRoom(Clock::now() + std::chrono::seconds(1));
-    const uint64_t taken = tags_.popped();
-    if (taken != popped) {
-      popped = taken;
-      progressAt = Clock::now();
-    } else if (Clock::now() - progressAt >= kStallLimit) {
+    if (progress.stalled(tags_.popped(), false, Clock::now())) {
       dropBacklog();
       bufferEvent(BUFFER_FULL_EVENT, events);
     }
