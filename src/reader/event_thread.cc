@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <ctime>
+#include <optional>
 
 #include "core/console.h"
 #include "core/logger.h"
@@ -21,6 +22,20 @@ constexpr const wchar_t* kGpiStateNames[3] = {L"LOW", L"HIGH", L"UNKNOWN"};
 constexpr int kReconnectAttempts = 10;
 constexpr double kReconnectPauseSeconds = 5.0;
 
+// Takes every buffered read out of the library into `tag`: each to processTagRead, or, with a
+// reason, discarded and counted under it.
+void takeBufferedReads(ReaderHandle handle, ReaderTagData* tag, std::optional<DiscardReason> why) {
+  uint64_t dropped = 0;
+  while (RFID_GetReadTag(handle, tag) == RFID_API_SUCCESS) {
+    if (why) {
+      ++dropped;
+    } else {
+      processTagRead(tag);
+    }
+  }
+  if (dropped != 0) serviceState.readLedger.takenAndDiscarded(*why, dropped);
+}
+
 // Takes every buffered read out of the library; hands each to processTagRead or discards it.
 void drainTags(ReaderHandle handle, bool process, const wchar_t* trace) {
   ReaderTagData* tag = RFID_AllocateTag(handle);
@@ -29,16 +44,8 @@ void drainTags(ReaderHandle handle, bool process, const wchar_t* trace) {
     return;
   }
   if (trace != nullptr) consolePrint(trace);
-  uint64_t dropped = 0;
-  while (RFID_GetReadTag(handle, tag) == RFID_API_SUCCESS) {
-    if (process) {
-      processTagRead(tag);
-    } else {
-      ++dropped;
-    }
-  }
+  takeBufferedReads(handle, tag, process ? std::nullopt : std::optional(DiscardReason::BufferFull));
   RFID_DeallocateTag(handle, tag);
-  if (dropped != 0) serviceState.readLedger.takenAndDiscarded(DiscardReason::BufferFull, dropped);
 }
 
 // Reads the library dropped itself never reach a drain; its buffer event says how many.
@@ -93,10 +100,8 @@ void handleDisconnection(ReaderHandle handle) {
 void discardBufferedReads(ReaderHandle handle, DiscardReason why) {
   ReaderTagData* tag = RFID_AllocateTag(handle);
   if (tag == nullptr) return;
-  uint64_t dropped = 0;
-  while (RFID_GetReadTag(handle, tag) == RFID_API_SUCCESS) ++dropped;
+  takeBufferedReads(handle, tag, why);
   RFID_DeallocateTag(handle, tag);
-  if (dropped != 0) serviceState.readLedger.takenAndDiscarded(why, dropped);
 }
 
 void startEventThread(ReaderHandle handle) {

@@ -36,14 +36,16 @@ void handOverToRelay(const ReaderTagData& tag, const TagView& view) {
     s.readLedger.takenAndHeld(1);
     s.relayRecordsReady = true;
   }
-  if (s.relayPendingLength >= kRelayBatchLimit && s.spoolAccepting) {
-    // The spool takes what the sink cannot: the worker is woken instead of the reader paused.
-    s.relayPendingFull = true;
-  } else if (s.relayPendingLength >= kRelayBatchLimit && !s.inventoryPausedForBuffer) {
-    s.readLedger.inventoryPaused();
-    Logger::log(6, "Tagrelay: Buffer is full, stoping Inventory.\n");
-    RFID_StopInventory(s.readerHandle);
-    s.inventoryPausedForBuffer = true;
+  if (s.relayPendingLength >= kRelayBatchLimit) {
+    if (s.spoolAccepting) {
+      // The spool takes what the sink cannot: the worker is woken instead of the reader paused.
+      s.relayPendingFull = true;
+    } else if (!s.inventoryPausedForBuffer) {
+      s.readLedger.inventoryPaused();
+      Logger::log(6, "Tagrelay: Buffer is full, stoping Inventory.\n");
+      RFID_StopInventory(s.readerHandle);
+      s.inventoryPausedForBuffer = true;
+    }
   }
   std::lock_guard<std::mutex> wake(s.relayWakeLock);
   if (s.relayRecordsReady) s.relayWakeCond.notify_one();
