@@ -11,9 +11,10 @@
 #include "core/autostart.h"
 #include "core/logger.h"
 #include "core/service_state.h"
-#include "platform/platform.h"
 #include "core/signals.h"
+#include "modes/relay.h"
 #include "output/data_channel.h"
+#include "platform/platform.h"
 #include "reader/event_thread.h"
 
 namespace tessera {
@@ -64,11 +65,7 @@ void startService() {
   s.antennaCount = 0;
   // What an earlier run left in the spool is counted from the start, and delivered by the next
   // relay start. A folder that cannot be used now is tried again by the relay.
-  const auto& settings = platform::settings();
-  if (!settings.spoolDir.empty() &&
-      s.spool.open(settings.spoolDir, settings.spoolMaxBytes, platform::now())) {
-    s.readLedger.takenAndHeld(s.spool.recoveredReads());
-  }
+  if (!platform::settings().spoolDir.empty()) (void)openSpool(s);
   startEventThread(s.readerHandle);
   startDataChannel();
   s.ueventSocket = openUeventSocket();

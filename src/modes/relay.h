@@ -31,6 +31,9 @@ bool spoolApplies(const ServiceState& s);
 // Tells the worker to stop, wakes it and joins it; nothing when none was started. wakeAccept also
 // shuts the TCP/IP listener down, which ends a wait in accept and leaves the listener unusable.
 void joinRelayWorker(bool wakeAccept);
+// Opens the outage spool of --spool; the reads an earlier run left in it count as taken. False
+// (logged) when the folder cannot be used.
+[[nodiscard]] bool openSpool(ServiceState& s);
 // Drops, and counts as discarded, every relay record not yet delivered: pending, batch and the
 // TCP/IP report in flight.
 void discardRelayHoldings();

@@ -42,6 +42,20 @@ std::string closedBatch(const std::string& batch, bool dropAlways) {
   return text;
 }
 
+spool::Batch closeOpenBatch(const ServiceState& s) {
+  spool::Batch b;
+  b.text =
+      closedBatch(s.relayBatch, s.relayConfig.relayMode == static_cast<int32_t>(RelayMode::TcpIp));
+  b.reads = static_cast<uint32_t>(s.relayBatchReads);
+  b.seq = s.relayBatchSeq < 0 ? 0 : static_cast<uint64_t>(s.relayBatchSeq);
+  return b;
+}
+
+void startNextBatch(ServiceState& s) {
+  s.relayBatchSeq = -1;
+  openRelayBatch();
+}
+
 bool batchHasContent(const ServiceState& s) {
   return s.relayBatchReads != 0 || s.relayBatchHeartbeat != std::string::npos;
 }

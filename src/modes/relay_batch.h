@@ -25,6 +25,12 @@ enum class SendResult {
 void fatalExit(ServiceState& s, const char* text);
 // The batch with its last character dropped (always, or only a ",") and "]}" appended.
 std::string closedBatch(const std::string& batch, bool dropAlways);
+// The open batch closed for its channel, with its number (with the spool) and its read count;
+// the batch itself stays open.
+spool::Batch closeOpenBatch(const ServiceState& s);
+// The open batch was used (delivered, spooled or handed to a delivery): a new one opens, with
+// the next number.
+void startNextBatch(ServiceState& s);
 // Whether relayBatch holds a tag record or a heartbeat.
 bool batchHasContent(const ServiceState& s);
 // Whether a heartbeat is due at `now` (seconds of the wall clock).

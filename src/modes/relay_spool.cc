@@ -123,31 +123,23 @@ void SpoolRelay::takeAll() {
 
 bool SpoolRelay::sealToSpool() {
   if (!s_.spoolAccepting || !batchHasContent(s_)) return false;
-  const std::string text = closedBatch(s_.relayBatch, tcp());
-  const int64_t now = platform::now();
-  if (!s_.spool.append(static_cast<uint64_t>(s_.relayBatchSeq),
-                       static_cast<uint32_t>(s_.relayBatchReads), text, now)) {
+  const spool::Batch b = closeOpenBatch(s_);
+  if (!s_.spool.append(b.seq, b.reads, b.text, platform::now())) {
     // The disk refused: the batch stays in memory, the inventory pauses at 70 KiB as without a
     // spool, and the spool is tried again later.
     s_.spoolAccepting = false;
     spoolRetry_ = Clock::now() + seconds(kSpoolRetrySeconds);
     return false;
   }
-  s_.relayBatchReads = 0;
-  s_.relayBatchSeq = -1;
-  openRelayBatch();
+  startNextBatch(s_);
   return true;
 }
 
 void SpoolRelay::checkSpool() {
   if (s_.spoolAccepting || Clock::now() < spoolRetry_) return;
-  if (!s_.spool.isOpen()) {
-    const auto& settings = platform::settings();
-    if (!s_.spool.open(settings.spoolDir, settings.spoolMaxBytes, platform::now())) {
-      spoolRetry_ = Clock::now() + seconds(kSpoolRetrySeconds);
-      return;
-    }
-    s_.readLedger.takenAndHeld(s_.spool.recoveredReads());
+  if (!s_.spool.isOpen() && !openSpool(s_)) {
+    spoolRetry_ = Clock::now() + seconds(kSpoolRetrySeconds);
+    return;
   }
   s_.spoolAccepting = true;
 }
@@ -208,13 +200,9 @@ bool SpoolRelay::deliver() {
         if (!backoff_.due() || !s_.spool.front(current_.batch)) return true;
         current_.spooled = true;
       } else if (batchHasContent(s_)) {
-        current_.batch.text = closedBatch(s_.relayBatch, tcp());
-        current_.batch.reads = static_cast<uint32_t>(s_.relayBatchReads);
-        current_.batch.seq = static_cast<uint64_t>(s_.relayBatchSeq);
+        current_.batch = closeOpenBatch(s_);
         current_.spooled = false;
-        s_.relayBatchReads = 0;
-        s_.relayBatchSeq = -1;
-        openRelayBatch();
+        startNextBatch(s_);
       } else {
         return true;
       }
@@ -283,6 +271,13 @@ void SpoolRelay::finish() {
 
 }  // namespace
 
+bool openSpool(ServiceState& s) {
+  const auto& settings = platform::settings();
+  if (!s.spool.open(settings.spoolDir, settings.spoolMaxBytes, platform::now())) return false;
+  s.readLedger.takenAndHeld(s.spool.recoveredReads());
+  return true;
+}
+
 void runSpoolRelay(ServiceState& s, double interval) {
   SpoolRelay relay(s, interval);
   bool fatal = false;
@@ -302,14 +297,9 @@ void spoolRelayHoldings(ServiceState& s) {
   // Not takeRecords: that would start an inventory paused for a full buffer again.
   movePendingToBatch(s);
   if (batchHasContent(s) && s.relayBatchSeq >= 0) {
-    const std::string text = closedBatch(
-        s.relayBatch, s.relayConfig.relayMode == static_cast<int32_t>(RelayMode::TcpIp));
-    if (s.spool.append(static_cast<uint64_t>(s.relayBatchSeq),
-                       static_cast<uint32_t>(s.relayBatchReads), text, platform::now())) {
-      s.relayBatchReads = 0;
-      s.relayBatchSeq = -1;
-      s.relayBatch.clear();
-    }
+    const spool::Batch b = closeOpenBatch(s);
+    // Spooled: not to be counted as dropped by the stop that follows.
+    if (s.spool.append(b.seq, b.reads, b.text, platform::now())) s.relayBatchReads = 0;
   }
   s.spool.sync();
 }

@@ -219,8 +219,9 @@ void openRelayBatch() {
   // The address is asked of the kernel once; every later report reuses the text.
   const char* mac = s.macAddressKnown ? s.macAddress : getMacAddress();
   // With the spool each batch is numbered; a number is taken once its batch was used.
-  if (spoolApplies(s) && s.relayBatchSeq < 0) s.relayBatchSeq = static_cast<int64_t>(s.spool.nextSeq());
-  openJsonEnvelope(s.relayBatch, mode, s.readerName.text, mac, spoolApplies(s) ? s.relayBatchSeq : -1);
+  const bool numbered = spoolApplies(s);
+  if (numbered && s.relayBatchSeq < 0) s.relayBatchSeq = static_cast<int64_t>(s.spool.nextSeq());
+  openJsonEnvelope(s.relayBatch, mode, s.readerName.text, mac, numbered ? s.relayBatchSeq : -1);
 }
 
 int relayStart(bool reread) {

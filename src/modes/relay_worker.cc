@@ -89,11 +89,11 @@ SendResult sendTcpIp(ServiceState& s) {
   for (;;) {
     if (s.relayInFlight.empty()) {
       if (!batchHasContent(s)) return SendResult::Delivered;
-      s.relayInFlight = closedBatch(s.relayBatch, true);
+      spool::Batch b = closeOpenBatch(s);
+      s.relayInFlight = std::move(b.text);
       s.relayInFlightSent = 0;
-      s.relayInFlightReads = s.relayBatchReads;
-      s.relayBatchReads = 0;
-      openRelayBatch();
+      s.relayInFlightReads = b.reads;
+      startNextBatch(s);
     }
     const SendResult r = sendPiece(s, s.relayInFlight, s.relayInFlightSent);
     if (r != SendResult::Delivered) return r;
@@ -203,8 +203,7 @@ void* relayWorker(void*) {
         case SendResult::Delivered:
           if (s.relayConfig.relayMode != static_cast<int32_t>(RelayMode::TcpIp)) {
             s.readLedger.delivered(s.relayBatchReads);
-            s.relayBatchReads = 0;
-            openRelayBatch();
+            startNextBatch(s);
           }
           resend = false;
           break;
