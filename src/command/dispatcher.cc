@@ -189,19 +189,18 @@ void serialPortMode(int clientSocket, const std::string& text) {
 
 // Where every read went, as "key=value" lines.
 void statistics(int clientSocket) {
-  ServiceState& s = serviceState;
-  ReadCounts c = s.readLedger.snapshot();
-  const spool::SpoolCounts spooled = s.spool.counts(platform::now());
-  c.spoolBytes = spooled.bytes;
-  c.spoolBatches = spooled.batches;
-  c.spoolDroppedReads = spooled.droppedReads;
-  c.spoolRejectedBatches = spooled.rejectedBatches;
-  c.spoolOldestAgeSeconds = spooled.oldestAgeSeconds;
-  const std::string text = formatReadCounts(c) + "\r\n";
+  const std::string text = formatReadCounts(currentReadCounts()) + "\r\n";
   sendReply(clientSocket, text.c_str());
 }
 
 }  // namespace
+
+ReadCounts currentReadCounts() {
+  ServiceState& s = serviceState;
+  ReadCounts c = s.readLedger.snapshot();
+  c.spool = s.spool.counts(platform::now());
+  return c;
+}
 
 void sendReply(int clientSocket, const char* text) {
   send(clientSocket, text, std::strlen(text), MSG_NOSIGNAL);

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "command/dispatcher.h"
 #include "core/logger.h"
 #include "core/service_state.h"
 #include "modes/relay.h"
@@ -32,6 +33,8 @@ void cleanupService() {
   stopEventThread();
   Logger::log(6, "\nKilling Threads.. Done");
   relayStop();
+  // Counted before the spool closes, so that the line tells what it keeps for the next start.
+  const ReadCounts counts = currentReadCounts();
   s.spool.close();
   for (int& fd : s.commandClients) {
     if (fd != 0) {
@@ -45,8 +48,7 @@ void cleanupService() {
   }
   stopDataChannel();
   Logger::log(6, "cleanup tcp channels end ");
-  Logger::log(6, "Read statistics: %s\n",
-              formatReadCountsLine(s.readLedger.snapshot()).c_str());
+  Logger::log(6, "Read statistics: %s\n", formatReadCountsLine(counts).c_str());
 }
 
 }  // namespace tessera

@@ -36,12 +36,12 @@ std::string format(const ReadCounts& c, const char* separator) {
   add("reader_reconnects", c.readerReconnects);
   add("inventory_pauses", c.inventoryPauses);
   add("uptime_s", static_cast<uint64_t>(c.uptimeSeconds < 0 ? 0 : c.uptimeSeconds));
-  add("spool_bytes", c.spoolBytes);
-  add("spool_batches", c.spoolBatches);
-  add("spool_dropped_reads", c.spoolDroppedReads);
-  add("spool_rejected_batches", c.spoolRejectedBatches);
+  add("spool_bytes", c.spool.bytes);
+  add("spool_batches", c.spool.batches);
+  add("spool_dropped_reads", c.spool.droppedReads);
+  add("spool_rejected_batches", c.spool.rejectedBatches);
   add("spool_oldest_age_s",
-      static_cast<uint64_t>(c.spoolOldestAgeSeconds < 0 ? 0 : c.spoolOldestAgeSeconds));
+      static_cast<uint64_t>(c.spool.oldestAgeSeconds < 0 ? 0 : c.spool.oldestAgeSeconds));
   return text;
 }
 

@@ -9,6 +9,8 @@
 #include <mutex>
 #include <string>
 
+#include "spool/spool.h"
+
 namespace tessera {
 
 // Why reads were discarded; each reason has its own count and key.
@@ -33,12 +35,7 @@ struct ReadCounts {
   uint64_t readerReconnects = 0;
   uint64_t inventoryPauses = 0;
   int64_t uptimeSeconds = 0;  // since the ledger was made, with the service
-  // The outage spool's own counts (not kept by the ledger; filled in by the caller).
-  uint64_t spoolBytes = 0;
-  uint64_t spoolBatches = 0;
-  uint64_t spoolDroppedReads = 0;
-  uint64_t spoolRejectedBatches = 0;
-  int64_t spoolOldestAgeSeconds = 0;
+  spool::SpoolCounts spool;   // the outage spool's own counts, filled in by the caller
 
   uint64_t discardedTotal() const;
 };
