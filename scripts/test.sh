@@ -9,6 +9,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh
+python3 scripts/check-layers.py
 
 builds=${TESSERA_TEST_BUILDS:-"release asan tsan fuzz armhf"}
 fuzz_seconds=${TESSERA_FUZZ_SECONDS:-20}

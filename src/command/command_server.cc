@@ -11,8 +11,8 @@
 #include <cstring>
 
 #include "command/dispatcher.h"
-#include "core/logger.h"
-#include "core/service_state.h"
+#include "platform/logger.h"
+#include "state/service_state.h"
 #include "output/usb_drive.h"
 #include "platform/platform.h"
 

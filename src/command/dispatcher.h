@@ -1,7 +1,7 @@
 // src/command/dispatcher.h — recognises a command text and answers it on the client's socket.
 #pragma once
 
-#include "reader/read_ledger.h"
+#include "state/read_ledger.h"
 
 namespace tessera {
 

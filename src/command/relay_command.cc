@@ -6,9 +6,9 @@
 
 #include "command/command_fields.h"
 #include "command/dispatcher.h"
-#include "core/console.h"
-#include "core/logger.h"
-#include "core/service_state.h"
+#include "state/console.h"
+#include "platform/logger.h"
+#include "state/service_state.h"
 #include "modes/relay.h"
 
 namespace tessera {

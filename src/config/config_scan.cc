@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "core/logger.h"
+#include "platform/logger.h"
 #include "platform/platform.h"
 
 namespace tessera {

@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "config/config_scan.h"
-#include "core/logger.h"
+#include "platform/logger.h"
 
 namespace tessera {
 namespace {

@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "core/logger.h"
+#include "platform/logger.h"
 
 namespace tessera {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "core/logger.h"
+#include "platform/logger.h"
 
 namespace tessera {
 namespace {

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "config/inventory_control.h"
-#include "core/logger.h"
+#include "platform/logger.h"
 
 namespace tessera {
 namespace {

@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "config/inventory_control.h"
-#include "core/logger.h"
+#include "platform/logger.h"
 
 namespace tessera {
 namespace {

@@ -8,7 +8,7 @@
 
 #include "config/config_records.h"
 #include "format/fixed_text.h"
-#include "reader/tag_view.h"
+#include "format/tag_view.h"
 #include "readerapi/rfid_records.h"
 
 namespace tessera {

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "core/service_state.h"
+#include "state/service_state.h"
 
 namespace tessera {
 

@@ -6,7 +6,7 @@
 #include <chrono>
 #include <mutex>
 
-#include "core/logger.h"
+#include "platform/logger.h"
 #include "format/json_record.h"
 #include "modes/relay.h"
 #include "output/data_channel.h"

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <string>
 
-#include "core/service_state.h"
+#include "state/service_state.h"
 
 namespace tessera {
 

@@ -13,7 +13,7 @@
 #include <cmath>
 #include <random>
 
-#include "core/logger.h"
+#include "platform/logger.h"
 #include "modes/relay.h"
 #include "modes/relay_batch.h"
 #include "output/tcp_server.h"

@@ -1,7 +1,7 @@
 #include <sys/socket.h>
 
-#include "core/logger.h"
-#include "core/service_state.h"
+#include "platform/logger.h"
+#include "state/service_state.h"
 #include "modes/relay.h"
 #include "modes/relay_batch.h"
 #include "output/http_client.h"

@@ -10,8 +10,8 @@
 #include <cstring>
 #include <string>
 
-#include "core/logger.h"
-#include "core/service_state.h"
+#include "platform/logger.h"
+#include "state/service_state.h"
 #include "format/json_record.h"
 #include "modes/relay.h"
 #include "modes/relay_batch.h"

@@ -1,9 +1,9 @@
 #include "modes/serial_push.h"
 
 #include "config/serial_port_conf.h"
-#include "core/console.h"
-#include "core/logger.h"
-#include "core/service_state.h"
+#include "state/console.h"
+#include "platform/logger.h"
+#include "state/service_state.h"
 #include "output/serial_port.h"
 #include "platform/platform.h"
 #include "reader/event_thread.h"

@@ -15,8 +15,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "core/logger.h"
-#include "core/service_state.h"
+#include "platform/logger.h"
+#include "state/service_state.h"
 #include "platform/platform.h"
 
 namespace tessera {

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <string>
 
-#include "core/service_state.h"
+#include "state/service_state.h"
 #include "platform/platform.h"
 
 namespace tessera {

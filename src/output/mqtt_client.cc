@@ -7,7 +7,7 @@
 #include <chrono>
 #include <cstring>
 
-#include "core/logger.h"
+#include "platform/logger.h"
 #include "platform/platform.h"
 
 namespace tessera {

@@ -5,8 +5,8 @@
 #include <string>
 
 #include "config/config_records.h"
-#include "core/logger.h"
-#include "core/service_state.h"
+#include "platform/logger.h"
+#include "state/service_state.h"
 #include "platform/platform.h"
 
 namespace tessera {

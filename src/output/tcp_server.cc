@@ -5,7 +5,7 @@
 #include <cstring>
 #include <unistd.h>
 
-#include "core/logger.h"
+#include "platform/logger.h"
 
 namespace tessera {
 

@@ -8,8 +8,8 @@
 #include <cstring>
 #include <string>
 
-#include "core/logger.h"
-#include "core/service_state.h"
+#include "platform/logger.h"
+#include "state/service_state.h"
 #include "platform/platform.h"
 
 namespace tessera {

@@ -7,9 +7,9 @@
 #include <ctime>
 #include <optional>
 
-#include "core/console.h"
-#include "core/logger.h"
-#include "core/service_state.h"
+#include "state/console.h"
+#include "platform/logger.h"
+#include "state/service_state.h"
 #include "output/data_channel.h"
 #include "platform/platform.h"
 #include "reader/tag_processing.h"

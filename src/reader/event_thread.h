@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "reader/read_ledger.h"
+#include "state/read_ledger.h"
 #include "readerapi/rfid_types.h"
 
 namespace tessera {

@@ -4,8 +4,8 @@
 #include <cwchar>
 #include <memory>
 
-#include "core/console.h"
-#include "core/service_state.h"
+#include "state/console.h"
+#include "state/service_state.h"
 #include "platform/platform.h"
 #include "reader/event_thread.h"
 #include "readerapi/rfid_api.h"

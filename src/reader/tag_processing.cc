@@ -3,14 +3,14 @@
 #include <cstdio>
 #include <cstring>
 
-#include "core/logger.h"
-#include "core/service_state.h"
+#include "platform/logger.h"
+#include "state/service_state.h"
 #include "format/json_record.h"
 #include "format/key_value_record.h"
 #include "format/serial_record.h"
 #include "output/data_channel.h"
 #include "output/serial_port.h"
-#include "reader/tag_view.h"
+#include "format/tag_view.h"
 #include "readerapi/rfid_api.h"
 
 namespace tessera {

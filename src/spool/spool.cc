@@ -13,7 +13,7 @@
 #include <cstring>
 #include <vector>
 
-#include "core/logger.h"
+#include "platform/logger.h"
 #include "spool/spool_record.h"
 
 namespace tessera::spool {

@@ -12,7 +12,7 @@
 #include <fstream>
 #include <string>
 
-#include "core/logger.h"
+#include "platform/logger.h"
 #include "platform/platform.h"
 
 namespace tessera::test {

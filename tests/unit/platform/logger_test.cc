@@ -1,5 +1,5 @@
 // The Logger echoes to stdout here because ctest runs this binary with MVM_DEBUG=enable.
-#include "core/logger.h"
+#include "platform/logger.h"
 
 #include <gtest/gtest.h>
 

@@ -19,7 +19,7 @@
 #include <string>
 #include <vector>
 
-#include "core/service_state.h"
+#include "state/service_state.h"
 #include "platform/platform.h"
 
 extern char** environ;

@@ -14,8 +14,8 @@
 #include <string>
 #include <vector>
 
-#include "core/logger.h"
-#include "core/service_state.h"
+#include "platform/logger.h"
+#include "state/service_state.h"
 #include "platform/platform.h"
 
 namespace tessera {

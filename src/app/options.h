@@ -1,4 +1,4 @@
-// src/core/options.h — the command line of the tessera binary.
+// src/app/options.h — the command line of the tessera binary.
 #pragma once
 
 #include "platform/platform.h"

@@ -1,4 +1,4 @@
-#include "core/logger.h"
+#include "platform/logger.h"
 
 #include <syslog.h>
 

@@ -1,11 +1,11 @@
-#include "core/autostart.h"
+#include "app/autostart.h"
 
 #include <unistd.h>
 
 #include "config/cloud_conf.h"
 #include "config/relay_conf.h"
-#include "core/logger.h"
-#include "core/service_state.h"
+#include "platform/logger.h"
+#include "state/service_state.h"
 #include "modes/relay.h"
 #include "modes/serial_push.h"
 #include "platform/platform.h"

@@ -1,4 +1,4 @@
-// src/reader/read_ledger.h — where every tag read taken from the reader API went: delivered on
+// src/state/read_ledger.h — where every tag read taken from the reader API went: delivered on
 // the active channel, still held in memory, or discarded for a named reason. One lock keeps the
 // counts consistent with each other, so that at every moment
 //   reads_in == reads_out + reads_pending + reads_discarded.

@@ -1,4 +1,4 @@
-// src/core/console.h — the service's console trace: texts the system prints on standard output
+// src/state/console.h — the service's console trace: texts the system prints on standard output
 // beside the log (reader event traces, command traces, reader error texts).
 #pragma once
 

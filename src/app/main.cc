@@ -4,11 +4,11 @@
 
 #include "config/check_config.h"
 #include "config/serial_port_conf.h"
-#include "core/logger.h"
-#include "core/options.h"
-#include "core/service_state.h"
-#include "core/signals.h"
-#include "core/startup.h"
+#include "platform/logger.h"
+#include "app/options.h"
+#include "state/service_state.h"
+#include "app/signals.h"
+#include "app/startup.h"
 #include "platform/platform.h"
 
 using namespace tessera;

@@ -1,4 +1,4 @@
-// src/core/autostart.h — the streaming mode that starts by itself when the service starts.
+// src/app/autostart.h — the streaming mode that starts by itself when the service starts.
 #pragma once
 
 namespace tessera {

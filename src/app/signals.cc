@@ -1,11 +1,11 @@
-#include "core/signals.h"
+#include "app/signals.h"
 
 #include <fcntl.h>
 #include <unistd.h>
 
 #include "command/dispatcher.h"
-#include "core/logger.h"
-#include "core/service_state.h"
+#include "platform/logger.h"
+#include "state/service_state.h"
 #include "modes/relay.h"
 #include "output/data_channel.h"
 #include "reader/event_thread.h"

@@ -1,4 +1,4 @@
-// src/core/logger.h — the process-wide Logger: syslog with identity "tessera", a level letter
+// src/platform/logger.h — the process-wide Logger: syslog with identity "tessera", a level letter
 // before each line, and a copy on standard output when MVM_DEBUG is "enable".
 #pragma once
 

@@ -1,4 +1,4 @@
-#include "core/service_state.h"
+#include "state/service_state.h"
 
 namespace tessera {
 

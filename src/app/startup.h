@@ -1,4 +1,4 @@
-// src/core/startup.h — process start-up: inherited descriptors, signal actions, the long-lived
+// src/app/startup.h — process start-up: inherited descriptors, signal actions, the long-lived
 // threads and the uevent socket, then the command server.
 #pragma once
 

@@ -1,4 +1,4 @@
-#include "core/startup.h"
+#include "app/startup.h"
 
 #include <linux/netlink.h>
 #include <sys/socket.h>
@@ -8,10 +8,10 @@
 #include <csignal>
 
 #include "command/command_server.h"
-#include "core/autostart.h"
-#include "core/logger.h"
-#include "core/service_state.h"
-#include "core/signals.h"
+#include "app/autostart.h"
+#include "platform/logger.h"
+#include "state/service_state.h"
+#include "app/signals.h"
 #include "modes/relay.h"
 #include "output/data_channel.h"
 #include "platform/platform.h"

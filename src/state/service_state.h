@@ -1,4 +1,4 @@
-// src/core/service_state.h — the one process-wide record of everything that outlives a call.
+// src/state/service_state.h — the one process-wide record of everything that outlives a call.
 // Each member names the thread(s) that write it and the lock, if any, that guards it. Members
 // that are written by one thread and read by others without a lock are plain values by design:
 // they change only at mode starts and stops, which the command thread serialises.
@@ -15,7 +15,7 @@
 #include <string>
 
 #include "config/config_records.h"
-#include "reader/read_ledger.h"
+#include "state/read_ledger.h"
 #include "spool/spool.h"
 #include "readerapi/rfid_types.h"
 

@@ -1,4 +1,4 @@
-#include "core/console.h"
+#include "state/console.h"
 
 #include <cstdarg>
 #include <cstdint>

@@ -1,4 +1,4 @@
-// src/core/signals.h — SIGINT/SIGTERM: the handler only records the signal and wakes the command
+// src/app/signals.h — SIGINT/SIGTERM: the handler only records the signal and wakes the command
 // loop; the cleanup then runs on the main thread in its fixed order.
 #pragma once
 

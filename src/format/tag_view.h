@@ -1,4 +1,4 @@
-// src/reader/tag_view.h — the service's view of one tag read: the EPC as text, the phase in
+// src/format/tag_view.h — the service's view of one tag read: the EPC as text, the phase in
 // degrees and the read's time. Header-only so that the record formats can use it without the
 // service.
 #pragma once

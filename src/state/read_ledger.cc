@@ -1,5 +1,5 @@
-// src/reader/read_ledger.cc — see read_ledger.h.
-#include "reader/read_ledger.h"
+// src/state/read_ledger.cc — see read_ledger.h.
+#include "state/read_ledger.h"
 
 #include <cinttypes>
 #include <cstdio>
