@@ -26,21 +26,21 @@ void bootAutostart() {
   ServiceState& s = serviceState;
   if (s.serialPortConfig.Mode == 1 && s.serialPortConfig.IsAutostart) {
     if (cloudHoldsBack()) {
-      Logger::log(3,
+      Logger::log(LogLevel::kError,
                   "Tessera: Not starting Serial Port Push at boot time since auto connect to "
                   "cloud is enabled\n");
       return;
     }
     int32_t result = startSerialPush(false);
     if (result != 0) {
-      Logger::log(3, "Tessera: Unable to start Serial Port Push at boot time : %d\n", result);
+      Logger::log(LogLevel::kError, "Tessera: Unable to start Serial Port Push at boot time : %d\n", result);
     } else {
-      Logger::log(6, "Tessera: Started Serial Port Push at Boot time\n");
+      Logger::log(LogLevel::kInfo, "Tessera: Started Serial Port Push at Boot time\n");
     }
     return;
   }
   if (readRelayConfig(s.relayConfig, s.inventoryControl) < 0) {
-    Logger::log(3, "Tagrelay: Failed to parse Tagrelay Configuration.\n");
+    Logger::log(LogLevel::kError, "Tagrelay: Failed to parse Tagrelay Configuration.\n");
     return;
   }
   const std::string marker = platform::path("/var/volatile/isbooted");
@@ -48,14 +48,14 @@ void bootAutostart() {
   platform::runShell("touch /var/volatile/isbooted");
   if (s.relayConfig.relayMode == 0 || !s.relayConfig.IsAutostart) return;
   if (cloudHoldsBack()) {
-    Logger::log(3, "Tagrelay: Not starting at boot time since auto connect to cloud is enabled\n");
+    Logger::log(LogLevel::kError, "Tagrelay: Not starting at boot time since auto connect to cloud is enabled\n");
     return;
   }
   int result = relayStart(false);
   if (result != 0) {
-    Logger::log(3, "Tagrelay: Unable to start at boot time : %d\n", result);
+    Logger::log(LogLevel::kError, "Tagrelay: Unable to start at boot time : %d\n", result);
   } else {
-    Logger::log(6, "Tagrelay: Started Tagrelay on Boot time\n");
+    Logger::log(LogLevel::kInfo, "Tagrelay: Started Tagrelay on Boot time\n");
   }
 }
 

@@ -28,12 +28,12 @@ int main(int argc, char** argv) {
   // The sweep above may have closed syslog's socket; reopen it so that log lines never go to a
   // descriptor that a later socket reuses.
   Logger::reopen();
-  if (openSignalPipe() != 0) Logger::log(3, "Error: cannot create the signal pipe\n");
-  Logger::log(6, "Logger from tessera");
+  if (openSignalPipe() != 0) Logger::log(LogLevel::kError, "Error: cannot create the signal pipe\n");
+  Logger::log(LogLevel::kInfo, "Logger from tessera");
   readSerialPortConf(serviceState.serialPortConfig, serviceState.inventoryControl);
   startService();
 
   cleanupService();
-  Logger::log(6, "tessera stopped after signal %d\n", serviceState.terminationSignal.load());
+  Logger::log(LogLevel::kInfo, "tessera stopped after signal %d\n", serviceState.terminationSignal.load());
   return 0;
 }

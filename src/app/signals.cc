@@ -27,11 +27,11 @@ void onTerminationSignal(int signal) {
 
 void cleanupService() {
   ServiceState& s = serviceState;
-  Logger::log(6, "Caught SIGNAL: %d... Cleanup function.\n", s.terminationSignal.load());
+  Logger::log(LogLevel::kInfo, "Caught SIGNAL: %d... Cleanup function.\n", s.terminationSignal.load());
   s.eventThreadStop = true;
-  Logger::log(6, "\nKilling Threads.. ");
+  Logger::log(LogLevel::kInfo, "\nKilling Threads.. ");
   stopEventThread();
-  Logger::log(6, "\nKilling Threads.. Done");
+  Logger::log(LogLevel::kInfo, "\nKilling Threads.. Done");
   relayStop();
   // Counted before the spool closes, so that the line tells what it keeps for the next start.
   const ReadCounts counts = currentReadCounts();
@@ -47,8 +47,8 @@ void cleanupService() {
     s.commandListener = 0;
   }
   stopDataChannel();
-  Logger::log(6, "cleanup tcp channels end ");
-  Logger::log(6, "Read statistics: %s\n", formatReadCountsLine(counts).c_str());
+  Logger::log(LogLevel::kInfo, "cleanup tcp channels end ");
+  Logger::log(LogLevel::kInfo, "Read statistics: %s\n", formatReadCountsLine(counts).c_str());
 }
 
 }  // namespace tessera

@@ -36,14 +36,14 @@ void installSignalActions() {
   action.sa_handler = onTerminationSignal;
   sigfillset(&action.sa_mask);
   action.sa_flags = SA_RESETHAND;
-  if (sigaction(SIGINT, &action, nullptr) != 0) Logger::log(6, "Error: cannot handle SIGINT");
-  if (sigaction(SIGTERM, &action, nullptr) != 0) Logger::log(6, "Error: cannot handle SIGTERM");
+  if (sigaction(SIGINT, &action, nullptr) != 0) Logger::log(LogLevel::kInfo, "Error: cannot handle SIGINT");
+  if (sigaction(SIGTERM, &action, nullptr) != 0) Logger::log(LogLevel::kInfo, "Error: cannot handle SIGTERM");
 }
 
 int openUeventSocket() {
   int fd = socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_KOBJECT_UEVENT);
   if (fd < 0) {
-    Logger::log(6, "socket error");
+    Logger::log(LogLevel::kInfo, "socket error");
     return -1;
   }
   int size = 2048;
@@ -53,7 +53,7 @@ int openUeventSocket() {
   addr.nl_pid = static_cast<uint32_t>(getpid());
   addr.nl_groups = 1;
   if (bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) < 0) {
-    Logger::log(6, "bind error");
+    Logger::log(LogLevel::kInfo, "bind error");
     close(fd);
     return -1;
   }

@@ -96,11 +96,11 @@ void handleSetAntennaConfig(int clientSocket, const std::string& command) {
       if (entry.persist != 0) {
         saveStatus = RFID_SaveLlrpConfig(s.readerHandle, nullptr);
         saved = true;
-        Logger::log(6, "Antenna %d Configuration Persisted\n", entry.antennaId);
+        Logger::log(LogLevel::kInfo, "Antenna %d Configuration Persisted\n", entry.antennaId);
       } else if (saveWanted) {
         saveStatus = RFID_SaveLlrpConfig(s.readerHandle, nullptr);
         saved = true;
-        Logger::log(6, "Last Antenna %d Configuration Persisted\n", entry.antennaId);
+        Logger::log(LogLevel::kInfo, "Last Antenna %d Configuration Persisted\n", entry.antennaId);
       }
       std::snprintf(text, sizeof text, "%s",
                     saved && saveStatus != RFID_API_SUCCESS

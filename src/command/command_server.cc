@@ -23,13 +23,13 @@ void setUpListener(ServiceState& s) {
   std::memset(s.commandClients, 0, sizeof s.commandClients);
   int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (fd < 0) {
-    Logger::log(3, "Command socket create failed\n");
+    Logger::log(LogLevel::kError, "Command socket create failed\n");
     std::exit(1);
   }
   s.commandListener = fd;
   int one = 1;
   if (setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one) < 0) {
-    Logger::log(3, "setsockopt failed\n");
+    Logger::log(LogLevel::kError, "setsockopt failed\n");
     std::exit(1);
   }
   const int port = platform::settings().commandPort;
@@ -38,15 +38,15 @@ void setUpListener(ServiceState& s) {
   addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   addr.sin_port = htons(static_cast<uint16_t>(port));
   if (bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) < 0) {
-    Logger::log(3, "bind failed\n");
+    Logger::log(LogLevel::kError, "bind failed\n");
     std::exit(1);
   }
-  Logger::log(6, "Listener on port %d \n", port);
+  Logger::log(LogLevel::kInfo, "Listener on port %d \n", port);
   if (listen(fd, 3) < 0) {
-    Logger::log(3, "listen failed\n");
+    Logger::log(LogLevel::kError, "listen failed\n");
     std::exit(1);
   }
-  Logger::log(3, "Waiting for command channel connections...\n");
+  Logger::log(LogLevel::kError, "Waiting for command channel connections...\n");
 }
 
 void acceptClient(ServiceState& s) {
@@ -54,17 +54,17 @@ void acceptClient(ServiceState& s) {
   socklen_t length = sizeof peer;
   int fd = accept4(s.commandListener, reinterpret_cast<sockaddr*>(&peer), &length, SOCK_CLOEXEC);
   if (fd < 0) {
-    Logger::log(3, "accept failed\n");
+    Logger::log(LogLevel::kError, "accept failed\n");
     std::exit(1);
   }
   char address[INET_ADDRSTRLEN] = {};
   inet_ntop(AF_INET, &peer.sin_addr, address, sizeof address);
-  Logger::log(6, "New connection , socket fd is %d , ip is : %s , port : %d \n", fd, address,
+  Logger::log(LogLevel::kInfo, "New connection , socket fd is %d , ip is : %s , port : %d \n", fd, address,
               ntohs(peer.sin_port));
   for (int slot = 0; slot < kCommandClientSlots; ++slot) {
     if (s.commandClients[slot] == 0) {
       s.commandClients[slot] = fd;
-      Logger::log(6, "Adding to list of sockets as %d\n", slot);
+      Logger::log(LogLevel::kInfo, "Adding to list of sockets as %d\n", slot);
       return;
     }
   }
@@ -84,7 +84,7 @@ void serveClient(ServiceState& s, int slot) {
     getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &length);
     char address[INET_ADDRSTRLEN] = {};
     inet_ntop(AF_INET, &peer.sin_addr, address, sizeof address);
-    Logger::log(6, "Host disconnected , ip %s , port %d \n", address, ntohs(peer.sin_port));
+    Logger::log(LogLevel::kInfo, "Host disconnected , ip %s , port %d \n", address, ntohs(peer.sin_port));
     close(fd);
     s.commandClients[slot] = 0;
     return;
@@ -103,7 +103,7 @@ void handleUevent() {
       std::strstr(s.ueventBuffer, "block") != nullptr) {
     usbDriveDisconnect();
     platform::runShell("umount /media/usbdrive");
-    Logger::log(6, "umount usb drive\n");
+    Logger::log(LogLevel::kInfo, "umount usb drive\n");
   }
 }
 
@@ -130,7 +130,7 @@ void runCommandServer() {
       if (s.signalPipe[0] > highest) highest = s.signalPipe[0];
     }
     if (select(highest + 1, &readSet, nullptr, nullptr, nullptr) < 0) {
-      if (errno != EINTR) Logger::log(3, "select error\n");
+      if (errno != EINTR) Logger::log(LogLevel::kError, "select error\n");
       // The sets are undefined after a failed select: start a new pass rather than block on a
       // descriptor that is not ready.
       continue;

@@ -44,7 +44,7 @@ void connectionConfig(int clientSocket, const std::string& text) {
   consolePrint(L"\nconnectConfigVec.size() =%d\r\n", static_cast<int>(entries.size()));
   // Without a port there is nothing to connect to: answer as a failed connection.
   if (entries.empty()) {
-    Logger::log(6, "Unable to establish connection with the reader - status : %d", -1);
+    Logger::log(LogLevel::kInfo, "Unable to establish connection with the reader - status : %d", -1);
     sendReply(clientSocket, "Unable to establish connection to the reader\r\n\r\n");
     return;
   }
@@ -53,7 +53,7 @@ void connectionConfig(int clientSocket, const std::string& text) {
                                   readerPort(entries.front().port), entries.front().option);
   s.readerHandle = handle;
   if (status != 0) {
-    Logger::log(6, "Unable to establish connection with the reader - status : %d", status);
+    Logger::log(LogLevel::kInfo, "Unable to establish connection with the reader - status : %d", status);
     sendReply(clientSocket, "Unable to establish connection to the reader\r\n\r\n");
     return;
   }
@@ -61,11 +61,11 @@ void connectionConfig(int clientSocket, const std::string& text) {
   if (RFID_GetTagStorageSettings(handle, &storage) == RFID_API_SUCCESS) {
     storage.tagFields |= 0x1100;
     if (RFID_SetTagStorageSettings(handle, &storage) != RFID_API_SUCCESS) {
-      Logger::log(7, "tag storage settings not changed\n");
+      Logger::log(LogLevel::kDebug, "tag storage settings not changed\n");
     }
   }
   registerReaderEvents();
-  Logger::log(6, "Established connection to the reader");
+  Logger::log(LogLevel::kInfo, "Established connection to the reader");
   sendReply(clientSocket, "ok\r\n\r\n");
 }
 
@@ -138,13 +138,13 @@ void operatingModeActive(int clientSocket) {
   ServiceState& s = serviceState;
   s.disconnectRequested = false;
   if (s.relayActive || s.serialPushActive) {
-    Logger::log(3, "Inventory already in progress\n");
+    Logger::log(LogLevel::kError, "Inventory already in progress\n");
     sendReply(clientSocket, "InventoryAlreadyRunning\r\n\r\n");
     return;
   }
   if (RFID_PerformInventory(s.readerHandle, nullptr, nullptr, nullptr, nullptr) !=
       RFID_API_SUCCESS) {
-    Logger::log(7, "inventory start refused\n");
+    Logger::log(LogLevel::kDebug, "inventory start refused\n");
   }
   sendReply(clientSocket, "ok\r\n\r\n");
 }
@@ -158,7 +158,7 @@ void serialPortMode(int clientSocket, const std::string& text) {
     if (fields.size() > 0) s.serialReaderPort = static_cast<int32_t>(fields[0]);
     if (fields.size() > 1) s.serialConnectOption = static_cast<uint8_t>(fields[1]);
   }
-  Logger::log(6, "Starting Serial Port Push Data\n");
+  Logger::log(LogLevel::kInfo, "Starting Serial Port Push Data\n");
   switch (startSerialPush(true)) {
     case 0:
       sendReply(clientSocket, "PushDataStart:0\r\n\r\n");
@@ -172,7 +172,7 @@ void serialPortMode(int clientSocket, const std::string& text) {
       sendReply(clientSocket, "PushDataStart:2\r\n\r\n");
       break;
     case -3:
-      Logger::log(6, "Tessera: RFID handle already exist.\n");
+      Logger::log(LogLevel::kInfo, "Tessera: RFID handle already exist.\n");
       sendReply(clientSocket, "PushDataStart:3\r\n\r\n");
       break;
     case -4:
@@ -208,7 +208,7 @@ void sendReply(int clientSocket, const char* text) {
 
 void dispatchCommand(int clientSocket, const char* text) {
   ServiceState& s = serviceState;
-  Logger::log(6, "Received Command: %d %s\n", clientSocket, text);
+  Logger::log(LogLevel::kInfo, "Received Command: %d %s\n", clientSocket, text);
   const std::string command = text;
   const std::string key = commandKey(command);
   if (key == "setup.connection_config") {

@@ -23,9 +23,9 @@ void handleRelayModeCommand(int clientSocket, const std::string& text) {
     if (fields.size() > 1) s.relayConnectOption = static_cast<uint8_t>(fields[1]);
     if (fields.size() > 2) s.requestedRelayMode = static_cast<int32_t>(fields[2]);
   }
-  Logger::log(6, "Starting Tagrelay\n");
+  Logger::log(LogLevel::kInfo, "Starting Tagrelay\n");
   if (s.readerHandle != 0) {
-    Logger::log(6, "Tagrelay: RFID handle already exist.\n");
+    Logger::log(LogLevel::kInfo, "Tagrelay: RFID handle already exist.\n");
     sendReply(clientSocket, "httppoststart:2\r\n\r\n");
     return;
   }

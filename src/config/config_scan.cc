@@ -108,7 +108,7 @@ bool copyBounded(char* out, size_t capacity, const char* text) {
 }
 
 void logCut(const char* section, const char* key, size_t capacity) {
-  Logger::log(6, "%s: value of %s cut to %zu characters\n", section, key, capacity);
+  Logger::log(LogLevel::kInfo, "%s: value of %s cut to %zu characters\n", section, key, capacity);
 }
 
 bool seekSection(ConfigLines& lines, char* line, Tokens& tokens, const char* section) {
@@ -117,7 +117,7 @@ bool seekSection(ConfigLines& lines, char* line, Tokens& tokens, const char* sec
     const char* first = tokens.next(kDelimNoSlash);
     if (first != nullptr && std::strcmp(first, section) == 0) return true;
   }
-  Logger::log(6, "Unable to read from file.");
+  Logger::log(LogLevel::kInfo, "Unable to read from file.");
   return false;
 }
 

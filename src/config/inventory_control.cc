@@ -22,7 +22,7 @@ char* takeLastField(char* text) {
 }
 
 int fail(const char* message, const char** failure) {
-  Logger::log(3, "%s", message);
+  Logger::log(LogLevel::kError, "%s", message);
   if (failure) *failure = message;
   return -1;
 }

@@ -14,7 +14,7 @@ constexpr long kKeepAliveMax = 65535;
 
 // Logs and notes a refused value; a secret is never shown.
 void refuse(const char* key, const char* given, const char* why, ConfigNotes* notes) {
-  Logger::log(6, "%s: value of %s refused (%s)\n", kSection, key, why);
+  Logger::log(LogLevel::kInfo, "%s: value of %s refused (%s)\n", kSection, key, why);
   if (notes) notes->refused(kSection, key, given, why);
 }
 

@@ -19,7 +19,7 @@ bool findSection(ConfigLines& lines, char* line, const char* section, const char
       return true;
     }
   }
-  Logger::log(6, "Unable to read from file.");
+  Logger::log(LogLevel::kInfo, "Unable to read from file.");
   return false;
 }
 

@@ -19,7 +19,7 @@ void noteNumber(ConfigNotes* notes, const char* section, const char* key, long v
 bool storeList(char (&field)[256], const char* value, const char* section, const char* key,
                ConfigNotes* notes) {
   if (std::strlen(value) >= sizeof field) {
-    Logger::log(6, "%s: value of %s longer than %zu characters refused\n", section, key,
+    Logger::log(LogLevel::kInfo, "%s: value of %s longer than %zu characters refused\n", section, key,
                 sizeof field - 1);
     if (notes) notes->refused(section, key, value, "longer than 255 characters");
     field[0] = '\0';
@@ -57,13 +57,13 @@ LineResult readSection(Tokens& tokens, const char* section, RelayConfig& relay,
       noteNumber(notes, section, key, relay.TagMetaData);
     } else if (is("InventoryControl")) {
       if (!storeList(relay.InventoryControl, value, section, key, notes)) {
-        Logger::log(6, "Tagrelay: Unable to process InventoryControl.\n");
+        Logger::log(LogLevel::kInfo, "Tagrelay: Unable to process InventoryControl.\n");
         result = -1;
         continue;
       }
       const char* failure = nullptr;
       if (parseInventoryControl(inventory, relay.InventoryControl, &failure) != 0) {
-        Logger::log(6, "Tagrelay: Unable to process InventoryControl.\n");
+        Logger::log(LogLevel::kInfo, "Tagrelay: Unable to process InventoryControl.\n");
         if (notes) notes->refused(section, key, relay.InventoryControl, failure);
         result = -1;
       }

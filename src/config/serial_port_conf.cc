@@ -31,7 +31,7 @@ void readSection(Tokens& tokens, SerialPortConfig& serial, InventoryControlConfi
                  std::strcmp(key, "TagMetaData") == 0 ||
                  std::strcmp(key, "InventoryControl") == 0 || std::strcmp(key, "IsAutostart") == 0;
     if (!known) {
-      Logger::log(6, "Unknown argument in SerialPortConf - %s", key);
+      Logger::log(LogLevel::kInfo, "Unknown argument in SerialPortConf - %s", key);
       if (notes) notes->unknownToken(kSection, key);
       continue;
     }
@@ -63,7 +63,7 @@ void readSection(Tokens& tokens, SerialPortConfig& serial, InventoryControlConfi
     } else if (std::strcmp(key, "InventoryControl") == 0) {
       const char* failure = nullptr;
       if (parseInventoryControl(inventory, value, &failure) != 0) {
-        Logger::log(6, "SerialPortConf: Unable to process InventoryControl.\n");
+        Logger::log(LogLevel::kInfo, "SerialPortConf: Unable to process InventoryControl.\n");
         if (notes) {
           notes->value(kSection, key, value);
           notes->refused(kSection, key, value, failure);
@@ -102,7 +102,7 @@ void readSerialPortConf(SerialPortConfig& serial, InventoryControlConfig& invent
   ConfigLines lines(line, sizeof line);
   if (!lines.opened()) {
     clearHeader(serial);
-    Logger::log(6, "%s", kNotPresent);
+    Logger::log(LogLevel::kInfo, "%s", kNotPresent);
     return;
   }
   if (notes) notes->fileOpened = true;
@@ -117,14 +117,14 @@ void readSerialPortConf(SerialPortConfig& serial, InventoryControlConfig& invent
   }
   clearHeader(serial);
   if (!found) {
-    Logger::log(6, "%s", kNotPresent);
+    Logger::log(LogLevel::kInfo, "%s", kNotPresent);
     return;
   }
   buildTagMetaString(serial);
-  Logger::log(6, "Serial Port Config - Parsed values %d, %d, %d, %s, %d, %s %d", serial.Mode,
+  Logger::log(LogLevel::kInfo, "Serial Port Config - Parsed values %d, %d, %d, %s, %d, %s %d", serial.Mode,
               serial.Baudrate, serial.Databits, serial.Parity, serial.Stopbits, serial.Flowcontrol,
               serial.TagMetaData);
-  Logger::log(6, "TagMetaString -- %s\n", serial.TagMetaString);
+  Logger::log(LogLevel::kInfo, "TagMetaString -- %s\n", serial.TagMetaString);
 }
 
 }  // namespace tessera

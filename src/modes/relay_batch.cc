@@ -19,7 +19,7 @@
 namespace tessera {
 
 void fatalExit(ServiceState& s, const char* text) {
-  Logger::log(3, "%s", text);
+  Logger::log(LogLevel::kError, "%s", text);
   RFID_StopInventory(s.readerHandle);
   RFID_Disconnect(s.readerHandle);
   s.readerHandle = 0;
@@ -91,7 +91,7 @@ bool takeRecords(ServiceState& s) {
   if (s.relayBatch.size() >= kRelayBatchLimit) return false;
   movePendingToBatch(s);
   if (s.inventoryPausedForBuffer) {
-    Logger::log(6, "Tagrelay: Data consumed, Starting Inventory.\n");
+    Logger::log(LogLevel::kInfo, "Tagrelay: Data consumed, Starting Inventory.\n");
     // As at the start, a refused restart is left to the reader's own events.
     static_cast<void>(RFID_PerformInventory(s.readerHandle, nullptr, nullptr,
                                             &s.inventoryControl.TriggerRecord, nullptr));
@@ -116,6 +116,6 @@ void pause(ServiceState& s, double seconds) {
   s.relayWakeCond.wait_for(lock, span, [&] { return s.relayWorkerStop.load(); });
 }
 
-void commonExit() { Logger::log(3, "Tagrelay: Something Went wrong, exiting thread\n"); }
+void commonExit() { Logger::log(LogLevel::kError, "Tagrelay: Something Went wrong, exiting thread\n"); }
 
 }  // namespace tessera

@@ -105,7 +105,7 @@ void SpoolRelay::acceptClient() {
   if (::poll(&p, 1, 0) <= 0 || (p.revents & POLLIN) == 0) return;
   int client = s_.tcpServer->accept();
   if (client >= 0 && fcntl(client, F_SETFL, O_NONBLOCK) < 0) {
-    Logger::log(6, "Tagrelay: Failed to set socket as non-blocking\n");
+    Logger::log(LogLevel::kInfo, "Tagrelay: Failed to set socket as non-blocking\n");
   }
 }
 

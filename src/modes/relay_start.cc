@@ -49,7 +49,7 @@ int openChannel(ServiceState& s) {
       // A failed open is not fatal here: without a handle every post fails and is retried.
       static_cast<void>(client->open(1, url.c_str(), tls));
       if (client->prepare(url.c_str()) != 0) {
-        Logger::log(6, "Tagrelay: Unable to create request for URL %s\n", configured);
+        Logger::log(LogLevel::kInfo, "Tagrelay: Unable to create request for URL %s\n", configured);
         delete client;
         s.httpClient = nullptr;
         return -1;
@@ -60,7 +60,7 @@ int openChannel(ServiceState& s) {
     case RelayMode::UsbHid:
       if (!s.hidGadgetLoaded) switchToHidGadget();
       if (hidOpen() < 0) {
-        Logger::log(6, "Tagrelay: USB HID device is not opened\n");
+        Logger::log(LogLevel::kInfo, "Tagrelay: USB HID device is not opened\n");
         if (s.hidGadgetLoaded) switchToEthernetGadget();
         return -1;
       }
@@ -72,10 +72,10 @@ int openChannel(ServiceState& s) {
         s.tcpServer = server;
         bool failed = false;
         if (server->bind() != 0) {
-          Logger::log(6, "Tagrelay: Error binding TCP/IP socket\n");
+          Logger::log(LogLevel::kInfo, "Tagrelay: Error binding TCP/IP socket\n");
           failed = true;
         } else if (server->listen() != 0) {
-          Logger::log(6, "Tagrelay: Error listening TCP/IP socket\n");
+          Logger::log(LogLevel::kInfo, "Tagrelay: Error listening TCP/IP socket\n");
           failed = true;
         }
         if (failed) {
@@ -98,7 +98,7 @@ int openChannel(ServiceState& s) {
       // As for HTTP: a publish waiting for its PUBACK gives up when the relay stops.
       client->setAbortFlag(&s.relayWorkerStop);
       if (client->start() != 0) {
-        Logger::log(6, "Tagrelay: Unable to set up MQTT client - %s\n",
+        Logger::log(LogLevel::kInfo, "Tagrelay: Unable to set up MQTT client - %s\n",
                     client->lastError().text.c_str());
         delete client;
         return -1;
@@ -126,18 +126,18 @@ void releaseChannelAfterConnectFailure(ServiceState& s) {
 void setAntennaPowers(ServiceState& s, ReaderHandle handle) {
   for (const AntennaEntry& entry : s.relayConfig.Antennas) {
     if (entry.AntennaId == 0) {
-      Logger::log(6, "Tagrelay: Antenna ID is not set - %d\n", 0);
+      Logger::log(LogLevel::kInfo, "Tagrelay: Antenna ID is not set - %d\n", 0);
       continue;
     }
     uint16_t sensitivity = 1, power = 1, frequency = 1;
     if (RFID_GetAntennaConfig(handle, entry.AntennaId, &sensitivity, &power, &frequency) !=
         RFID_API_SUCCESS) {
-      Logger::log(6, "Tagrelay: Failed to get Power for Antenna - %d\n", entry.AntennaId);
+      Logger::log(LogLevel::kInfo, "Tagrelay: Failed to get Power for Antenna - %d\n", entry.AntennaId);
       continue;
     }
     if (RFID_SetAntennaConfig(handle, entry.AntennaId, sensitivity, entry.TxPower, frequency) !=
         RFID_API_SUCCESS) {
-      Logger::log(6, "Tagrelay: Failed to set Power for Antenna - %d\n", entry.AntennaId);
+      Logger::log(LogLevel::kInfo, "Tagrelay: Failed to set Power for Antenna - %d\n", entry.AntennaId);
     }
   }
 }
@@ -149,7 +149,7 @@ int relayStartOnce() {
   const int32_t mode = s.relayConfig.relayMode;
   if (mode == 0) return -1;
   if (mode < 1 || mode > static_cast<int32_t>(RelayMode::Mqtt)) {
-    Logger::log(6, "Tagrelay: Unknown mode\n");
+    Logger::log(LogLevel::kInfo, "Tagrelay: Unknown mode\n");
     return -1;
   }
   if (openChannel(s) != 0) return -1;
@@ -159,7 +159,7 @@ int relayStartOnce() {
                                   s.relayConnectOption);
   s.readerHandle = handle;
   if (status != 0) {
-    Logger::log(6, "Tagrelay: Unable to connect with reader: %d\n", status);
+    Logger::log(LogLevel::kInfo, "Tagrelay: Unable to connect with reader: %d\n", status);
     releaseChannelAfterConnectFailure(s);
     return status == kReaderDeniedStatus ? -5 : -3;
   }
@@ -177,9 +177,9 @@ int relayStartOnce() {
   registerReaderEvents();
   s.inventoryControl.TriggerRecord.tagReportTrigger = 1;
   s.inventoryControl.TriggerRecord.tagReportOptions = 0;
-  Logger::log(6, "Tagrelay: Established connection to the reader");
+  Logger::log(LogLevel::kInfo, "Tagrelay: Established connection to the reader");
   setAntennaPowers(s, handle);
-  if (applyPreFilters(handle) == -1) Logger::log(3, "Tagrelay: Failed to Apply Prefilter\n");
+  if (applyPreFilters(handle) == -1) Logger::log(LogLevel::kError, "Tagrelay: Failed to Apply Prefilter\n");
   if (s.inventoryControl.StartDelay != 0) {
     platform::sleepSeconds(s.inventoryControl.StartDelay / 1000.0);
   }
@@ -193,7 +193,7 @@ int relayStartOnce() {
                                           &s.inventoryControl.TriggerRecord, nullptr));
   if (s.relayConfig.HeartbeatEnabled) s.lastHeartbeat = platform::now();
   consolePrint(L"\nTagrelay: Inventory started on Tagrelay\r\n");
-  Logger::log(6, "Tagrelay: Inventory started\n");
+  Logger::log(LogLevel::kInfo, "Tagrelay: Inventory started\n");
   return 0;
 }
 
@@ -235,17 +235,17 @@ int relayStart(bool reread) {
   if (reread) {
     int32_t result = readRelayConfig(s.relayConfig, s.inventoryControl);
     if (result < 0) {
-      Logger::log(3, "Tagrelay: Failed to parse TagrelayMode.\n");
+      Logger::log(LogLevel::kError, "Tagrelay: Failed to parse TagrelayMode.\n");
       return result;
     }
   }
   const int32_t mode = s.relayConfig.relayMode;
   if (mode == 0) {
-    Logger::log(3, "Tagrelay: Feature is not enabled in configuration.\n");
+    Logger::log(LogLevel::kError, "Tagrelay: Feature is not enabled in configuration.\n");
     return -2;
   }
   if (s.requestedRelayMode >= 0 && s.requestedRelayMode != mode) {
-    Logger::log(3, "Tagrelay: TagrelayMode mismatch.\n");
+    Logger::log(LogLevel::kError, "Tagrelay: TagrelayMode mismatch.\n");
     return -4;
   }
   if (s.relayConfig.HeartbeatEnabled) buildHeartbeatRecord(s.heartbeatRecord, s.relayConfig.TagMetaData);
@@ -259,34 +259,34 @@ int relayStart(bool reread) {
   switch (static_cast<RelayMode>(mode)) {
     case RelayMode::HttpPost:
       sectionResult = readHttpPostConfig(s.httpPostConfig, s.readerName, s.dataFormat);
-      if (sectionResult != 1) Logger::log(3, "Tagrelay: Failed to parse Tagrelay configuration.\n");
+      if (sectionResult != 1) Logger::log(LogLevel::kError, "Tagrelay: Failed to parse Tagrelay configuration.\n");
       break;
     case RelayMode::UsbHid:
     case RelayMode::UsbDrive:
       sectionResult = readDataFormatConfig(s.dataFormat);
       if (sectionResult != 1) {
-        Logger::log(3, "Tagrelay: Failed to parse Tagrelay configuration for USB HID.\n");
+        Logger::log(LogLevel::kError, "Tagrelay: Failed to parse Tagrelay configuration for USB HID.\n");
       }
       break;
     case RelayMode::TcpIp:
       sectionResult = readTcpIpConfig(s.tcpIpConfig, s.dataFormat);
       if (sectionResult != 1) {
-        Logger::log(3, "Tagrelay: Failed to parse Tagrelay configuration for TCP/IP.\n");
+        Logger::log(LogLevel::kError, "Tagrelay: Failed to parse Tagrelay configuration for TCP/IP.\n");
       }
       break;
     case RelayMode::Mqtt:
       sectionResult = readMqttConfig(s.mqttConfig, s.readerName, s.dataFormat);
       if (sectionResult != 1) {
-        Logger::log(3, "Tagrelay: Failed to parse Tagrelay configuration for MQTT.\n");
+        Logger::log(LogLevel::kError, "Tagrelay: Failed to parse Tagrelay configuration for MQTT.\n");
       }
       break;
     default:
-      Logger::log(3, "Tagrelay: Undefined TagrelayMode - %d.\n", mode);
+      Logger::log(LogLevel::kError, "Tagrelay: Undefined TagrelayMode - %d.\n", mode);
       return -1;
   }
   s.relayWorkerStop = false;
   if (s.relayConfig.relayMode == 0) {
-    Logger::log(6, "Tagrelay: Tagrelay Mode not configured\n");
+    Logger::log(LogLevel::kInfo, "Tagrelay: Tagrelay Mode not configured\n");
     return sectionResult;
   }
   int code = -1;
@@ -294,20 +294,20 @@ int relayStart(bool reread) {
     code = relayStartOnce();
     if (code == 0) break;
     if (code == -5) {
-      Logger::log(3, "Tagrelay: Failed to start Tagrelay.\n");
+      Logger::log(LogLevel::kError, "Tagrelay: Failed to start Tagrelay.\n");
       return -5;
     }
-    Logger::log(7, "Tagrelay: Failed to start Tagrelay : retry = %d\n", attempt);
+    Logger::log(LogLevel::kDebug, "Tagrelay: Failed to start Tagrelay : retry = %d\n", attempt);
     platform::sleepSeconds(kRelayRetrySeconds);
     // The cleanup after SIGINT or SIGTERM waits for this command to end; fourteen more
     // attempts would hold the process for over two minutes past the signal.
     if (s.terminationSignal != 0) break;
   }
   if (code != 0) {
-    Logger::log(3, "Tagrelay: Failed to start Tagrelay.\n");
+    Logger::log(LogLevel::kError, "Tagrelay: Failed to start Tagrelay.\n");
     return code;
   }
-  Logger::log(6, "Tagrelay: Starting thread for Tagrelay\n");
+  Logger::log(LogLevel::kInfo, "Tagrelay: Starting thread for Tagrelay\n");
   if (pthread_create(&s.relayThread, nullptr, relayWorker, nullptr) == 0) {
     pthread_setname_np(s.relayThread, "easyTagrelay");
     s.relayThreadStarted = true;

@@ -17,7 +17,7 @@ void releaseHidDevice() {
   if (s.hidFd != -1) {
     hidClose();
   } else {
-    Logger::log(7, "USB HID Device is not opened.");
+    Logger::log(LogLevel::kDebug, "USB HID Device is not opened.");
   }
 }
 
@@ -31,7 +31,7 @@ void releaseUsbDriveFile() {
   if (driveOpen) {
     usbDriveDisconnect();
   } else {
-    Logger::log(7, "USB Flash Drive is not connected.");
+    Logger::log(LogLevel::kDebug, "USB Flash Drive is not connected.");
   }
 }
 
@@ -97,7 +97,7 @@ void relayStop() {
     switchToEthernetGadget();
     s.hidGadgetLoaded = false;
   }
-  Logger::log(6, "Tagrelay: Tagrelay thread cleaned.\n");
+  Logger::log(LogLevel::kInfo, "Tagrelay: Tagrelay thread cleaned.\n");
 }
 
 }  // namespace tessera

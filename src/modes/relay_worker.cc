@@ -35,7 +35,7 @@ SendResult postText(ServiceState& s, const std::string& text, bool statusDecides
   if (s.httpClient->post(text.c_str(), text.size()) != 0) {
     HttpErrorRecord error;
     s.httpClient->lastError(&error);
-    Logger::log(6, "Tagrelay: HTTP POST Error - %d : %s\n", error.code, error.text);
+    Logger::log(LogLevel::kInfo, "Tagrelay: HTTP POST Error - %d : %s\n", error.code, error.text);
     return SendResult::Failed;
   }
   if (!statusDecides) return SendResult::Delivered;
@@ -44,7 +44,7 @@ SendResult postText(ServiceState& s, const std::string& text, bool statusDecides
   const bool permanent = status >= 400 && status <= 499 && status != kHttpRequestTimeout &&
                          status != kHttpTooManyRequests;
   if (permanent) return SendResult::Rejected;
-  Logger::log(6, "Tagrelay: HTTP POST status %ld, the batch is sent again\n", status);
+  Logger::log(LogLevel::kInfo, "Tagrelay: HTTP POST status %ld, the batch is sent again\n", status);
   return SendResult::Failed;
 }
 
@@ -55,7 +55,7 @@ SendResult publishText(ServiceState& s, const std::string& text) {
   }
   if (s.mqttClient->publish(text) == MqttPublishResult::Delivered) return SendResult::Delivered;
   MqttError error = s.mqttClient->lastError();
-  Logger::log(6, "Tagrelay: MQTT publish Error - %d : %s\n", error.code, error.text.c_str());
+  Logger::log(LogLevel::kInfo, "Tagrelay: MQTT publish Error - %d : %s\n", error.code, error.text.c_str());
   return SendResult::Failed;
 }
 
@@ -67,7 +67,7 @@ SendResult sendPiece(ServiceState& s, const std::string& text, size_t& sent) {
   const long n = s.tcpServer->send(text.data() + sent, text.size() - sent);
   if (n < 0) {
     if (errno == EAGAIN || errno == EWOULDBLOCK) return SendResult::Partial;
-    Logger::log(6, "Tagrelay: TCP/IP Client closed connection.\n");
+    Logger::log(LogLevel::kInfo, "Tagrelay: TCP/IP Client closed connection.\n");
     s.tcpServer->closeClient();
     // At least once: the next client gets this batch whole, never the piece that is left.
     sent = 0;
@@ -115,16 +115,16 @@ SendResult send(ServiceState& s) {
       }
       int powered = hidHostPowered();
       if (powered < 0) {
-        Logger::log(3, "Tagrelay: Failed to check HID status.");
+        Logger::log(LogLevel::kError, "Tagrelay: Failed to check HID status.");
         return SendResult::Failed;
       }
       if (powered == 0) {
-        Logger::log(3, "Tagrelay: USB HID device is not found.");
+        Logger::log(LogLevel::kError, "Tagrelay: USB HID device is not found.");
         return SendResult::Failed;
       }
       std::string text = s.relayBatch;
       if (hidType(text.data()) < 0) {
-        Logger::log(6, "Tagrelay : Failed to send data over HID");
+        Logger::log(LogLevel::kInfo, "Tagrelay : Failed to send data over HID");
         return SendResult::Failed;
       }
       return SendResult::Delivered;
@@ -136,7 +136,7 @@ SendResult send(ServiceState& s) {
     case RelayMode::UsbDrive: {
       std::string text = s.relayBatch;
       if (usbDriveWrite(text.data()) >= 0) return SendResult::Delivered;
-      Logger::log(6, "Failed to send data to USB Flash Drive");
+      Logger::log(LogLevel::kInfo, "Failed to send data to USB Flash Drive");
       return SendResult::Failed;
     }
     default:
@@ -153,7 +153,7 @@ void* relayWorker(void*) {
     return nullptr;
   }
   if (!s.relayActive) {
-    Logger::log(3, "Tagrelay: Inventory not runnig on Tagrelay, exiting thread\n");
+    Logger::log(LogLevel::kError, "Tagrelay: Inventory not runnig on Tagrelay, exiting thread\n");
     commonExit();
     return nullptr;
   }
@@ -172,7 +172,7 @@ void* relayWorker(void*) {
       int client = s.tcpServer->accept();
       if (s.relayWorkerStop) break;  // the stop shut the listener down to wake us
       if (client < 0) {
-        Logger::log(6, "Tagrelay: Error accepting socket connection\n");
+        Logger::log(LogLevel::kInfo, "Tagrelay: Error accepting socket connection\n");
         s.tcpServer->closeServer();
         delete s.tcpServer;
         s.tcpServer = nullptr;
@@ -180,7 +180,7 @@ void* relayWorker(void*) {
         return nullptr;
       }
       if (fcntl(client, F_SETFL, O_NONBLOCK) < 0) {
-        Logger::log(6, "Tagrelay: Failed to set socket as non-blocking\n");
+        Logger::log(LogLevel::kInfo, "Tagrelay: Failed to set socket as non-blocking\n");
       }
     }
     bool took = false;

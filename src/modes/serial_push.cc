@@ -22,7 +22,7 @@ constexpr double kHeaderRetrySeconds = 5.0;
 int writeHeader() {
   ServiceState& s = serviceState;
   if (serialWrite(s.serialPortConfig.TagMetaString) >= 0) return 0;
-  Logger::log(6, "Failed to send data over serial port.");
+  Logger::log(LogLevel::kInfo, "Failed to send data over serial port.");
   serialClose();
   return -1;
 }
@@ -33,20 +33,20 @@ void prepareReader(ReaderHandle handle) {
   if (RFID_GetTagStorageSettings(handle, &storage) == RFID_API_SUCCESS) {
     storage.tagFields |= 0x0100 | 0x1000;
     if (RFID_SetTagStorageSettings(handle, &storage) != RFID_API_SUCCESS) {
-      Logger::log(7, "tag storage settings not changed\n");
+      Logger::log(LogLevel::kDebug, "tag storage settings not changed\n");
     }
   }
   SingulationControl singulation;
   if (RFID_GetSingulationControl(handle, 1, &singulation) == RFID_API_SUCCESS) {
     singulation.session = static_cast<uint32_t>(s.inventoryControl.Session);
     if (RFID_SetSingulationControl(handle, 0, &singulation) != RFID_API_SUCCESS) {
-      Logger::log(7, "session not changed\n");
+      Logger::log(LogLevel::kDebug, "session not changed\n");
     }
   }
   registerReaderEvents();
   s.inventoryControl.TriggerRecord.tagReportTrigger = 1;
   s.inventoryControl.TriggerRecord.tagReportOptions = 0;
-  Logger::log(6, "Established connection to the reader");
+  Logger::log(LogLevel::kInfo, "Established connection to the reader");
 }
 
 }  // namespace
@@ -61,7 +61,7 @@ int32_t startSerialPush(bool reread) {
   }
   if (serialOpen() != 0) return -1;
   if (s.readerHandle != 0) {
-    Logger::log(6, "Connection Exists already");
+    Logger::log(LogLevel::kInfo, "Connection Exists already");
     return -3;
   }
 
@@ -74,7 +74,7 @@ int32_t startSerialPush(bool reread) {
                                     s.serialConnectOption);
     s.readerHandle = handle;
     if (status != 0) {
-      Logger::log(6, "Unable to establish connection with the reader - status : %d", status);
+      Logger::log(LogLevel::kInfo, "Unable to establish connection with the reader - status : %d", status);
       consolePrint(L"Unable to connect to reader, retrying..\r\n");
       platform::sleepSeconds(kConnectRetrySeconds);
       code = -4;
@@ -91,7 +91,7 @@ int32_t startSerialPush(bool reread) {
 
   const ReaderHandle handle = s.readerHandle;
   prepareReader(handle);
-  if (applyPreFilters(handle) == -1) Logger::log(3, "Tagrelay: Failed to Apply Prefilter\n");
+  if (applyPreFilters(handle) == -1) Logger::log(LogLevel::kError, "Tagrelay: Failed to Apply Prefilter\n");
   if (s.inventoryControl.StartDelay != 0) {
     platform::sleepSeconds(s.inventoryControl.StartDelay / 1000.0);
   }
@@ -101,7 +101,7 @@ int32_t startSerialPush(bool reread) {
   s.serialPushActive = true;
   if (RFID_PerformInventory(handle, nullptr, nullptr, &s.inventoryControl.TriggerRecord,
                             nullptr) != RFID_API_SUCCESS) {
-    Logger::log(7, "inventory start refused\n");
+    Logger::log(LogLevel::kDebug, "inventory start refused\n");
   }
   consolePrint(L"\n Inventory started on Serial Port\r\n");
   return 0;

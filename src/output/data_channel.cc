@@ -37,12 +37,12 @@ void* dataChannelThread(void*) {
 
   int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (listener < 0) {
-    Logger::log(3, "Data Channel: ERROR opening socket\n");
+    Logger::log(LogLevel::kError, "Data Channel: ERROR opening socket\n");
     fatalError("ERROR opening socket");
   }
   int one = 1;
   if (setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one) < 0) {
-    Logger::log(3, "setsockopt failed\n");
+    Logger::log(LogLevel::kError, "setsockopt failed\n");
     fatalError("ERROR on setsockopt");
   }
   sockaddr_in addr{};
@@ -50,7 +50,7 @@ void* dataChannelThread(void*) {
   addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   addr.sin_port = htons(static_cast<uint16_t>(platform::settings().dataPort));
   if (bind(listener, reinterpret_cast<sockaddr*>(&addr), sizeof addr) < 0) {
-    Logger::log(3, "Data Channel: ERROR on binding\n");
+    Logger::log(LogLevel::kError, "Data Channel: ERROR on binding\n");
     fatalError("ERROR on binding");
   }
   listen(listener, 3);
@@ -66,10 +66,10 @@ void* dataChannelThread(void*) {
     if ((fds[0].revents & POLLIN) == 0) continue;
     int client = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
     if (client < 0) {
-      Logger::log(3, "Data Channel: ERROR on accept\n");
+      Logger::log(LogLevel::kError, "Data Channel: ERROR on accept\n");
       fatalError("ERROR on accept");
     }
-    Logger::log(6, "Data Channel: Got New Connection\n");
+    Logger::log(LogLevel::kInfo, "Data Channel: Got New Connection\n");
     timeval limit{};
     limit.tv_sec = kDataChannelSendTimeoutMs / 1000;
     limit.tv_usec = (kDataChannelSendTimeoutMs % 1000) * 1000;
@@ -108,7 +108,7 @@ int dataChannelWrite(const char* data, size_t length) {
     // Only the writer that still finds this client closes it; a newer client stays.
     int expected = fd;
     if (serviceState.dataChannelClientFd.compare_exchange_strong(expected, -1)) {
-      Logger::log(6, "Data Channel: client takes no data, closing it\n");
+      Logger::log(LogLevel::kInfo, "Data Channel: client takes no data, closing it\n");
       close(fd);
     }
   }

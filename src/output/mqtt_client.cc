@@ -169,7 +169,7 @@ void MqttClient::run() {
     if (wasConnected) {
       backoff = kMqttBackoffFirstSeconds;
     } else if (rc != MOSQ_ERR_CONN_REFUSED) {  // a refusal was logged with its reason
-      Logger::log(6, "Tagrelay: MQTT connection to %s:%d failed - %d : %s\n", broker_.host.c_str(),
+      Logger::log(LogLevel::kInfo, "Tagrelay: MQTT connection to %s:%d failed - %d : %s\n", broker_.host.c_str(),
                   broker_.port, rc, mosquitto_strerror(rc));
     }
     waitBackoff(backoff);
@@ -244,11 +244,11 @@ void MqttClient::stop() {
 void MqttClient::onConnect(mosquitto* m, void* self, int rc) {
   auto* client = static_cast<MqttClient*>(self);
   if (rc != 0) {
-    Logger::log(6, "Tagrelay: MQTT broker refused the connection - %d : %s\n", rc,
+    Logger::log(LogLevel::kInfo, "Tagrelay: MQTT broker refused the connection - %d : %s\n", rc,
                 mosquitto_connack_string(rc));
     return;
   }
-  Logger::log(6, "Tagrelay: MQTT connected to %s:%d\n", client->broker_.host.c_str(),
+  Logger::log(LogLevel::kInfo, "Tagrelay: MQTT connected to %s:%d\n", client->broker_.host.c_str(),
               client->broker_.port);
   // A refused "online" shows as a missing status; the batches do not depend on it.
   static_cast<void>(mosquitto_publish(m, nullptr, client->statusTopic_.c_str(),
@@ -267,7 +267,7 @@ void MqttClient::onDisconnect(mosquitto*, void* self, int rc) {
   {
     std::lock_guard<std::mutex> guard(client->lock_);
     if (client->connected_ && rc != 0 && !client->stopping_) {
-      Logger::log(6, "Tagrelay: MQTT connection lost - %d : %s\n", rc, mosquitto_strerror(rc));
+      Logger::log(LogLevel::kInfo, "Tagrelay: MQTT connection lost - %d : %s\n", rc, mosquitto_strerror(rc));
     }
     client->connected_ = false;
     ++client->generation_;
@@ -286,7 +286,7 @@ void MqttClient::onPublish(mosquitto*, void* self, int mid) {
 
 void MqttClient::onLog(mosquitto*, void*, int level, const char* text) {
   // libmosquitto's errors carry the reason behind a bare "TLS error" (the failed verification).
-  if (level & (MOSQ_LOG_ERR | MOSQ_LOG_WARNING)) Logger::log(6, "Tagrelay: MQTT %s\n", text);
+  if (level & (MOSQ_LOG_ERR | MOSQ_LOG_WARNING)) Logger::log(LogLevel::kInfo, "Tagrelay: MQTT %s\n", text);
 }
 
 }  // namespace tessera

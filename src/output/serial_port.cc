@@ -44,17 +44,17 @@ int serialOpen() {
   const int handle = RS232_open(device.c_str(), 0);
   portDescriptor().store(handle);
   if (handle < 0) {
-    Logger::log(6, "Unable to Open Serial Port.");
+    Logger::log(LogLevel::kInfo, "Unable to Open Serial Port.");
     return -1;
   }
-  Logger::log(6, "Opened Serial Port.");
+  Logger::log(LogLevel::kInfo, "Opened Serial Port.");
   if (RS232_configure(handle, serialSettingsOf(serviceState.serialPortConfig)) < 0) {
-    Logger::log(6, "Unable to Configure Serial Port.");
+    Logger::log(LogLevel::kInfo, "Unable to Configure Serial Port.");
     RS232_close(handle);
     portDescriptor().store(-1);
     return -1;
   }
-  Logger::log(6, "Configured Serial Port.");
+  Logger::log(LogLevel::kInfo, "Configured Serial Port.");
   return 0;
 }
 
@@ -62,12 +62,12 @@ int serialWrite(const char* text) {
   // One load: the main thread may close the port between the test and the write.
   const int handle = portDescriptor().load();
   if (handle < 0) {
-    Logger::log(6, "Serial port is not opened.");
+    Logger::log(LogLevel::kInfo, "Serial port is not opened.");
     return -1;
   }
   int queued = RS232_write(handle, text);
   if (queued < 0) {
-    Logger::log(6, "Failed to write data on Serial Port.");
+    Logger::log(LogLevel::kInfo, "Failed to write data on Serial Port.");
     return -1;
   }
   return queued;
@@ -78,7 +78,7 @@ int serialClose() {
   // event thread (after a failed write) both close without closing the same handle twice.
   const int handle = portDescriptor().exchange(-1);
   if (handle < 0) {
-    Logger::log(6, "Serial port is not opened.");
+    Logger::log(LogLevel::kInfo, "Serial port is not opened.");
     return 0;
   }
   RS232_close(handle);

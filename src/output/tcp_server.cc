@@ -13,14 +13,14 @@ TcpServer::TcpServer(int port) : port_(port) {
   listeningSocket_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (listeningSocket_ < 0) {
     listeningSocket_ = 0;
-    Logger::log(3, "TCP/IP Server : Failed to create socket\n");
-    Logger::log(3, "TCP/IP Server : Initilizaton failed.\n");
+    Logger::log(LogLevel::kError, "TCP/IP Server : Failed to create socket\n");
+    Logger::log(LogLevel::kError, "TCP/IP Server : Initilizaton failed.\n");
     return;
   }
   int one = 1;
   if (setsockopt(listeningSocket_, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one) < 0) {
-    Logger::log(3, "TCP/IP Server : setsockopt failed- SO_REUSEADDR\n");
-    Logger::log(3, "TCP/IP Server : Initilizaton failed.\n");
+    Logger::log(LogLevel::kError, "TCP/IP Server : setsockopt failed- SO_REUSEADDR\n");
+    Logger::log(LogLevel::kError, "TCP/IP Server : Initilizaton failed.\n");
     return;
   }
   serverAddress_.sin_family = AF_INET;
@@ -36,7 +36,7 @@ TcpServer::~TcpServer() {
 }
 
 bool TcpServer::checkInitialised() const {
-  if (!initialised_) Logger::log(3, "TCP/IP Server : Listenign port is not initialized.\n");
+  if (!initialised_) Logger::log(LogLevel::kError, "TCP/IP Server : Listenign port is not initialized.\n");
   return initialised_;
 }
 
@@ -44,7 +44,7 @@ int TcpServer::bind() {
   if (!checkInitialised()) return -1;
   if (::bind(listeningSocket_, reinterpret_cast<const sockaddr*>(&serverAddress_),
              sizeof serverAddress_) < 0) {
-    Logger::log(3, "TCP/IP Server : bind failed\n");
+    Logger::log(LogLevel::kError, "TCP/IP Server : bind failed\n");
     return -1;
   }
   return 0;
@@ -53,7 +53,7 @@ int TcpServer::bind() {
 int TcpServer::listen() {
   if (!checkInitialised()) return -1;
   if (::listen(listeningSocket_, 3) < 0) {
-    Logger::log(3, "TCP/IP Server : listen failed\n");
+    Logger::log(LogLevel::kError, "TCP/IP Server : listen failed\n");
     return -1;
   }
   return 0;
@@ -65,7 +65,7 @@ int TcpServer::accept() {
   clientSocket_ = ::accept4(listeningSocket_, reinterpret_cast<sockaddr*>(&clientAddress_),
                             &addressLength_, SOCK_CLOEXEC);
   if (clientSocket_ < 0) {
-    Logger::log(3, "TCP/IP Server : accept failed\n");
+    Logger::log(LogLevel::kError, "TCP/IP Server : accept failed\n");
     return -1;
   }
   return clientSocket_;

@@ -26,7 +26,7 @@ void closeFileLocked(ServiceState& s) {
   if (s.usbDriveFd != -1) {
     close(s.usbDriveFd);
   } else {
-    Logger::log(7, "USB Flash Drive is not connected.");
+    Logger::log(LogLevel::kDebug, "USB Flash Drive is not connected.");
   }
   s.usbDriveFd = -1;
   s.usbDriveFileOpened = -1;
@@ -36,8 +36,8 @@ void closeFileLocked(ServiceState& s) {
 bool driveMounted() {
   FILE* mounts = fopen(platform::path("/proc/mounts").c_str(), "re");
   if (mounts == nullptr) {
-    Logger::log(6, "Unable to open /proc/mounts \n");
-    Logger::log(6, "USB Flash Drive is not connected \n");
+    Logger::log(LogLevel::kInfo, "Unable to open /proc/mounts \n");
+    Logger::log(LogLevel::kInfo, "USB Flash Drive is not connected \n");
     return false;
   }
   // A line longer than the buffer is read in pieces; the mount point sits near the start of a
@@ -48,7 +48,7 @@ bool driveMounted() {
     found = std::strstr(line, kMountPoint) != nullptr;
   }
   fclose(mounts);
-  if (!found) Logger::log(6, "USB Flash Drive is not connected \n");
+  if (!found) Logger::log(LogLevel::kInfo, "USB Flash Drive is not connected \n");
   return found;
 }
 
@@ -56,7 +56,7 @@ bool driveMounted() {
 int openFileLocked(ServiceState& s) {
   if (s.usbDriveFd != -1) {
     if (s.usbDriveFd >= 0) return s.usbDriveFd;
-    Logger::log(6, "Unable to create file in USB Flash Drive \n");
+    Logger::log(LogLevel::kInfo, "Unable to create file in USB Flash Drive \n");
     s.usbDriveFd = -1;
     s.usbDriveFileOpened = -1;
     return -1;
@@ -73,7 +73,7 @@ int openFileLocked(ServiceState& s) {
   // Append mode: two opens within one second share the file instead of truncating it.
   int fd = open(platform::path(name).c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
   if (fd < 0) {
-    Logger::log(6, "Unable to create file in usb \n");
+    Logger::log(LogLevel::kInfo, "Unable to create file in usb \n");
     return -1;
   }
   s.usbDriveFd = fd;
@@ -94,14 +94,14 @@ int usbDriveWrite(char* text) {
   struct statvfs stats {};
   // A failed query leaves the decision to the mount check below.
   if (statvfs(platform::path(kMountPoint).c_str(), &stats) == 0 && stats.f_bfree == 0) {
-    Logger::log(6, "USB Flash Drive has no space.\n");
+    Logger::log(LogLevel::kInfo, "USB Flash Drive has no space.\n");
     return -1;
   }
   int written = 0;
   {
     std::lock_guard<std::mutex> guard(s.usbDriveLock);
     if (s.usbDriveFd < 0 && openFileLocked(s) < 0) {
-      Logger::log(6, "USB Flash Drive is not connected.\n");
+      Logger::log(LogLevel::kInfo, "USB Flash Drive is not connected.\n");
       return -1;
     }
     size_t length = 0;
@@ -110,7 +110,7 @@ int usbDriveWrite(char* text) {
     }
     const ssize_t n = write(s.usbDriveFd, text, length);
     if (n < 0 || static_cast<size_t>(n) != length) {
-      Logger::log(6, "Failed to write data in USB FLash Drive\n");
+      Logger::log(LogLevel::kInfo, "Failed to write data in USB FLash Drive\n");
       closeFileLocked(s);
       return -2;
     }

@@ -83,11 +83,11 @@ struct Report {
 int sendReport(int fd, Report& report) {
   static const uint8_t kReleased[kReportSize] = {};
   if (write(fd, report.bytes, kReportSize) != static_cast<ssize_t>(kReportSize)) {
-    Logger::log(6, "Failed to write data on USB HID Device\n");
+    Logger::log(LogLevel::kInfo, "Failed to write data on USB HID Device\n");
     return -1;
   }
   if (write(fd, kReleased, kReportSize) != static_cast<ssize_t>(kReportSize)) {
-    Logger::log(6, "Failed to write data on USB HID Device - 2\n");
+    Logger::log(LogLevel::kInfo, "Failed to write data on USB HID Device - 2\n");
     return -1;
   }
   // The host polls the gadget; a short pause lets it see each press and release.
@@ -122,7 +122,7 @@ int hidOpen() {
     }
   }
   if (s.hidFd < 0) {
-    Logger::log(6, "Unable to Open USB HID device \n");
+    Logger::log(LogLevel::kInfo, "Unable to Open USB HID device \n");
     s.hidFd = -1;
     return -1;
   }
@@ -132,7 +132,7 @@ int hidOpen() {
 int hidClose() {
   ServiceState& s = serviceState;
   if (s.hidFd == -1) {
-    Logger::log(7, "USB HID Device is not opened.");
+    Logger::log(LogLevel::kDebug, "USB HID Device is not opened.");
     return 0;
   }
   close(s.hidFd);
@@ -153,7 +153,7 @@ int hidHostPowered() {
 int hidType(char* text) {
   const int fd = serviceState.hidFd;
   if (fd < 0) {
-    Logger::log(6, "USB HID Device is not opened.\n");
+    Logger::log(LogLevel::kInfo, "USB HID Device is not opened.\n");
     return -1;
   }
   for (char* p = text; *p != '\0'; ++p) {

@@ -42,14 +42,14 @@ void Logger::reopen() {
   openlog("tessera", LOG_CONS | LOG_NDELAY, LOG_USER);
 }
 
-int Logger::log(unsigned level, const char* format, ...) {
+int Logger::log(LogLevel level, const char* format, ...) {
   char message[2048] = {};
   va_list args;
   va_start(args, format);
   int length = vsnprintf(message, sizeof message, format, args);
   va_end(args);
-  if (level > 6) return length;
-  theLogger.emit(level, message);
+  if (level >= LogLevel::kDebug) return length;
+  theLogger.emit(static_cast<unsigned>(level), message);
   return length;
 }
 

@@ -6,6 +6,19 @@
 
 namespace tessera {
 
+// Syslog's severities as the service names them. The service itself logs errors, information
+// and debugging detail; detail is formatted and then dropped, so it costs no syslog traffic.
+enum class LogLevel : unsigned {
+  kEmergency = 0,  // emitted as an error: a service never speaks for the whole machine
+  kAlert = 1,
+  kCritical = 2,
+  kError = 3,
+  kWarning = 4,
+  kNotice = 5,
+  kInfo = 6,
+  kDebug = 7,
+};
+
 class Logger {
  public:
   // Opens syslog and reads MVM_DEBUG; the one instance is built before every other global.
@@ -15,8 +28,8 @@ class Logger {
   Logger(const Logger&) = delete;
   Logger& operator=(const Logger&) = delete;
 
-  // Formats and emits one line at a level (0-6 emitted, 7+ dropped); the formatted length.
-  static int log(unsigned level, const char* format, ...) __attribute__((format(printf, 2, 3)));
+  // Formats and emits one line at a level (kDebug is dropped); the formatted length.
+  static int log(LogLevel level, const char* format, ...) __attribute__((format(printf, 2, 3)));
   // Whether lines are echoed to standard output.
   static bool echo();
   // Reconnects to syslog, e.g. after start-up closed inherited descriptors.

@@ -75,22 +75,22 @@ void handleDisconnection(ReaderHandle handle) {
   const char* reason =
       data.reason != 0 ? "Reader Connection Lost" : "Reader Initiated Disconnection";
   consolePrint(L"%s", reason);
-  Logger::log(6, "%s", reason);
+  Logger::log(LogLevel::kInfo, "%s", reason);
   if (!s.disconnectRequested) {
-    Logger::log(6, "LLRP Disconnected, trying to reconnect.");
+    Logger::log(LogLevel::kInfo, "LLRP Disconnected, trying to reconnect.");
     for (int attempt = 1; attempt <= kReconnectAttempts; ++attempt) {
       // A disconnect command or a shutdown during the retries ends them.
       if (s.disconnectRequested || s.eventThreadStop) break;
       if (RFID_Reconnect(handle) == RFID_API_SUCCESS) {
         s.readLedger.readerReconnected();
-        Logger::log(6, "Re-Connected with LLRP\n");
+        Logger::log(LogLevel::kInfo, "Re-Connected with LLRP\n");
         return;
       }
-      Logger::log(6, "Trying to reconnect with LLRP - %d/10\n", attempt);
+      Logger::log(LogLevel::kInfo, "Trying to reconnect with LLRP - %d/10\n", attempt);
       platform::sleepSeconds(kReconnectPauseSeconds);
     }
   }
-  Logger::log(6, "LLRP does not reconnect, exiting...\n");
+  Logger::log(LogLevel::kInfo, "LLRP does not reconnect, exiting...\n");
   if (!s.suppressDisconnectEvent) notify("DISCONNECTION_EVENT");
   s.suppressDisconnectEvent = false;
 }
@@ -130,7 +130,7 @@ void* ProcessRfidEventsThread(void*) {
   ServiceState& s = serviceState;
   for (;;) {
     if (s.eventThreadStop) {
-      Logger::log(6, "ProcessRfidEventsThread stop testing");
+      Logger::log(LogLevel::kInfo, "ProcessRfidEventsThread stop testing");
       return nullptr;
     }
     timespec deadline;
@@ -142,7 +142,7 @@ void* ProcessRfidEventsThread(void*) {
     }
     for (;;) {
       if (s.eventThreadStop) {
-        Logger::log(6, "ProcessRfidEventsThread stop testing");
+        Logger::log(LogLevel::kInfo, "ProcessRfidEventsThread stop testing");
         return nullptr;
       }
       uint32_t code;

@@ -2,8 +2,8 @@
 
 #include <cstring>
 
-#include "core/logger.h"
-#include "core/service_state.h"
+#include "platform/logger.h"
+#include "state/service_state.h"
 #include "readerapi/rfid_api.h"
 
 namespace tessera {
@@ -72,7 +72,7 @@ bool isByteStringFilter(const std::string& filter) {
   std::string body = filterBody(filter, &endMatch);
   bool ok = body.size() % 2 == 0;
   for (char c : body) ok = ok && isHexDigit(c);
-  if (!ok) Logger::log(3, "Invalid Filter String %s: Expected Byte String\n", body.c_str());
+  if (!ok) Logger::log(LogLevel::kError, "Invalid Filter String %s: Expected Byte String\n", body.c_str());
   return ok;
 }
 
@@ -105,12 +105,12 @@ int32_t applyPreFilters(ReaderHandle handle) {
   RFID_DeletePreFilter(handle, 0, 0);
   if (config.PreFilterMode == 0) return 0;
   if (config.PreFilters[0] == '\0') {
-    Logger::log(3, "Received Empty Filters\n");
+    Logger::log(LogLevel::kError, "Received Empty Filters\n");
     return -1;
   }
   std::vector<std::string> pieces = splitText(config.PreFilters, ",");
   if (pieces.size() > kMaxPreFilterTexts) {
-    Logger::log(3, "Tagrelay support max 2 prefilters\n");
+    Logger::log(LogLevel::kError, "Tagrelay support max 2 prefilters\n");
     return -1;
   }
   for (const std::string& piece : pieces) {
@@ -125,9 +125,9 @@ int32_t applyPreFilters(ReaderHandle handle) {
     plan.record.pattern = plan.pattern.empty() ? nullptr : plan.pattern.data();
     uint32_t index = 0;
     if (RFID_AddPreFilter(handle, 0, &plan.record, &index) == RFID_API_SUCCESS) {
-      Logger::log(3, "Added prefilter %s at index %u\n", pieces[i].c_str(), index);
+      Logger::log(LogLevel::kError, "Added prefilter %s at index %u\n", pieces[i].c_str(), index);
     } else {
-      Logger::log(3, "Failed to Add prefilter %s\n", pieces[i].c_str());
+      Logger::log(LogLevel::kError, "Failed to Add prefilter %s\n", pieces[i].c_str());
     }
   }
   return 0;

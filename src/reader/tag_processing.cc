@@ -42,7 +42,7 @@ void handOverToRelay(const ReaderTagData& tag, const TagView& view) {
       s.relayPendingFull = true;
     } else if (!s.inventoryPausedForBuffer) {
       s.readLedger.inventoryPaused();
-      Logger::log(6, "Tagrelay: Buffer is full, stoping Inventory.\n");
+      Logger::log(LogLevel::kInfo, "Tagrelay: Buffer is full, stoping Inventory.\n");
       RFID_StopInventory(s.readerHandle);
       s.inventoryPausedForBuffer = true;
     }
@@ -61,18 +61,18 @@ void writeSerial(const ReaderTagData& tag, const TagView& view) {
   int n = serialWrite(record);
   if (n < 0) {
     s.readLedger.takenAndDiscarded(DiscardReason::SerialWrite, 1);
-    Logger::log(6, "Failed to send data over serial port.");
+    Logger::log(LogLevel::kInfo, "Failed to send data over serial port.");
     serialClose();
     return;
   }
   s.readLedger.takenAndDelivered(1);
   switch (serialTxUpdate(s.serialTxFull, n)) {
     case SerialTxChange::BecameFull:
-      Logger::log(6, "Serial Port Tx1: BUFFER data=%d%d\r\n", n, 1);
+      Logger::log(LogLevel::kInfo, "Serial Port Tx1: BUFFER data=%d%d\r\n", n, 1);
       if (s.dataChannelClientFd > 0) dataChannelNotify("BUFFER_FULL_EVENT");
       break;
     case SerialTxChange::Cleared:
-      Logger::log(6, "Serial Port Tx: BUFFER cleared data=%d %d\r\n", n, 0);
+      Logger::log(LogLevel::kInfo, "Serial Port Tx: BUFFER cleared data=%d %d\r\n", n, 0);
       if (s.dataChannelClientFd > 0) dataChannelNotify("BUFFER_FULL_EVENT_CLEARED");
       break;
     case SerialTxChange::None:

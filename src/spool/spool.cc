@@ -91,13 +91,13 @@ bool Spool::openLocked(const std::string& dir, uint64_t maxBytes) {
   dir_ = dir;
   maxBytes_ = maxBytes;
   if (::mkdir(dir.c_str(), 0750) != 0 && errno != EEXIST) {
-    Logger::log(3, "Spool: cannot create %s: %s\n", dir.c_str(), errnoText().c_str());
+    Logger::log(LogLevel::kError, "Spool: cannot create %s: %s\n", dir.c_str(), errnoText().c_str());
     return false;
   }
   sequenceFd_ = ::open((dir + "/sequence").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0640);
   confirmedFd_ = ::open((dir + "/confirmed").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0640);
   if (sequenceFd_ < 0 || confirmedFd_ < 0) {
-    Logger::log(3, "Spool: cannot write in %s: %s\n", dir.c_str(), errnoText().c_str());
+    Logger::log(LogLevel::kError, "Spool: cannot write in %s: %s\n", dir.c_str(), errnoText().c_str());
     return false;
   }
   const uint64_t confirmed = loadNumber(confirmedFd_);
@@ -123,7 +123,7 @@ bool Spool::openLocked(const std::string& dir, uint64_t maxBytes) {
   }
   reservedSeq_ = nextSeq_;
   if (!entries_.empty()) {
-    Logger::log(6, "Spool: %zu batches with %" PRIu64 " reads from an earlier run in %s\n",
+    Logger::log(LogLevel::kInfo, "Spool: %zu batches with %" PRIu64 " reads from an earlier run in %s\n",
                 entries_.size(), recoveredReads_, dir.c_str());
   }
   return true;
@@ -133,16 +133,16 @@ bool Spool::loadSegment(const std::string& name, uint64_t confirmed) {
   const std::string path = dir_ + "/" + name;
   std::vector<uint8_t> bytes;
   if (!readFile(path, bytes)) {
-    Logger::log(3, "Spool: cannot read %s: %s\n", path.c_str(), errnoText().c_str());
+    Logger::log(LogLevel::kError, "Spool: cannot read %s: %s\n", path.c_str(), errnoText().c_str());
     return false;
   }
   std::vector<RecordInfo> records;
   const size_t intact = scanSegment(bytes, records);
   if (intact < bytes.size()) {
-    Logger::log(3, "Spool: %s is damaged at offset %zu; the batches before it are kept\n",
+    Logger::log(LogLevel::kError, "Spool: %s is damaged at offset %zu; the batches before it are kept\n",
                 path.c_str(), intact);
     if (::truncate(path.c_str(), static_cast<off_t>(intact)) != 0) {
-      Logger::log(3, "Spool: cannot cut %s: %s\n", path.c_str(), errnoText().c_str());
+      Logger::log(LogLevel::kError, "Spool: cannot cut %s: %s\n", path.c_str(), errnoText().c_str());
       return false;
     }
   }
@@ -215,7 +215,7 @@ uint64_t Spool::nextSeq() {
     if (storeNumber(sequenceFd_, nextSeq_ + kSeqBlock, true)) {
       reservedSeq_ = nextSeq_ + kSeqBlock;
     } else {
-      Logger::log(3, "Spool: cannot reserve batch numbers in %s: %s\n", dir_.c_str(),
+      Logger::log(LogLevel::kError, "Spool: cannot reserve batch numbers in %s: %s\n", dir_.c_str(),
                   errnoText().c_str());
     }
   }
@@ -255,7 +255,7 @@ bool Spool::append(uint64_t seq, uint32_t reads, std::string_view text, int64_t 
       // A partial record must not stay behind: later appends would follow damage. Should even
       // the cut fail, the next open stops reading the file at the damage, with a log line.
       if (::ftruncate(writeFd_, static_cast<off_t>(seg.bytes)) != 0) {
-        Logger::log(3, "Spool: cannot cut %s: %s\n", seg.path.c_str(), errnoText().c_str());
+        Logger::log(LogLevel::kError, "Spool: cannot cut %s: %s\n", seg.path.c_str(), errnoText().c_str());
       }
       errno = err;
     } else {
@@ -275,13 +275,13 @@ bool Spool::append(uint64_t seq, uint32_t reads, std::string_view text, int64_t 
   }
   if (!ok) {
     if (!refusing_) {
-      Logger::log(3, "Spool: cannot write to %s: %s; batches wait in memory\n", dir_.c_str(),
+      Logger::log(LogLevel::kError, "Spool: cannot write to %s: %s; batches wait in memory\n", dir_.c_str(),
                   errnoText().c_str());
     }
     refusing_ = true;
     return false;
   }
-  if (refusing_) Logger::log(6, "Spool: writing to %s again\n", dir_.c_str());
+  if (refusing_) Logger::log(LogLevel::kInfo, "Spool: writing to %s again\n", dir_.c_str());
   refusing_ = false;
   bool dropped = false;
   while (bytes_ > maxBytes_ && segments_.size() > 1) {
@@ -289,7 +289,7 @@ bool Spool::append(uint64_t seq, uint32_t reads, std::string_view text, int64_t 
     dropped = true;
   }
   if (dropped && !dropping_) {
-    Logger::log(3, "Spool: %s is full (%" PRIu64 " bytes): dropping the oldest batches\n",
+    Logger::log(LogLevel::kError, "Spool: %s is full (%" PRIu64 " bytes): dropping the oldest batches\n",
                 dir_.c_str(), maxBytes_);
   }
   dropping_ = dropped || (dropping_ && bytes_ + kSegmentBytes > maxBytes_);
@@ -344,7 +344,7 @@ bool Spool::front(Batch& out) {
       checkedOut_ = e.seq;
       return true;
     }
-    Logger::log(3, "Spool: batch %" PRIu64 " cannot be read back: dropped\n", e.seq);
+    Logger::log(LogLevel::kError, "Spool: batch %" PRIu64 " cannot be read back: dropped\n", e.seq);
     droppedReads_ += e.reads;
     droppedSinceTaken_ += e.reads;
     popFrontLocked();
@@ -406,7 +406,7 @@ void Spool::keepRejectedLocked(uint64_t seq, std::string_view text) {
   const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0640);
   const bool kept = fd >= 0 && writeAll(fd, text.data(), text.size());
   if (fd >= 0) ::close(fd);
-  Logger::log(3, "Spool: the server refused batch %" PRIu64 " for good; %s %s\n", seq,
+  Logger::log(LogLevel::kError, "Spool: the server refused batch %" PRIu64 " for good; %s %s\n", seq,
               kept ? "kept as" : "could not be kept as", path.c_str());
   ++rejectedBatches_;
 }

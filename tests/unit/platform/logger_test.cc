@@ -10,7 +10,7 @@ namespace {
 
 std::string logged(unsigned level, const char* format, const char* argument) {
   testing::internal::CaptureStdout();
-  Logger::log(level, format, argument);
+  Logger::log(static_cast<LogLevel>(level), format, argument);
   return testing::internal::GetCapturedStdout();
 }
 
@@ -28,7 +28,7 @@ TEST(Logger, LinesCarryTheLevelLetterAndAConsoleNewline) {
 TEST(Logger, LevelSevenAndAboveAreFormattedButNotEmitted) {
   EXPECT_EQ(logged(7, "%s", "detail"), "");
   EXPECT_EQ(logged(42, "%s", "detail"), "");
-  EXPECT_EQ(Logger::log(7, "%s", "12345"), 5);
+  EXPECT_EQ(Logger::log(LogLevel::kDebug, "%s", "12345"), 5);
 }
 
 TEST(Logger, ArgumentTextIsNeverFormattedTwice) {
