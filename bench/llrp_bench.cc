@@ -55,7 +55,7 @@ ROAccessReport makeReport(uint32_t seed, bool custom = true) {
     t.lastSeenTimestampUTC = now + static_cast<uint64_t>(i) * 150 + 90'000;
     t.tagSeenCount = static_cast<uint16_t>(1 + i % 7);
     t.c1g2PC = 0x3000;
-    if (custom) t.customs.push_back(Custom{25882, 56, {static_cast<uint8_t>(i), 0x2A}});
+    if (custom) t.customs.push_back(Custom{32473, 56, {static_cast<uint8_t>(i), 0x2A}});
     report.tagReportData.push_back(std::move(t));
   }
   return report;

@@ -60,7 +60,7 @@ TEST(LlrpWire, HeaderCarriesVersionTypeLengthAndId) {
   // 3 reserved bits 000, version 001, type 62 (0000111110) -> 0x043E.
   expectWire(Message{5, Keepalive{}}, "043E 0000000A 00000005");
   // Type 1023 fills all ten type bits -> 0x07FF.
-  expectWire(Message{3, CustomMessage{25882, 21, {1, 2}}},
+  expectWire(Message{3, CustomMessage{32473, 21, {1, 2}}},
              "07FF 00000011 00000003 0000651A 15 0102");
   expectWire(Message{0x01020304, DeleteROSpec{0}}, "0415 0000000E 01020304 00000000");
   expectWire(Message{9, DeleteAccessSpec{0}}, "0429 0000000E 00000009 00000000");
@@ -71,7 +71,7 @@ TEST(LlrpWire, TagReportMixesTvAndTlvParameters) {
   tag.epc = EPC96{{0x30, 0x08, 0x33, 0xB2, 0xDD, 0xD9, 0x01, 0x40, 0x00, 0x00, 0x00, 0x01}};
   tag.antennaId = 1;
   tag.peakRSSI = -52;
-  tag.customs.push_back(Custom{25882, 7, {0xAB}});
+  tag.customs.push_back(Custom{32473, 7, {0xAB}});
   ROAccessReport report;
   report.tagReportData.push_back(tag);
   expectWire(Message{7, report},

@@ -145,8 +145,8 @@ TEST(LlrpDescribe, RendersOneLinePerMessage) {
       {Message{2, AddROSpec{roSpec}},
        "ADD_ROSPEC id=2 rospec=1 priority=0 state=0 start=immediate stop=duration(5000ms)"
        " aispec(antennas=0 stop=null ips1)"},
-      {Message{8, CustomMessage{25882, 21, {0xCA, 0xFE}}},
-       "CUSTOM_MESSAGE id=8 vendor=25882 subtype=21 data=CAFE"},
+      {Message{8, CustomMessage{32473, 21, {0xCA, 0xFE}}},
+       "CUSTOM_MESSAGE id=8 vendor=32473 subtype=21 data=CAFE"},
   };
   for (const Case& c : cases) EXPECT_EQ(describe(c.message), c.line);
 }
