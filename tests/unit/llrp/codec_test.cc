@@ -61,7 +61,7 @@ TEST(LlrpWire, HeaderCarriesVersionTypeLengthAndId) {
   expectWire(Message{5, Keepalive{}}, "043E 0000000A 00000005");
   // Type 1023 fills all ten type bits -> 0x07FF.
   expectWire(Message{3, CustomMessage{32473, 21, {1, 2}}},
-             "07FF 00000011 00000003 0000651A 15 0102");
+             "07FF 00000011 00000003 00007ED9 15 0102");
   expectWire(Message{0x01020304, DeleteROSpec{0}}, "0415 0000000E 01020304 00000000");
   expectWire(Message{9, DeleteAccessSpec{0}}, "0429 0000000E 00000009 00000000");
 }
@@ -80,7 +80,7 @@ TEST(LlrpWire, TagReportMixesTvAndTlvParameters) {
              "8D 300833B2DDD9014000000001"       // EPC_96: TV, no length
              "81 0001"                           // AntennaID
              "86 CC"                             // PeakRSSI -52
-             "03FF 000D 0000651A 00000007 AB");  // Custom
+             "03FF 000D 00007ED9 00000007 AB");  // Custom
 }
 
 TEST(LlrpWire, EpcDataIsABitCountFollowedByWholeBytes) {
