@@ -10,6 +10,10 @@
 
 namespace tessera::platform {
 
+// Where the system mounts the USB flash drive; the relay's drive files and the removal's
+// unmount both name it. Like every appliance path it is taken under the root by path().
+inline constexpr const char* kUsbDriveMountPoint = "/media/usbdrive";
+
 // Development-PC settings; the defaults are the appliance's.
 struct Settings {
   std::string root = "/";            // every appliance path is taken under this folder
