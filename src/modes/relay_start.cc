@@ -285,10 +285,6 @@ int relayStart(bool reread) {
       return -1;
   }
   s.relayWorkerStop = false;
-  if (s.relayConfig.relayMode == 0) {
-    Logger::log(LogLevel::kInfo, "Tagrelay: Tagrelay Mode not configured\n");
-    return sectionResult;
-  }
   int code = -1;
   for (int attempt = 1; attempt <= kRelayStartAttempts; ++attempt) {
     code = relayStartOnce();
