@@ -9,6 +9,7 @@
 #include "command/antenna_commands.h"
 #include "command/command_fields.h"
 #include "command/relay_command.h"
+#include "command/start_replies.h"
 #include "state/console.h"
 #include "platform/logger.h"
 #include "state/service_state.h"
@@ -159,32 +160,7 @@ void serialPortMode(int clientSocket, const std::string& text) {
     if (fields.size() > 1) s.serialConnectOption = static_cast<uint8_t>(fields[1]);
   }
   Logger::log(LogLevel::kInfo, "Starting Serial Port Push Data\n");
-  switch (startSerialPush(true)) {
-    case 0:
-      sendReply(clientSocket, "PushDataStart:0\r\n\r\n");
-      break;
-    case -1:
-      consolePrint(L"Unable to open Serial Port for sending data\n");
-      sendReply(clientSocket, "PushDataStart:1\r\n\r\n");
-      break;
-    case -2:
-      consolePrint(L"Serial Port is not configured in push data mode\n");
-      sendReply(clientSocket, "PushDataStart:2\r\n\r\n");
-      break;
-    case -3:
-      Logger::log(LogLevel::kInfo, "Tessera: RFID handle already exist.\n");
-      sendReply(clientSocket, "PushDataStart:3\r\n\r\n");
-      break;
-    case -4:
-      consolePrint(L"Serial Port: Unable to establish connection to the reader\n");
-      sendReply(clientSocket, "PushDataStart:4\r\n\r\n");
-      sendReply(clientSocket, "Unable to establish connection to the reader\r\n\r\n");
-      break;
-    default:
-      consolePrint(L"Serial Port: Unknown Error \n");
-      sendReply(clientSocket, "PushDataStart:5\r\n\r\n");
-      break;
-  }
+  replyToSerialPushStart(clientSocket, startSerialPush(true));
 }
 
 // Where every read went, as "key=value" lines.

@@ -144,15 +144,15 @@ void setAntennaPowers(ServiceState& s, ReaderHandle handle) {
 
 }  // namespace
 
-int relayStartOnce() {
+RelayStartResult relayStartOnce() {
   ServiceState& s = serviceState;
   const int32_t mode = s.relayConfig.relayMode;
-  if (mode == 0) return -1;
+  if (mode == 0) return RelayStartResult::kNoChannel;
   if (mode < 1 || mode > static_cast<int32_t>(RelayMode::Mqtt)) {
     Logger::log(LogLevel::kInfo, "Tagrelay: Unknown mode\n");
-    return -1;
+    return RelayStartResult::kNoChannel;
   }
-  if (openChannel(s) != 0) return -1;
+  if (openChannel(s) != 0) return RelayStartResult::kNoChannel;
 
   ReaderHandle handle = 0;
   uint32_t status = connectReader(&handle, readerHost(), readerPort(s.relayReaderPort),
@@ -161,7 +161,8 @@ int relayStartOnce() {
   if (status != 0) {
     Logger::log(LogLevel::kInfo, "Tagrelay: Unable to connect with reader: %d\n", status);
     releaseChannelAfterConnectFailure(s);
-    return status == kReaderDeniedStatus ? -5 : -3;
+    return status == kReaderDeniedStatus ? RelayStartResult::kReaderRefused
+                                         : RelayStartResult::kReaderUnreachable;
   }
   TagStorageSettings storage;
   // Tag storage and session settings that the reader refuses leave its own; the start goes on.
@@ -194,7 +195,7 @@ int relayStartOnce() {
   if (s.relayConfig.HeartbeatEnabled) s.lastHeartbeat = platform::now();
   consolePrint(L"\nTagrelay: Inventory started on Tagrelay\r\n");
   Logger::log(LogLevel::kInfo, "Tagrelay: Inventory started\n");
-  return 0;
+  return RelayStartResult::kStarted;
 }
 
 bool spoolApplies(const ServiceState& s) {
@@ -224,7 +225,7 @@ void openRelayBatch() {
   openJsonEnvelope(s.relayBatch, mode, s.readerName.text, mac, numbered ? s.relayBatchSeq : -1);
 }
 
-int relayStart(bool reread) {
+RelayStartResult relayStart(bool reread) {
   ServiceState& s = serviceState;
   // A worker that ended through one of its own fatal exits has not been joined yet (the
   // disconnect commands stop the relay only while it is active); join it before its handle is
@@ -233,20 +234,19 @@ int relayStart(bool reread) {
   // After a worker's fatal exit its undelivered records are still here: counted, then dropped.
   discardRelayHoldings();
   if (reread) {
-    int32_t result = readRelayConfig(s.relayConfig, s.inventoryControl);
-    if (result < 0) {
+    if (readRelayConfig(s.relayConfig, s.inventoryControl) < 0) {
       Logger::log(LogLevel::kError, "Tagrelay: Failed to parse TagrelayMode.\n");
-      return result;
+      return RelayStartResult::kInventoryControlRefused;
     }
   }
   const int32_t mode = s.relayConfig.relayMode;
   if (mode == 0) {
     Logger::log(LogLevel::kError, "Tagrelay: Feature is not enabled in configuration.\n");
-    return -2;
+    return RelayStartResult::kNotEnabled;
   }
   if (s.requestedRelayMode >= 0 && s.requestedRelayMode != mode) {
     Logger::log(LogLevel::kError, "Tagrelay: TagrelayMode mismatch.\n");
-    return -4;
+    return RelayStartResult::kModeMismatch;
   }
   if (s.relayConfig.HeartbeatEnabled) buildHeartbeatRecord(s.heartbeatRecord, s.relayConfig.TagMetaData);
   if (s.tcpServer != nullptr && mode != static_cast<int32_t>(RelayMode::TcpIp)) {
@@ -282,16 +282,16 @@ int relayStart(bool reread) {
       break;
     default:
       Logger::log(LogLevel::kError, "Tagrelay: Undefined TagrelayMode - %d.\n", mode);
-      return -1;
+      return RelayStartResult::kNoChannel;
   }
   s.relayWorkerStop = false;
-  int code = -1;
+  RelayStartResult code = RelayStartResult::kNoChannel;
   for (int attempt = 1; attempt <= kRelayStartAttempts; ++attempt) {
     code = relayStartOnce();
-    if (code == 0) break;
-    if (code == -5) {
+    if (code == RelayStartResult::kStarted) break;
+    if (code == RelayStartResult::kReaderRefused) {
       Logger::log(LogLevel::kError, "Tagrelay: Failed to start Tagrelay.\n");
-      return -5;
+      return code;
     }
     Logger::log(LogLevel::kDebug, "Tagrelay: Failed to start Tagrelay : retry = %d\n", attempt);
     platform::sleepSeconds(kRelayRetrySeconds);
@@ -299,7 +299,7 @@ int relayStart(bool reread) {
     // attempts would hold the process for over two minutes past the signal.
     if (s.terminationSignal != 0) break;
   }
-  if (code != 0) {
+  if (code != RelayStartResult::kStarted) {
     Logger::log(LogLevel::kError, "Tagrelay: Failed to start Tagrelay.\n");
     return code;
   }
@@ -308,7 +308,7 @@ int relayStart(bool reread) {
     pthread_setname_np(s.relayThread, "easyTagrelay");
     s.relayThreadStarted = true;
   }
-  return 0;
+  return RelayStartResult::kStarted;
 }
 
 }  // namespace tessera

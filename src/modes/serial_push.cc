@@ -51,21 +51,21 @@ void prepareReader(ReaderHandle handle) {
 
 }  // namespace
 
-int32_t startSerialPush(bool reread) {
+SerialPushResult startSerialPush(bool reread) {
   ServiceState& s = serviceState;
-  if (s.serialPortConfig.Mode != 1) return -2;
+  if (s.serialPortConfig.Mode != 1) return SerialPushResult::kNotPushMode;
   int attempts = kBootAttempts;
   if (reread) {
     readSerialPortConf(s.serialPortConfig, s.inventoryControl);
     attempts = 1;
   }
-  if (serialOpen() != 0) return -1;
+  if (serialOpen() != 0) return SerialPushResult::kPortFailed;
   if (s.readerHandle != 0) {
     Logger::log(LogLevel::kInfo, "Connection Exists already");
-    return -3;
+    return SerialPushResult::kConnectedAlready;
   }
 
-  int32_t code = -4;
+  SerialPushResult code = SerialPushResult::kReaderUnreachable;
   for (int attempt = 1; attempt <= attempts; ++attempt) {
     // A termination signal ends the boot-time attempts instead of outwaiting them.
     if (attempt > 1 && s.terminationSignal != 0) break;
@@ -77,17 +77,17 @@ int32_t startSerialPush(bool reread) {
       Logger::log(LogLevel::kInfo, "Unable to establish connection with the reader - status : %d", status);
       consolePrint(L"Unable to connect to reader, retrying..\r\n");
       platform::sleepSeconds(kConnectRetrySeconds);
-      code = -4;
+      code = SerialPushResult::kReaderUnreachable;
       continue;
     }
     if (writeHeader() == 0) {
-      code = 0;
+      code = SerialPushResult::kStarted;
       break;
     }
     platform::sleepSeconds(kHeaderRetrySeconds);
-    code = -5;
+    code = SerialPushResult::kHeaderNotWritten;
   }
-  if (code != 0) return code;
+  if (code != SerialPushResult::kStarted) return code;
 
   const ReaderHandle handle = s.readerHandle;
   prepareReader(handle);
@@ -104,7 +104,7 @@ int32_t startSerialPush(bool reread) {
     Logger::log(LogLevel::kDebug, "inventory start refused\n");
   }
   consolePrint(L"\n Inventory started on Serial Port\r\n");
-  return 0;
+  return SerialPushResult::kStarted;
 }
 
 }  // namespace tessera
