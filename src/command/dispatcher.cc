@@ -13,6 +13,7 @@
 #include "state/console.h"
 #include "platform/logger.h"
 #include "state/service_state.h"
+#include "modes/inventory_start.h"
 #include "modes/relay.h"
 #include "modes/serial_push.h"
 #include "output/data_channel.h"
@@ -58,15 +59,7 @@ void connectionConfig(int clientSocket, const std::string& text) {
     sendReply(clientSocket, "Unable to establish connection to the reader\r\n\r\n");
     return;
   }
-  TagStorageSettings storage;
-  if (RFID_GetTagStorageSettings(handle, &storage) == RFID_API_SUCCESS) {
-    storage.tagFields |= 0x1100;
-    if (RFID_SetTagStorageSettings(handle, &storage) != RFID_API_SUCCESS) {
-      Logger::log(LogLevel::kDebug, "tag storage settings not changed\n");
-    }
-  }
-  registerReaderEvents();
-  Logger::log(LogLevel::kInfo, "Established connection to the reader");
+  prepareReader(handle, ReaderUse::kPlainInventory, "");
   sendReply(clientSocket, "ok\r\n\r\n");
 }
 
@@ -143,10 +136,7 @@ void operatingModeActive(int clientSocket) {
     sendReply(clientSocket, "InventoryAlreadyRunning\r\n\r\n");
     return;
   }
-  if (RFID_PerformInventory(s.readerHandle, nullptr, nullptr, nullptr, nullptr) !=
-      RFID_API_SUCCESS) {
-    Logger::log(LogLevel::kDebug, "inventory start refused\n");
-  }
+  startInventory(s.readerHandle, nullptr, "");
   sendReply(clientSocket, "ok\r\n\r\n");
 }
 

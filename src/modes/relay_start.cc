@@ -9,6 +9,7 @@
 #include "platform/logger.h"
 #include "state/service_state.h"
 #include "format/json_record.h"
+#include "modes/inventory_start.h"
 #include "modes/relay.h"
 #include "output/data_channel.h"
 #include "output/http_client.h"
@@ -16,8 +17,6 @@
 #include "output/tcp_server.h"
 #include "output/usb_hid.h"
 #include "platform/platform.h"
-#include "reader/event_thread.h"
-#include "reader/prefilters.h"
 #include "reader/reader_connection.h"
 #include "readerapi/rfid_api.h"
 
@@ -164,34 +163,9 @@ RelayStartResult relayStartOnce() {
     return status == kReaderDeniedStatus ? RelayStartResult::kReaderRefused
                                          : RelayStartResult::kReaderUnreachable;
   }
-  TagStorageSettings storage;
-  // Tag storage and session settings that the reader refuses leave its own; the start goes on.
-  if (RFID_GetTagStorageSettings(handle, &storage) == RFID_API_SUCCESS) {
-    storage.tagFields |= 0x1100;
-    static_cast<void>(RFID_SetTagStorageSettings(handle, &storage));
-  }
-  SingulationControl singulation;
-  if (RFID_GetSingulationControl(handle, 1, &singulation) == RFID_API_SUCCESS) {
-    singulation.session = static_cast<uint32_t>(s.inventoryControl.Session);
-    static_cast<void>(RFID_SetSingulationControl(handle, 0, &singulation));
-  }
-  registerReaderEvents();
-  s.inventoryControl.TriggerRecord.tagReportTrigger = 1;
-  s.inventoryControl.TriggerRecord.tagReportOptions = 0;
-  Logger::log(LogLevel::kInfo, "Tagrelay: Established connection to the reader");
+  prepareReader(handle, ReaderUse::kStreamingMode, "Tagrelay: ");
   setAntennaPowers(s, handle);
-  if (applyPreFilters(handle) == -1) Logger::log(LogLevel::kError, "Tagrelay: Failed to Apply Prefilter\n");
-  if (s.inventoryControl.StartDelay != 0) {
-    platform::sleepSeconds(s.inventoryControl.StartDelay / 1000.0);
-  }
-  // Only reads from before this start can be waiting: the inventory starts below.
-  discardBufferedReads(handle, DiscardReason::Stale);
-  // The mode is in force before the inventory starts: its first reports can reach tag read
-  // processing before the start's reply reaches this thread. A refused start shows as a relay
-  // that reads nothing; the reader reports it by its events.
-  s.relayActive = true;
-  static_cast<void>(RFID_PerformInventory(handle, nullptr, nullptr,
-                                          &s.inventoryControl.TriggerRecord, nullptr));
+  startModeInventory(handle, s.relayActive, "Tagrelay: ");
   if (s.relayConfig.HeartbeatEnabled) s.lastHeartbeat = platform::now();
   consolePrint(L"\nTagrelay: Inventory started on Tagrelay\r\n");
   Logger::log(LogLevel::kInfo, "Tagrelay: Inventory started\n");
