@@ -7,7 +7,8 @@
 namespace tessera {
 namespace {
 
-constexpr const char* kReaderUnreachableReply = "Unable to establish connection to the reader\r\n\r\n";
+constexpr const char* kReaderUnreachableReply =
+    "Unable to establish connection to the reader\r\n\r\n";
 
 // One outcome as the client and the operator see it; unused texts are null.
 struct StartReply {
