@@ -47,7 +47,7 @@ void connectionConfig(int clientSocket, const std::string& text) {
   // Without a port there is nothing to connect to: answer as a failed connection.
   if (entries.empty()) {
     Logger::log(LogLevel::kInfo, "Unable to establish connection with the reader - status : %d", -1);
-    sendReply(clientSocket, "Unable to establish connection to the reader\r\n\r\n");
+    sendReply(clientSocket, kReaderUnreachableReply);
     return;
   }
   ReaderHandle handle = 0;
@@ -56,7 +56,7 @@ void connectionConfig(int clientSocket, const std::string& text) {
   s.readerHandle = handle;
   if (status != 0) {
     Logger::log(LogLevel::kInfo, "Unable to establish connection with the reader - status : %d", status);
-    sendReply(clientSocket, "Unable to establish connection to the reader\r\n\r\n");
+    sendReply(clientSocket, kReaderUnreachableReply);
     return;
   }
   prepareReader(handle, ReaderUse::kPlainInventory, "");

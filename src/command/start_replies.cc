@@ -7,9 +7,6 @@
 namespace tessera {
 namespace {
 
-constexpr const char* kReaderUnreachableReply =
-    "Unable to establish connection to the reader\r\n\r\n";
-
 // One outcome as the client and the operator see it; unused texts are null.
 struct StartReply {
   const wchar_t* console;  // trace on standard output

@@ -66,6 +66,7 @@ void prepareReader(ReaderHandle handle, ReaderUse use, const char* logPrefix) {
 void startModeInventory(ReaderHandle handle, std::atomic<bool>& modeActive,
                         const char* logPrefix) {
   ServiceState& s = serviceState;
+  // The serial push logs this text too, "Tagrelay: " and all: log watchers match it as it stands.
   if (applyPreFilters(handle) == -1) {
     Logger::log(LogLevel::kError, "Tagrelay: Failed to Apply Prefilter\n");
   }
