@@ -31,9 +31,10 @@ void bootAutostart() {
                   "cloud is enabled\n");
       return;
     }
-    int32_t result = startSerialPush(false);
-    if (result != 0) {
-      Logger::log(LogLevel::kError, "Tessera: Unable to start Serial Port Push at boot time : %d\n", result);
+    const SerialPushResult result = startSerialPush(false);
+    if (result != SerialPushResult::kStarted) {
+      Logger::log(LogLevel::kError, "Tessera: Unable to start Serial Port Push at boot time : %d\n",
+                  static_cast<int>(result));
     } else {
       Logger::log(LogLevel::kInfo, "Tessera: Started Serial Port Push at Boot time\n");
     }
@@ -51,9 +52,10 @@ void bootAutostart() {
     Logger::log(LogLevel::kError, "Tagrelay: Not starting at boot time since auto connect to cloud is enabled\n");
     return;
   }
-  int result = relayStart(false);
-  if (result != 0) {
-    Logger::log(LogLevel::kError, "Tagrelay: Unable to start at boot time : %d\n", result);
+  const RelayStartResult result = relayStart(false);
+  if (result != RelayStartResult::kStarted) {
+    Logger::log(LogLevel::kError, "Tagrelay: Unable to start at boot time : %d\n",
+                static_cast<int>(result));
   } else {
     Logger::log(LogLevel::kInfo, "Tagrelay: Started Tagrelay on Boot time\n");
   }

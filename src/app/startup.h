@@ -1,17 +1,14 @@
-// src/app/startup.h — process start-up: inherited descriptors, signal actions, the long-lived
-// threads and the uevent socket, then the command server.
+// src/app/startup.h — the service's start-up and its cleanup, each written out step by step in
+// its order; main runs the command loop between the two.
 #pragma once
 
 namespace tessera {
 
-// Closes descriptors 3..33, stopping at the first that is not open; how many were closed.
-int closeInheritedDescriptors();
-// Installs onTerminationSignal for SIGINT and SIGTERM (one-shot, all signals blocked while it runs).
-void installSignalActions();
-// Opens the kernel uevent socket bound to our process id; the descriptor or -1.
-int openUeventSocket();
-// Starts the threads, the uevent socket and the boot-time start, then serves commands until a
-// termination signal; returns when the command loop ends.
+// Every start-up step in order: signal handling, inherited descriptors, the serial section,
+// the spool, the event and data channel threads, the uevent socket and the boot-time start.
 void startService();
+// Every cleanup step in order, once the command loop ended on a termination signal: the event
+// thread, the relay, the spool, the command and data channels, and the Logger last.
+void cleanupService();
 
 }  // namespace tessera

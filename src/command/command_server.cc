@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "command/dispatcher.h"
 #include "platform/logger.h"
@@ -102,7 +103,8 @@ void handleUevent() {
   if (std::strstr(s.ueventBuffer, "remove") != nullptr &&
       std::strstr(s.ueventBuffer, "block") != nullptr) {
     usbDriveDisconnect();
-    platform::runShell("umount /media/usbdrive");
+    const std::string unmount = std::string("umount ") + platform::kUsbDriveMountPoint;
+    platform::runShell(unmount.c_str());
     Logger::log(LogLevel::kInfo, "umount usb drive\n");
   }
 }

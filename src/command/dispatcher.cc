@@ -9,9 +9,11 @@
 #include "command/antenna_commands.h"
 #include "command/command_fields.h"
 #include "command/relay_command.h"
+#include "command/start_replies.h"
 #include "state/console.h"
 #include "platform/logger.h"
 #include "state/service_state.h"
+#include "modes/inventory_start.h"
 #include "modes/relay.h"
 #include "modes/serial_push.h"
 #include "output/data_channel.h"
@@ -45,7 +47,7 @@ void connectionConfig(int clientSocket, const std::string& text) {
   // Without a port there is nothing to connect to: answer as a failed connection.
   if (entries.empty()) {
     Logger::log(LogLevel::kInfo, "Unable to establish connection with the reader - status : %d", -1);
-    sendReply(clientSocket, "Unable to establish connection to the reader\r\n\r\n");
+    sendReply(clientSocket, kReaderUnreachableReply);
     return;
   }
   ReaderHandle handle = 0;
@@ -54,18 +56,10 @@ void connectionConfig(int clientSocket, const std::string& text) {
   s.readerHandle = handle;
   if (status != 0) {
     Logger::log(LogLevel::kInfo, "Unable to establish connection with the reader - status : %d", status);
-    sendReply(clientSocket, "Unable to establish connection to the reader\r\n\r\n");
+    sendReply(clientSocket, kReaderUnreachableReply);
     return;
   }
-  TagStorageSettings storage;
-  if (RFID_GetTagStorageSettings(handle, &storage) == RFID_API_SUCCESS) {
-    storage.tagFields |= 0x1100;
-    if (RFID_SetTagStorageSettings(handle, &storage) != RFID_API_SUCCESS) {
-      Logger::log(LogLevel::kDebug, "tag storage settings not changed\n");
-    }
-  }
-  registerReaderEvents();
-  Logger::log(LogLevel::kInfo, "Established connection to the reader");
+  prepareReader(handle, ReaderUse::kPlainInventory, "");
   sendReply(clientSocket, "ok\r\n\r\n");
 }
 
@@ -142,10 +136,7 @@ void operatingModeActive(int clientSocket) {
     sendReply(clientSocket, "InventoryAlreadyRunning\r\n\r\n");
     return;
   }
-  if (RFID_PerformInventory(s.readerHandle, nullptr, nullptr, nullptr, nullptr) !=
-      RFID_API_SUCCESS) {
-    Logger::log(LogLevel::kDebug, "inventory start refused\n");
-  }
+  startInventory(s.readerHandle, nullptr, "");
   sendReply(clientSocket, "ok\r\n\r\n");
 }
 
@@ -159,32 +150,7 @@ void serialPortMode(int clientSocket, const std::string& text) {
     if (fields.size() > 1) s.serialConnectOption = static_cast<uint8_t>(fields[1]);
   }
   Logger::log(LogLevel::kInfo, "Starting Serial Port Push Data\n");
-  switch (startSerialPush(true)) {
-    case 0:
-      sendReply(clientSocket, "PushDataStart:0\r\n\r\n");
-      break;
-    case -1:
-      consolePrint(L"Unable to open Serial Port for sending data\n");
-      sendReply(clientSocket, "PushDataStart:1\r\n\r\n");
-      break;
-    case -2:
-      consolePrint(L"Serial Port is not configured in push data mode\n");
-      sendReply(clientSocket, "PushDataStart:2\r\n\r\n");
-      break;
-    case -3:
-      Logger::log(LogLevel::kInfo, "Tessera: RFID handle already exist.\n");
-      sendReply(clientSocket, "PushDataStart:3\r\n\r\n");
-      break;
-    case -4:
-      consolePrint(L"Serial Port: Unable to establish connection to the reader\n");
-      sendReply(clientSocket, "PushDataStart:4\r\n\r\n");
-      sendReply(clientSocket, "Unable to establish connection to the reader\r\n\r\n");
-      break;
-    default:
-      consolePrint(L"Serial Port: Unknown Error \n");
-      sendReply(clientSocket, "PushDataStart:5\r\n\r\n");
-      break;
-  }
+  replyToSerialPushStart(clientSocket, startSerialPush(true));
 }
 
 // Where every read went, as "key=value" lines.

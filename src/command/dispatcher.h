@@ -5,6 +5,10 @@
 
 namespace tessera {
 
+// The reply to every command whose reader connection failed.
+inline constexpr const char* kReaderUnreachableReply =
+    "Unable to establish connection to the reader\r\n\r\n";
+
 // Where every read went, with the outage spool's counts: what getStatistics answers and the
 // stop logs.
 ReadCounts currentReadCounts();

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "modes/start_results.h"
 #include "state/service_state.h"
 
 namespace tessera {
@@ -12,11 +13,12 @@ namespace tessera {
 inline constexpr int kRelayStartAttempts = 15;
 inline constexpr double kRelayRetrySeconds = 10.0;
 
-// Starts the relay mode; 0, -1 mode/channel, -2 not enabled, -3 reader unreachable, -4 requested
-// mode differs, -5 reader refused (status 101), other negative: configuration unreadable.
-[[nodiscard]] int relayStart(bool reread);
-// One attempt: output channel, reader connection and settings, inventory; 0, -1, -3 or -5.
-[[nodiscard]] int relayStartOnce();
+// Starts the relay mode: every outcome but kConnectedAlready. reread: read the relay section
+// again first (command); otherwise its values at hand are used (boot).
+[[nodiscard]] RelayStartResult relayStart(bool reread);
+// One attempt: output channel, reader connection and settings, inventory; kStarted, kNoChannel,
+// kReaderUnreachable or kReaderRefused.
+[[nodiscard]] RelayStartResult relayStartOnce();
 // Thread entry of "easyTagrelay".
 void* relayWorker(void* unused);
 // Stops the relay worker and releases the relay's output channels; safe when none runs.

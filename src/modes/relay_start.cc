@@ -9,6 +9,7 @@
 #include "platform/logger.h"
 #include "state/service_state.h"
 #include "format/json_record.h"
+#include "modes/inventory_start.h"
 #include "modes/relay.h"
 #include "output/data_channel.h"
 #include "output/http_client.h"
@@ -16,8 +17,6 @@
 #include "output/tcp_server.h"
 #include "output/usb_hid.h"
 #include "platform/platform.h"
-#include "reader/event_thread.h"
-#include "reader/prefilters.h"
 #include "reader/reader_connection.h"
 #include "readerapi/rfid_api.h"
 
@@ -144,15 +143,15 @@ void setAntennaPowers(ServiceState& s, ReaderHandle handle) {
 
 }  // namespace
 
-int relayStartOnce() {
+RelayStartResult relayStartOnce() {
   ServiceState& s = serviceState;
   const int32_t mode = s.relayConfig.relayMode;
-  if (mode == 0) return -1;
+  if (mode == 0) return RelayStartResult::kNoChannel;
   if (mode < 1 || mode > static_cast<int32_t>(RelayMode::Mqtt)) {
     Logger::log(LogLevel::kInfo, "Tagrelay: Unknown mode\n");
-    return -1;
+    return RelayStartResult::kNoChannel;
   }
-  if (openChannel(s) != 0) return -1;
+  if (openChannel(s) != 0) return RelayStartResult::kNoChannel;
 
   ReaderHandle handle = 0;
   uint32_t status = connectReader(&handle, readerHost(), readerPort(s.relayReaderPort),
@@ -161,40 +160,16 @@ int relayStartOnce() {
   if (status != 0) {
     Logger::log(LogLevel::kInfo, "Tagrelay: Unable to connect with reader: %d\n", status);
     releaseChannelAfterConnectFailure(s);
-    return status == kReaderDeniedStatus ? -5 : -3;
+    return status == kReaderDeniedStatus ? RelayStartResult::kReaderRefused
+                                         : RelayStartResult::kReaderUnreachable;
   }
-  TagStorageSettings storage;
-  // Tag storage and session settings that the reader refuses leave its own; the start goes on.
-  if (RFID_GetTagStorageSettings(handle, &storage) == RFID_API_SUCCESS) {
-    storage.tagFields |= 0x1100;
-    static_cast<void>(RFID_SetTagStorageSettings(handle, &storage));
-  }
-  SingulationControl singulation;
-  if (RFID_GetSingulationControl(handle, 1, &singulation) == RFID_API_SUCCESS) {
-    singulation.session = static_cast<uint32_t>(s.inventoryControl.Session);
-    static_cast<void>(RFID_SetSingulationControl(handle, 0, &singulation));
-  }
-  registerReaderEvents();
-  s.inventoryControl.TriggerRecord.tagReportTrigger = 1;
-  s.inventoryControl.TriggerRecord.tagReportOptions = 0;
-  Logger::log(LogLevel::kInfo, "Tagrelay: Established connection to the reader");
+  prepareReader(handle, ReaderUse::kStreamingMode, "Tagrelay: ");
   setAntennaPowers(s, handle);
-  if (applyPreFilters(handle) == -1) Logger::log(LogLevel::kError, "Tagrelay: Failed to Apply Prefilter\n");
-  if (s.inventoryControl.StartDelay != 0) {
-    platform::sleepSeconds(s.inventoryControl.StartDelay / 1000.0);
-  }
-  // Only reads from before this start can be waiting: the inventory starts below.
-  discardBufferedReads(handle, DiscardReason::Stale);
-  // The mode is in force before the inventory starts: its first reports can reach tag read
-  // processing before the start's reply reaches this thread. A refused start shows as a relay
-  // that reads nothing; the reader reports it by its events.
-  s.relayActive = true;
-  static_cast<void>(RFID_PerformInventory(handle, nullptr, nullptr,
-                                          &s.inventoryControl.TriggerRecord, nullptr));
+  startModeInventory(handle, s.relayActive, "Tagrelay: ");
   if (s.relayConfig.HeartbeatEnabled) s.lastHeartbeat = platform::now();
   consolePrint(L"\nTagrelay: Inventory started on Tagrelay\r\n");
   Logger::log(LogLevel::kInfo, "Tagrelay: Inventory started\n");
-  return 0;
+  return RelayStartResult::kStarted;
 }
 
 bool spoolApplies(const ServiceState& s) {
@@ -224,7 +199,7 @@ void openRelayBatch() {
   openJsonEnvelope(s.relayBatch, mode, s.readerName.text, mac, numbered ? s.relayBatchSeq : -1);
 }
 
-int relayStart(bool reread) {
+RelayStartResult relayStart(bool reread) {
   ServiceState& s = serviceState;
   // A worker that ended through one of its own fatal exits has not been joined yet (the
   // disconnect commands stop the relay only while it is active); join it before its handle is
@@ -233,20 +208,19 @@ int relayStart(bool reread) {
   // After a worker's fatal exit its undelivered records are still here: counted, then dropped.
   discardRelayHoldings();
   if (reread) {
-    int32_t result = readRelayConfig(s.relayConfig, s.inventoryControl);
-    if (result < 0) {
+    if (readRelayConfig(s.relayConfig, s.inventoryControl) < 0) {
       Logger::log(LogLevel::kError, "Tagrelay: Failed to parse TagrelayMode.\n");
-      return result;
+      return RelayStartResult::kInventoryControlRefused;
     }
   }
   const int32_t mode = s.relayConfig.relayMode;
   if (mode == 0) {
     Logger::log(LogLevel::kError, "Tagrelay: Feature is not enabled in configuration.\n");
-    return -2;
+    return RelayStartResult::kNotEnabled;
   }
   if (s.requestedRelayMode >= 0 && s.requestedRelayMode != mode) {
     Logger::log(LogLevel::kError, "Tagrelay: TagrelayMode mismatch.\n");
-    return -4;
+    return RelayStartResult::kModeMismatch;
   }
   if (s.relayConfig.HeartbeatEnabled) buildHeartbeatRecord(s.heartbeatRecord, s.relayConfig.TagMetaData);
   if (s.tcpServer != nullptr && mode != static_cast<int32_t>(RelayMode::TcpIp)) {
@@ -282,20 +256,16 @@ int relayStart(bool reread) {
       break;
     default:
       Logger::log(LogLevel::kError, "Tagrelay: Undefined TagrelayMode - %d.\n", mode);
-      return -1;
+      return RelayStartResult::kNoChannel;
   }
   s.relayWorkerStop = false;
-  if (s.relayConfig.relayMode == 0) {
-    Logger::log(LogLevel::kInfo, "Tagrelay: Tagrelay Mode not configured\n");
-    return sectionResult;
-  }
-  int code = -1;
+  RelayStartResult code = RelayStartResult::kNoChannel;
   for (int attempt = 1; attempt <= kRelayStartAttempts; ++attempt) {
     code = relayStartOnce();
-    if (code == 0) break;
-    if (code == -5) {
+    if (code == RelayStartResult::kStarted) break;
+    if (code == RelayStartResult::kReaderRefused) {
       Logger::log(LogLevel::kError, "Tagrelay: Failed to start Tagrelay.\n");
-      return -5;
+      return code;
     }
     Logger::log(LogLevel::kDebug, "Tagrelay: Failed to start Tagrelay : retry = %d\n", attempt);
     platform::sleepSeconds(kRelayRetrySeconds);
@@ -303,7 +273,7 @@ int relayStart(bool reread) {
     // attempts would hold the process for over two minutes past the signal.
     if (s.terminationSignal != 0) break;
   }
-  if (code != 0) {
+  if (code != RelayStartResult::kStarted) {
     Logger::log(LogLevel::kError, "Tagrelay: Failed to start Tagrelay.\n");
     return code;
   }
@@ -312,7 +282,7 @@ int relayStart(bool reread) {
     pthread_setname_np(s.relayThread, "easyTagrelay");
     s.relayThreadStarted = true;
   }
-  return 0;
+  return RelayStartResult::kStarted;
 }
 
 }  // namespace tessera

@@ -1,15 +1,13 @@
 #include "modes/serial_push.h"
 
 #include "config/serial_port_conf.h"
+#include "modes/inventory_start.h"
 #include "state/console.h"
 #include "platform/logger.h"
 #include "state/service_state.h"
 #include "output/serial_port.h"
 #include "platform/platform.h"
-#include "reader/event_thread.h"
-#include "reader/prefilters.h"
 #include "reader/reader_connection.h"
-#include "readerapi/rfid_api.h"
 
 namespace tessera {
 namespace {
@@ -27,45 +25,23 @@ int writeHeader() {
   return -1;
 }
 
-void prepareReader(ReaderHandle handle) {
-  ServiceState& s = serviceState;
-  TagStorageSettings storage;
-  if (RFID_GetTagStorageSettings(handle, &storage) == RFID_API_SUCCESS) {
-    storage.tagFields |= 0x0100 | 0x1000;
-    if (RFID_SetTagStorageSettings(handle, &storage) != RFID_API_SUCCESS) {
-      Logger::log(LogLevel::kDebug, "tag storage settings not changed\n");
-    }
-  }
-  SingulationControl singulation;
-  if (RFID_GetSingulationControl(handle, 1, &singulation) == RFID_API_SUCCESS) {
-    singulation.session = static_cast<uint32_t>(s.inventoryControl.Session);
-    if (RFID_SetSingulationControl(handle, 0, &singulation) != RFID_API_SUCCESS) {
-      Logger::log(LogLevel::kDebug, "session not changed\n");
-    }
-  }
-  registerReaderEvents();
-  s.inventoryControl.TriggerRecord.tagReportTrigger = 1;
-  s.inventoryControl.TriggerRecord.tagReportOptions = 0;
-  Logger::log(LogLevel::kInfo, "Established connection to the reader");
-}
-
 }  // namespace
 
-int32_t startSerialPush(bool reread) {
+SerialPushResult startSerialPush(bool reread) {
   ServiceState& s = serviceState;
-  if (s.serialPortConfig.Mode != 1) return -2;
+  if (s.serialPortConfig.Mode != 1) return SerialPushResult::kNotPushMode;
   int attempts = kBootAttempts;
   if (reread) {
     readSerialPortConf(s.serialPortConfig, s.inventoryControl);
     attempts = 1;
   }
-  if (serialOpen() != 0) return -1;
+  if (serialOpen() != 0) return SerialPushResult::kPortFailed;
   if (s.readerHandle != 0) {
     Logger::log(LogLevel::kInfo, "Connection Exists already");
-    return -3;
+    return SerialPushResult::kConnectedAlready;
   }
 
-  int32_t code = -4;
+  SerialPushResult code = SerialPushResult::kReaderUnreachable;
   for (int attempt = 1; attempt <= attempts; ++attempt) {
     // A termination signal ends the boot-time attempts instead of outwaiting them.
     if (attempt > 1 && s.terminationSignal != 0) break;
@@ -77,34 +53,23 @@ int32_t startSerialPush(bool reread) {
       Logger::log(LogLevel::kInfo, "Unable to establish connection with the reader - status : %d", status);
       consolePrint(L"Unable to connect to reader, retrying..\r\n");
       platform::sleepSeconds(kConnectRetrySeconds);
-      code = -4;
+      code = SerialPushResult::kReaderUnreachable;
       continue;
     }
     if (writeHeader() == 0) {
-      code = 0;
+      code = SerialPushResult::kStarted;
       break;
     }
     platform::sleepSeconds(kHeaderRetrySeconds);
-    code = -5;
+    code = SerialPushResult::kHeaderNotWritten;
   }
-  if (code != 0) return code;
+  if (code != SerialPushResult::kStarted) return code;
 
   const ReaderHandle handle = s.readerHandle;
-  prepareReader(handle);
-  if (applyPreFilters(handle) == -1) Logger::log(LogLevel::kError, "Tagrelay: Failed to Apply Prefilter\n");
-  if (s.inventoryControl.StartDelay != 0) {
-    platform::sleepSeconds(s.inventoryControl.StartDelay / 1000.0);
-  }
-  // Reads still buffered from before belong to no mode: they are thrown away.
-  discardBufferedReads(handle, DiscardReason::Stale);
-  // In force before the inventory starts, whose first reports may come before its reply.
-  s.serialPushActive = true;
-  if (RFID_PerformInventory(handle, nullptr, nullptr, &s.inventoryControl.TriggerRecord,
-                            nullptr) != RFID_API_SUCCESS) {
-    Logger::log(LogLevel::kDebug, "inventory start refused\n");
-  }
+  prepareReader(handle, ReaderUse::kStreamingMode, "");
+  startModeInventory(handle, s.serialPushActive, "");
   consolePrint(L"\n Inventory started on Serial Port\r\n");
-  return 0;
+  return SerialPushResult::kStarted;
 }
 
 }  // namespace tessera

@@ -17,7 +17,6 @@
 namespace tessera {
 namespace {
 
-constexpr const char* kMountPoint = "/media/usbdrive";
 // A file takes the batches of one hour; the first batch after that still goes in, then it closes.
 constexpr long kRotationSeconds = 3600;
 
@@ -45,7 +44,7 @@ bool driveMounted() {
   char line[4096];
   bool found = false;
   while (!found && fgets(line, sizeof line, mounts) != nullptr) {
-    found = std::strstr(line, kMountPoint) != nullptr;
+    found = std::strstr(line, platform::kUsbDriveMountPoint) != nullptr;
   }
   fclose(mounts);
   if (!found) Logger::log(LogLevel::kInfo, "USB Flash Drive is not connected \n");
@@ -67,7 +66,7 @@ int openFileLocked(ServiceState& s) {
   tm local{};
   localtime_r(&opened, &local);
   char name[64];
-  snprintf(name, sizeof name, "/media/usbdrive/%04d-%02d-%02d-%02d-%02d-%02d.csv",
+  snprintf(name, sizeof name, "%s/%04d-%02d-%02d-%02d-%02d-%02d.csv", platform::kUsbDriveMountPoint,
            local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min,
            local.tm_sec);
   // Append mode: two opens within one second share the file instead of truncating it.
@@ -93,7 +92,8 @@ int usbDriveWrite(char* text) {
   ServiceState& s = serviceState;
   struct statvfs stats {};
   // A failed query leaves the decision to the mount check below.
-  if (statvfs(platform::path(kMountPoint).c_str(), &stats) == 0 && stats.f_bfree == 0) {
+  const std::string mountPoint = platform::path(platform::kUsbDriveMountPoint);
+  if (statvfs(mountPoint.c_str(), &stats) == 0 && stats.f_bfree == 0) {
     Logger::log(LogLevel::kInfo, "USB Flash Drive has no space.\n");
     return -1;
   }

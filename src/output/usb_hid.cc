@@ -5,7 +5,7 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
+#include <optional>
 #include <string>
 
 #include "platform/logger.h"
@@ -32,9 +32,11 @@ const char* const kEthernetCommands[] = {
     "/usr/sbin/dhcpd -4 -cf /etc/dhcp/dhcpd.conf -lf /var/run/dhcpd.leases usb0 &",
 };
 
-// The USB controller's VBUS state: "on" while a host powers the device port.
+// The USB controller's VBUS state: "on" while a host powers the device port. Only the first
+// line's start matters ("Vbus on, timeout 1100 msec").
 constexpr const char* kVbusStatusFile =
     "/sys/devices/platform/68000000.ocp/5c040000.am35x_otg_hs/musb-hdrc.1.auto/vbus";
+constexpr size_t kVbusStatusLength = 99;
 
 constexpr size_t kReportSize = 8;
 constexpr size_t kKeySlots = 6;
@@ -141,13 +143,10 @@ int hidClose() {
 }
 
 int hidHostPowered() {
-  std::string command = "cat " + platform::path(kVbusStatusFile) + " 2>&1";
-  FILE* pipe = popen(command.c_str(), "r");
-  if (pipe == nullptr) return -1;
-  char line[100] = {};
-  if (fgets(line, sizeof line, pipe) == nullptr) line[0] = '\0';
-  pclose(pipe);
-  return std::strstr(line, "on") != nullptr ? 1 : 0;
+  const std::optional<std::string> status =
+      platform::readFirstLine(kVbusStatusFile, kVbusStatusLength);
+  if (!status) return -1;
+  return status->find("on") != std::string::npos ? 1 : 0;
 }
 
 int hidType(char* text) {

@@ -9,9 +9,6 @@
 
 namespace tessera {
 
-// Constructed first of all globals so that every later constructor and start-up step can log.
-Logger theLogger __attribute__((init_priority(101)));
-
 namespace {
 
 struct LevelInfo {
@@ -32,14 +29,26 @@ Logger::Logger() {
   echo_ = debug != nullptr && std::strcmp(debug, "enable") == 0;
 }
 
-Logger::~Logger() { closelog(); }
+Logger& Logger::instance() {
+  static Logger* const logger = new Logger();
+  return *logger;
+}
 
-bool Logger::echo() { return theLogger.echo_; }
+void Logger::open() { static_cast<void>(instance()); }
+
+bool Logger::echo() { return instance().echo_; }
 
 void Logger::reopen() {
-  std::lock_guard<std::recursive_mutex> guard(theLogger.lock_);
+  Logger& logger = instance();
+  std::lock_guard<std::recursive_mutex> guard(logger.lock_);
   closelog();
   openlog("tessera", LOG_CONS | LOG_NDELAY, LOG_USER);
+}
+
+void Logger::close() {
+  Logger& logger = instance();
+  std::lock_guard<std::recursive_mutex> guard(logger.lock_);
+  closelog();
 }
 
 int Logger::log(LogLevel level, const char* format, ...) {
@@ -49,7 +58,7 @@ int Logger::log(LogLevel level, const char* format, ...) {
   int length = vsnprintf(message, sizeof message, format, args);
   va_end(args);
   if (level >= LogLevel::kDebug) return length;
-  theLogger.emit(static_cast<unsigned>(level), message);
+  instance().emit(static_cast<unsigned>(level), message);
   return length;
 }
 

@@ -21,21 +21,26 @@ enum class LogLevel : unsigned {
 
 class Logger {
  public:
-  // Opens syslog and reads MVM_DEBUG; the one instance is built before every other global.
-  Logger();
-  // Closes syslog.
-  ~Logger();
-  Logger(const Logger&) = delete;
-  Logger& operator=(const Logger&) = delete;
-
+  // Opens syslog and reads MVM_DEBUG: the first step of main. The Logger also opens itself at
+  // its first line, so that nothing that runs earlier loses a line.
+  static void open();
+  // Reconnects to syslog, e.g. after start-up closed inherited descriptors.
+  static void reopen();
   // Formats and emits one line at a level (kDebug is dropped); the formatted length.
   static int log(LogLevel level, const char* format, ...) __attribute__((format(printf, 2, 3)));
   // Whether lines are echoed to standard output.
   static bool echo();
-  // Reconnects to syslog, e.g. after start-up closed inherited descriptors.
-  static void reopen();
+  // Closes syslog: the last step of the cleanup.
+  static void close();
+
+  Logger(const Logger&) = delete;
+  Logger& operator=(const Logger&) = delete;
 
  private:
+  Logger();
+  // The one instance, built at its first use and never destroyed: threads that outlive main
+  // (the reader API's) can still log while the process exits.
+  static Logger& instance();
   int emit(unsigned level, const char* message);
 
   bool echo_ = false;

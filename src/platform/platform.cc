@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -62,6 +63,17 @@ int runShell(const char* command) {
     if (t >= 0) close(t);
   }
   return n == static_cast<ssize_t>(line.size()) ? 0 : -1;
+}
+
+std::optional<std::string> readFirstLine(const char* appliancePath, size_t maxLength) {
+  FILE* file = fopen(path(appliancePath).c_str(), "re");
+  if (file == nullptr) return std::nullopt;
+  std::string line;
+  for (int c = fgetc(file); c != EOF && c != '\n' && line.size() < maxLength; c = fgetc(file)) {
+    line += static_cast<char>(c);
+  }
+  fclose(file);
+  return line;
 }
 
 double scaledSeconds(double seconds) { return seconds * current().waitScale; }

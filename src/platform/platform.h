@@ -5,10 +5,16 @@
 #pragma once
 
 #include <cstdint>
+#include <cstddef>
 #include <ctime>
+#include <optional>
 #include <string>
 
 namespace tessera::platform {
+
+// Where the system mounts the USB flash drive; the relay's drive files and the removal's
+// unmount both name it. Like every appliance path it is taken under the root by path().
+inline constexpr const char* kUsbDriveMountPoint = "/media/usbdrive";
 
 // Development-PC settings; the defaults are the appliance's.
 struct Settings {
@@ -32,6 +38,9 @@ const Settings& settings();
 std::string path(const char* appliancePath);
 // Runs a shell command, or appends it to the record file; the shell's status, or 0 when recorded.
 int runShell(const char* command);
+// The first line of an appliance file (a kernel status file, say) without its line feed, cut to
+// maxLength characters; nullopt when the file cannot be opened.
+[[nodiscard]] std::optional<std::string> readFirstLine(const char* appliancePath, size_t maxLength);
 // Sleeps for a fixed wait of the product, multiplied by the wait scale.
 void sleepSeconds(double seconds);
 // A fixed wait of the product in seconds after scaling, for timed waits that are not sleeps.

@@ -2,7 +2,8 @@
 
 namespace tessera {
 
-// Built after the Logger (priority 101) and before everything else that may log or use it.
-ServiceState serviceState __attribute__((init_priority(102)));
+// The process's only global with a constructor, so no order among globals needs stating; the
+// Logger builds itself at its first use.
+ServiceState serviceState;
 
 }  // namespace tessera

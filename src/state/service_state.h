@@ -141,7 +141,7 @@ struct ServiceState {
   int64_t usbDriveFileOpened = -1;        // seconds since the epoch when it was opened, -1 none
 };
 
-// The process-wide state, built right after the Logger.
+// The process-wide state, built before main.
 extern ServiceState serviceState;
 
 }  // namespace tessera

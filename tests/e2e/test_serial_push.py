@@ -196,6 +196,9 @@ class CommandSetTest(unittest.TestCase):
 
     def test_inventory_status_in_each_state(self):
         self.assertEqual(self.t.command("getInventoryStatus"), b"InventoryStandby\r\n\r\n")
+        # Standby has no reader to run a plain inventory: still "ok", and the log says so.
+        self.assertEqual(self.t.command("setup.operating_mode=active\r\n"), b"ok\r\n\r\n")
+        self.assertTrue(self.t.wait_for_line(r"^E-Inventory not started \(reader API status \d+\)"))
         self.assertEqual(self.t.command("setup.connection_config=,5084 0 ,\r\n"), b"ok\r\n\r\n")
         self.assertEqual(self.t.command("getInventoryStatusXYZ"), b"InventoryRunning\r\n\r\n")
         self.assertEqual(self.t.command("disconnect\r\n"), b"ok\r\n\r\n")

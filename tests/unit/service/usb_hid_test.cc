@@ -178,13 +178,18 @@ TEST_F(UsbHidTest, GadgetSwitchesRunTheirCommandListsInOrder) {
             "/usr/sbin/dhcpd -4 -cf /etc/dhcp/dhcpd.conf -lf /var/run/dhcpd.leases usb0 &\n");
 }
 
-TEST_F(UsbHidTest, TheHostIsSeenThroughTheVbusStatusFile) {
+TEST_F(UsbHidTest, TheHostIsSeenThroughTheFirstLineOfTheVbusStatusFileUnderTheRoot) {
   const std::string vbus =
       root_ + "/sys/devices/platform/68000000.ocp/5c040000.am35x_otg_hs/musb-hdrc.1.auto/vbus";
   writeFile(vbus, "Vbus on, timeout 1100 msec\n");
   EXPECT_EQ(hidHostPowered(), 1);
   writeFile(vbus, "Vbus off, timeout 1100 msec\n");
   EXPECT_EQ(hidHostPowered(), 0);
+  // Only the first line counts: a later "on" does not make the port powered.
+  writeFile(vbus, "Vbus off\nVbus on\n");
+  EXPECT_EQ(hidHostPowered(), 0);
+  fs::remove(vbus);
+  EXPECT_EQ(hidHostPowered(), -1);
 }
 
 }  // namespace
