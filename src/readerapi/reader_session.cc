@@ -21,6 +21,7 @@
 #include <variant>
 
 #include "llrp/codec.h"
+#include "llrp/vendor_extension.h"
 #include "readerapi/rfid_api.h"
 
 namespace tessera::readerapi {
@@ -34,9 +35,6 @@ using llrp::MessageType;
 // that would wait for that same thread are refused instead of dead-locking.
 thread_local const ReaderSession* tlsReceiving = nullptr;
 
-constexpr uint32_t kSaveConfigSubtype = 1;
-constexpr uint32_t kSaveConfigReplySubtype = 2;
-constexpr uint32_t kPhaseSubtype = 1;
 constexpr size_t kReceiveChunk = 64 * 1024;
 constexpr int kReceiveWindow = 256 * 1024;
 // A keepalive read-through that finds the socket empty waits this long for the KEEPALIVE.
@@ -1055,9 +1053,10 @@ void ReaderSession::handleReport(const llrp::ROAccessReport& report,
     t.tagEvent = kTagEventSeen;
     t.tagEventTime = t.seenTime;
     for (const auto& c : r.customs) {
-      if (c.vendorId == kPhaseVendorId && c.subtype == kPhaseSubtype && c.data.size() >= 2) {
-        t.phase = static_cast<int16_t>((uint16_t{c.data[0]} << 8) | c.data[1]);
-      }
+      if (c.vendorId != llrp::kVendorId ||
+          c.subtype != static_cast<uint32_t>(llrp::VendorParameter::kPhase))
+        continue;
+      if (auto phase = llrp::phaseFromData(c.data)) t.phase = *phase;
     }
     if (filter) {
       if (filter->matchRssi && (t.peakRSSI < filter->rssiMin || t.peakRSSI > filter->rssiMax))
@@ -1596,15 +1595,15 @@ RfidStatus ReaderSession::saveConfig() {
     std::lock_guard g(stateLock_);
     maker = caps_.manufacturerId;
   }
-  if (maker != kPhaseVendorId) {
+  if (maker != llrp::kVendorId) {
     return fail(RFID_API_NOT_SUPPORTED,
                 "this reader (manufacturer " + std::to_string(maker) +
                     ") offers no way to save its configuration over LLRP",
                 "CUSTOM_MESSAGE");
   }
   llrp::CustomMessage save;
-  save.vendorId = kPhaseVendorId;
-  save.subtype = kSaveConfigSubtype;
+  save.vendorId = llrp::kVendorId;
+  save.subtype = static_cast<uint8_t>(llrp::VendorMessage::kSaveConfig);
   llrp::Message reply;
   RfidStatus st = request(save, MessageType::kCustomMessage, reply);
   if (st != RFID_API_SUCCESS) return st;
@@ -1612,7 +1611,8 @@ RfidStatus ReaderSession::saveConfig() {
     return failWithLlrp(e->llrpStatus, static_cast<uint32_t>(MessageType::kCustomMessage));
   }
   const auto& c = std::get<llrp::CustomMessage>(reply.body);
-  if (c.vendorId != kPhaseVendorId || c.subtype != kSaveConfigReplySubtype) {
+  if (c.vendorId != llrp::kVendorId ||
+      c.subtype != static_cast<uint8_t>(llrp::VendorMessage::kSaveConfigReply)) {
     return fail(RFID_API_PROTOCOL_ERROR, "unexpected answer to the save request", "CUSTOM_MESSAGE");
   }
   // The reply's data is one LLRPStatus parameter: decode it inside a status-only frame.

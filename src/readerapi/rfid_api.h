@@ -109,8 +109,5 @@ inline constexpr uint32_t kDefaultKeepaliveMisses = 3;
 inline constexpr uint32_t kDefaultResponseTimeoutMs = 5000;
 inline constexpr uint32_t kDefaultGreetingTimeoutMs = 5000;
 inline constexpr uint32_t kDefaultConnectTimeoutMs = 5000;
-// Vendor number of the LLRP extensions the library knows (RF phase in tag reports, saving the
-// configuration): the simulator's documentation enterprise number.
-inline constexpr uint32_t kPhaseVendorId = 32473;
 
 }  // namespace tessera

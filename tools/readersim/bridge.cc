@@ -3,6 +3,7 @@
 
 #include <cstring>
 
+#include "llrp/vendor_extension.h"
 #include "options.h"
 
 namespace tessera::readersim {
@@ -352,10 +353,9 @@ llrp::TagReportData toTagReportData(const TagRead& read, const Tag& tag,
   if (c.accessSpecId) d.accessSpecId = 0;
   if (c.anyEnabled()) {
     llrp::Custom phase;
-    phase.vendorId = kVendorId;
-    phase.subtype = kPhaseSubtype;
-    uint16_t raw = static_cast<uint16_t>(read.phase);
-    phase.data = {static_cast<uint8_t>(raw >> 8), static_cast<uint8_t>(raw)};
+    phase.vendorId = llrp::kVendorId;
+    phase.subtype = static_cast<uint32_t>(llrp::VendorParameter::kPhase);
+    phase.data = llrp::phaseData(read.phase);
     d.customs.push_back(std::move(phase));
   }
   return d;

@@ -10,6 +10,7 @@
 #include "bridge.h"
 #include "capabilities.h"
 #include "llrp/codec.h"
+#include "llrp/vendor_extension.h"
 #include "selection.h"
 #include "state_file.h"
 #include "wire.h"
@@ -528,7 +529,8 @@ void Reader::handle(const llrp::Message& message, Outbox& out, bool& closeAfter)
         } else if constexpr (std::is_same_v<T, llrp::EnableEventsAndReports>) {
           out.release();
         } else if constexpr (std::is_same_v<T, llrp::CustomMessage>) {
-          if (body.vendorId == kVendorId && body.subtype == kSaveConfigSubtype) {
+          if (body.vendorId == llrp::kVendorId &&
+              body.subtype == static_cast<uint8_t>(llrp::VendorMessage::kSaveConfig)) {
             Status st = saveConfig();
             // The reply's data is one LLRPStatus parameter: the ERROR_MESSAGE frame of that
             // status without its 10-byte message header.
@@ -536,8 +538,8 @@ void Reader::handle(const llrp::Message& message, Outbox& out, bool& closeAfter)
             llrp::Error e = llrp::encode(llrp::Message{id, llrp::ErrorMessage{toLlrpStatus(st)}},
                                          statusFrame);
             llrp::CustomMessage reply;
-            reply.vendorId = kVendorId;
-            reply.subtype = kSaveConfigReplySubtype;
+            reply.vendorId = llrp::kVendorId;
+            reply.subtype = static_cast<uint8_t>(llrp::VendorMessage::kSaveConfigReply);
             if (e.ok() && statusFrame.size() > llrp::kHeaderSize) {
               reply.data.assign(statusFrame.begin() + llrp::kHeaderSize, statusFrame.end());
             }

@@ -16,6 +16,7 @@
 #include <string>
 #include <thread>
 
+#include "llrp/vendor_extension.h"
 #include "readerapi/rfid_api.h"
 #include "readerapi/sim_process.h"
 
@@ -138,7 +139,7 @@ TEST_F(ReaderApiTest, ConnectReadsAntennaCountAndPowerTable) {
     ReaderCaps caps;
     ASSERT_EQ(RFID_GetReaderCapsW(h, &caps), RFID_API_SUCCESS);
     EXPECT_EQ(caps.numAntennas, antennas);
-    EXPECT_EQ(caps.manufacturerId, kPhaseVendorId);
+    EXPECT_EQ(caps.manufacturerId, llrp::kVendorId);
     EXPECT_EQ(caps.numTransmitPowerLevels, 81);
     EXPECT_EQ(caps.transmitPowerLevels[0], 1000);
     EXPECT_EQ(caps.transmitPowerLevels[80], 3000);
