@@ -31,7 +31,7 @@
 #include "llrp/framer.h"
 #include "llrp/records.h"
 #include "readerapi/frame_backlog.h"
-#include "readerapi/inventory_spec.h"
+#include "readerapi/rospec_builder.h"
 #include "readerapi/rfid_types.h"
 #include "readerapi/tag_buffer.h"
 

@@ -53,7 +53,7 @@ RfidStatus RFID_DeallocateTag(ReaderHandle handle, ReaderTagData* tag);
 // Starts an inventory: triggers from *triggers (null: start now, run until stopped), antennas
 // from *antennas (null: every antenna), reads passed through *postFilter (null: all). Replaces
 // an inventory already running. reserved must be null. How each trigger becomes an LLRP
-// ROSpec is told in inventory_spec.h (a GPI flag of false means "the input goes high"; round
+// ROSpec is told in rospec_builder.h (a GPI flag of false means "the input goes high"; round
 // counts become TagObservationTrigger "N attempts"); tagReportTrigger is the reads per report
 // (0 counts as 1), the valueBlock word the expected tag population, tagReportOptions unused.
 [[nodiscard]] RfidStatus RFID_PerformInventory(ReaderHandle handle, const PostFilter* postFilter,

@@ -136,7 +136,7 @@ void applyOverride(const AntennaOverride& ov, AntennaSettings& a) {
   }
 }
 
-Status toReportSpec(const llrp::ROReportSpec& in, ReportSpec& out) {
+Status toRoReportDef(const llrp::ROReportSpec& in, RoReportDef& out) {
   Status st = rejectCustoms(in.customs, "ROReportSpec");
   if (!st.isOk()) return st;
   uint8_t trigger = static_cast<uint8_t>(in.roReportTrigger);
@@ -161,7 +161,7 @@ Status toReportSpec(const llrp::ROReportSpec& in, ReportSpec& out) {
   return Status::ok();
 }
 
-llrp::ROReportSpec fromReportSpec(const ReportSpec& in) {
+llrp::ROReportSpec fromRoReportDef(const RoReportDef& in) {
   llrp::ROReportSpec out;
   out.roReportTrigger = static_cast<llrp::ROReportTriggerType>(in.trigger);
   out.n = in.n;
@@ -271,7 +271,7 @@ Status toRoSpecDef(const llrp::ROSpec& in, RoSpecDef& out) {
   }
   if (in.roReportSpec) {
     out.hasReport = true;
-    st = toReportSpec(*in.roReportSpec, out.report);
+    st = toRoReportDef(*in.roReportSpec, out.report);
     if (!st.isOk()) return st;
   }
   return Status::ok();

@@ -16,11 +16,11 @@ Status toAntennaOverride(const llrp::AntennaConfiguration& in, AntennaOverride& 
 // A client's C1G2InventoryCommand.
 Status toInventoryCommand(const llrp::C1G2InventoryCommand& in, InventoryCommand& out);
 // A client's ROReportSpec.
-Status toReportSpec(const llrp::ROReportSpec& in, ReportSpec& out);
+Status toRoReportDef(const llrp::ROReportSpec& in, RoReportDef& out);
 // Applies an override to stored antenna settings (filters replaced, the rest when given).
 void applyOverride(const AntennaOverride& ov, AntennaSettings& a);
 // The reader's ROReportSpec as LLRP.
-llrp::ROReportSpec fromReportSpec(const ReportSpec& in);
+llrp::ROReportSpec fromRoReportDef(const RoReportDef& in);
 // An antenna's settings as LLRP (RFReceiver, RFTransmitter, C1G2InventoryCommand).
 llrp::AntennaConfiguration fromAntennaSettings(const AntennaSettings& in);
 // One read as TagReportData with the fields the selector enables (EPC always).

@@ -113,7 +113,7 @@ ReaderConfig factoryDefaults(const Options& options) {
     c.antennaConnected.push_back(true);
   }
   // Reports: one read per report, the fields a typical client asks for, PC bits included.
-  c.roReport = ReportSpec();
+  c.roReport = RoReportDef();
   c.roReport.content.hasEpcSelector = true;
   c.events.fill(true);
   c.events[0] = false;  // hopping

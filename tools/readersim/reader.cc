@@ -349,7 +349,7 @@ Status Reader::setReaderConfig(const llrp::SetReaderConfig& m) {
     }
   }
   if (m.roReportSpec) {
-    st = toReportSpec(*m.roReportSpec, next.roReport);
+    st = toRoReportDef(*m.roReportSpec, next.roReport);
     if (!st.isOk()) return st;
   }
   if (m.accessReportSpec) {
@@ -416,14 +416,14 @@ Status Reader::getReaderConfig(const llrp::GetReaderConfig& m, llrp::GetReaderCo
     if (want(RD::kAntennaConfiguration)) r.antennaConfigurations.push_back(fromAntennaSettings(a));
   }
   if (want(RD::kReaderEventNotificationSpec)) {
-    llrp::ReaderEventNotificationSpec notificationSpec;
+    llrp::ReaderEventNotificationSpec eventNotification;
     for (int t = 0; t < kEventTypes; ++t) {
-      notificationSpec.eventNotificationStates.push_back(
+      eventNotification.eventNotificationStates.push_back(
           {static_cast<llrp::NotificationEventType>(t), config_.events[static_cast<size_t>(t)]});
     }
-    r.readerEventNotificationSpec = std::move(notificationSpec);
+    r.readerEventNotificationSpec = std::move(eventNotification);
   }
-  if (want(RD::kROReportSpec)) r.roReportSpec = fromReportSpec(config_.roReport);
+  if (want(RD::kROReportSpec)) r.roReportSpec = fromRoReportDef(config_.roReport);
   if (want(RD::kAccessReportSpec)) {
     r.accessReportSpec =
         llrp::AccessReportSpec{static_cast<llrp::AccessReportTriggerType>(config_.accessReportTrigger)};
@@ -649,9 +649,9 @@ std::string Reader::bufferOverflow() {
   return "ok sent";
 }
 
-std::string Reader::describeSpecs() {
+std::string Reader::describeROSpecs() {
   std::lock_guard<std::mutex> g(lock_);
-  std::string s = engine_.describeSpecs();
+  std::string s = engine_.describeROSpecs();
   return s.empty() ? "ok none" : "ok " + s;
 }
 

@@ -60,7 +60,7 @@ class Reader : private EngineSink {
   std::string setRate(double rate);
   std::string bufferWarning();
   std::string bufferOverflow();
-  std::string describeSpecs();
+  std::string describeROSpecs();
   std::string describePower();
 
  private:
