@@ -1,20 +1,13 @@
-// src/readerapi/reader_session.h — one LLRP connection behind a ReaderHandle: the socket, the
-// receive thread, the request/reply exchange and everything the library keeps for the handle
-// (capabilities, antenna settings, singulation, pre-filters, tag buffer, events).
+// src/readerapi/reader_session.h — one reader behind a ReaderHandle: its LLRP link and
+// everything the library keeps for the handle (capabilities, antenna settings, singulation,
+// pre-filters, tag buffer, events).
 //
 // Threads and locks:
 // - API calls that talk to the reader hold opLock_ for the whole operation (one request at a
 //   time per handle); calls that only read library state take stateLock_ briefly.
-// - The receive thread ("rfidRecv") decodes frames, answers keepalives, hands replies to the
-//   waiting call through stateLock_ + replyCond_, stores reads in the TagBuffer and calls the
-//   user's callback with no lock held.
-// - Back-pressure, never discard: at the tag buffer's high-water mark the receive thread stops
-//   reading the socket, so TCP flow control holds the reader. It reads on only to find a reply
-//   that a call awaits or a KEEPALIVE that is due; the reports in front of those wait, undecoded
-//   and in order, in the backlog. Reads are dropped only for a consumer that takes none for
-//   kStallLimit (BUFFER_FULL_WARNING_EVENT) and then lets the backlog reach its limit
-//   (BUFFER_FULL_EVENT).
-// - sendLock_ serialises writes to the socket (requests and keepalive answers).
+// - The link's receive thread calls the LinkListener calls below: they store reads in the
+//   TagBuffer and event data under stateLock_, and deliver() calls the user's callback with no
+//   lock held.
 #pragma once
 
 #include <atomic>
@@ -28,35 +21,20 @@
 #include <thread>
 #include <vector>
 
-#include "llrp/framer.h"
 #include "llrp/records.h"
-#include "readerapi/frame_backlog.h"
-#include "readerapi/rospec_builder.h"
+#include "readerapi/error_record.h"
+#include "readerapi/llrp_link.h"
 #include "readerapi/rfid_types.h"
+#include "readerapi/rospec_builder.h"
 #include "readerapi/tag_buffer.h"
+#include "readerapi/tag_report.h"
 
 namespace tessera::readerapi {
 
-// What went wrong in the last failed call, kept as text until a caller asks for ErrorInfo.
-struct ErrorRecord {
-  uint32_t status = 0;
-  uint32_t llrpStatusCode = 0;
-  uint16_t fieldNum = 0;
-  uint16_t fieldErrorCode = 0;
-  uint16_t parameterType = 0;
-  uint16_t parameterErrorCode = 0;
-  uint32_t messageType = 0;
-  std::string what;   // the reader's description or ours
-  std::string where;  // message, parameter and field
-};
-
-// Copies a record into the caller's ErrorInfo (texts cut to fit, always terminated).
-void fillErrorInfo(const ErrorRecord& record, ErrorInfo& info);
-
-class ReaderSession {
+class ReaderSession final : private LinkListener {
  public:
   explicit ReaderSession(ReaderHandle handle);
-  ~ReaderSession();
+  ~ReaderSession() override;
   ReaderSession(const ReaderSession&) = delete;
   ReaderSession& operator=(const ReaderSession&) = delete;
 
@@ -95,14 +73,6 @@ class ReaderSession {
     std::optional<llrp::RFTransmitter> transmitter;
     bool setByClient = false;  // restored after a reconnect
   };
-  struct PostFilterData {
-    std::vector<uint8_t> pattern;
-    uint16_t bits = 0;
-    uint16_t offset = 0;
-    bool matchRssi = false;
-    int8_t rssiMin = -128;
-    int8_t rssiMax = 127;
-  };
   struct Registration {
     uint32_t mask = 0;
     RfidEventCallback callback = nullptr;
@@ -111,8 +81,6 @@ class ReaderSession {
   };
   // Connection (opLock_ held).
   RfidStatus establish();
-  RfidStatus openSocket(int& fd);
-  RfidStatus awaitGreeting(int fd);
   RfidStatus setupReader();
   void closeConnection();
   RfidStatus restoreAfterReconnect();
@@ -121,72 +89,44 @@ class ReaderSession {
   RfidStatus request(llrp::MessageBody body, llrp::MessageType expected, llrp::Message& reply);
   RfidStatus requestChecked(llrp::MessageBody body, llrp::MessageType expected,
                             llrp::Message& reply);
-  RfidStatus sendFrame(const llrp::Message& message);
   RfidStatus installInventory();
   RfidStatus removeInventory();
   RfidStatus refreshAntennaConfigs();
 
-  // Receive thread.
-  void receiveLoop(int fd);
-  // Handles a frame now, or holds a report or event back behind the backlog.
-  void takeFrame(std::vector<uint8_t>& frame, std::vector<uint32_t>& events);
-  // Moves held-back frames into the tag buffer while it is below its high-water mark.
-  void drainBacklog(std::vector<uint32_t>& events);
-  // After the link broke: hands every held-back frame over as the consumer makes room.
-  void flushBacklog(std::vector<uint32_t>& events);
-  // Drops the backlog, counting its reads as discarded.
-  void dropBacklog();
-  // Records the tag buffer's state for RFID_GetEventData and queues the event.
-  void bufferEvent(uint32_t code, std::vector<uint32_t>& events);
-  bool replyAwaited();
-  void handleFrame(const std::vector<uint8_t>& frame, std::vector<uint32_t>& events);
-  void handleReport(const llrp::ROAccessReport& report, std::vector<uint32_t>& events);
-  void handleEvent(const llrp::ReaderEventNotificationData& data, std::vector<uint32_t>& events);
-  // Marks the link lost; whether the consumer is to get DISCONNECTION_EVENT.
-  bool connectionLost(const std::string& why);
-  void deliver(const std::vector<uint32_t>& events);
+  // What the link hands over (receive thread).
+  void onReport(const llrp::ROAccessReport& report, std::vector<uint32_t>& events) override;
+  void onEvent(const llrp::ReaderEventNotificationData& data,
+               std::vector<uint32_t>& events) override;
+  void onBufferEvent(uint32_t code, const BufferEventData& data,
+                     std::vector<uint32_t>& events) override;
+  void onLost(bool notify, bool readerClosed, const std::string& why) override;
+  void deliver(const std::vector<uint32_t>& events) override;
 
   RfidStatus fail(RfidStatus status, std::string what, std::string where = {},
                   uint32_t messageType = 0);
   // The same with stateLock_ already held.
   RfidStatus failLocked(RfidStatus status, std::string what, std::string where = {},
                         uint32_t messageType = 0);
+  // Records what the link said went wrong.
+  RfidStatus failWith(RfidStatus status, ErrorRecord record);
   RfidStatus failWithLlrp(const llrp::LLRPStatus& st, uint32_t messageType);
   bool onReceiveThread() const;
   uint16_t antennaCount();
 
   const ReaderHandle handle_;
 
-  std::mutex opLock_;  // one operation that talks to the reader at a time; guards fd_, thread_,
-                       // host_/port_/timeouts, plan_ and roSpec bookkeeping below
-  int fd_ = -1;
-  std::thread thread_;
+  std::mutex opLock_;  // one operation that talks to the reader at a time; guards host_, port_,
+                       // timeouts_, plan_ and the ROSpec bookkeeping below
   std::string host_;
   uint32_t port_ = 0;
-  uint32_t connectTimeoutMs_ = 0;
-  uint32_t keepaliveMs_ = 0;
-  uint32_t keepaliveMisses_ = 0;
-  uint32_t responseTimeoutMs_ = 0;
-  uint32_t greetingTimeoutMs_ = 0;
-  llrp::Framer greetingFramer_;  // bytes after the greeting, handed to the receive thread
+  LinkTimeouts timeouts_;
   uint32_t nextRoSpecId_ = 1;
   bool roSpecInstalled_ = false;
   uint32_t roSpecId_ = 0;
   InventoryRequest plan_;  // the inventory last started (triggers, antennas)
   std::vector<uint16_t> planAntennas_;
 
-  std::mutex sendLock_;  // guards writes to the socket
-
   std::mutex stateLock_;  // guards every member from here to tags_
-  std::condition_variable replyCond_;
-  bool connected_ = false;
-  bool closing_ = false;        // the client is closing: no disconnection event
-  bool readerClosing_ = false;  // the reader announced ConnectionCloseEvent
-  uint32_t nextMessageId_ = 1;
-  uint32_t pendingId_ = 0;
-  std::optional<llrp::Message> reply_;
-  std::optional<llrp::Error> replyError_;
-  bool watchdog_ = false;  // keepalives were accepted: silence means a lost link
   bool restoreInventory_ = false;
   ReaderCaps caps_{};
   std::vector<AntennaState> antennas_;
@@ -208,14 +148,7 @@ class ReaderSession {
   uint32_t maxEpcBytes_ = kMaxTagIdBytes;
 
   TagBuffer tags_;
-
-  std::atomic<bool> stopReceiving_{false};
-  std::atomic<uint64_t> discarded_{0};  // reads the library dropped since it was made
-  // Receive thread only.
-  FrameBacklog backlog_;
-  bool holding_ = false;   // at the high-water mark until the level falls below the low-water
-  bool dropping_ = false;  // the backlog is full and reads are being dropped
-  std::chrono::steady_clock::time_point lastKeepalive_{};
+  LlrpLink link_;  // after tags_, which it holds back
 };
 
 }  // namespace tessera::readerapi
