@@ -15,6 +15,10 @@ ErrorRecord errorRecord(RfidStatus status, std::string what, std::string where,
   return r;
 }
 
+bool unreachable(RfidStatus status) {
+  return status == RFID_API_COMMAND_TIMEOUT || status == RFID_API_NOT_CONNECTED;
+}
+
 void fillErrorInfo(const ErrorRecord& r, ErrorInfo& info) {
   info = ErrorInfo{};
   info.status = r.status;

@@ -24,6 +24,9 @@ struct ErrorRecord {
 // A record of a failure of the library's own (no LLRP status involved).
 ErrorRecord errorRecord(RfidStatus status, std::string what, std::string where = {},
                         uint32_t messageType = 0);
+// Whether a status means the reader did not answer or the link is gone: further requests of the
+// same call would only wait again.
+bool unreachable(RfidStatus status);
 // Copies a record into the caller's ErrorInfo (texts cut to fit, always terminated).
 void fillErrorInfo(const ErrorRecord& record, ErrorInfo& info);
 

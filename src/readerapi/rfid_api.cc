@@ -278,8 +278,7 @@ RfidStatus RFID_AddPreFilter(ReaderHandle handle, uint16_t antennaId, const PreF
 }
 
 RfidStatus RFID_DeletePreFilter(ReaderHandle handle, uint16_t antennaId, uint32_t index) {
-  return withSession(handle,
-                     [&](ReaderSession& s) { return s.deletePreFilter(antennaId, index); });
+  return withSession(handle, [&](ReaderSession& s) { return s.deletePreFilter(antennaId, index); });
 }
 
 RfidStatus RFID_SaveLlrpConfig(ReaderHandle handle, void* reserved) {

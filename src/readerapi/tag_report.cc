@@ -70,8 +70,7 @@ ReaderTagData toReaderTagData(const llrp::TagReportData& r, uint32_t maxEpcBytes
   return t;
 }
 
-bool passesPostFilter(const PostFilterData& filter, std::span<const uint8_t> epc,
-                      int8_t peakRssi) {
+bool passesPostFilter(const PostFilterData& filter, std::span<const uint8_t> epc, int8_t peakRssi) {
   if (filter.matchRssi && (peakRssi < filter.rssiMin || peakRssi > filter.rssiMax)) return false;
   if (filter.bits == 0) return true;
   if (uint32_t{filter.offset} + filter.bits > epc.size() * 8u) return false;
