@@ -29,6 +29,12 @@ Status rejectCustoms(const std::vector<llrp::Custom>& customs, const char* where
                            " is not supported");
 }
 
+Status messageCustoms(const std::vector<llrp::Custom>& customs, const char* where) {
+  Status st = rejectCustoms(customs, where);
+  if (!st.isOk()) st.code = kUnsupportedParameter;
+  return st;
+}
+
 Status toInventoryCommand(const llrp::C1G2InventoryCommand& in, InventoryCommand& out) {
   Status st = rejectCustoms(in.customs, "C1G2InventoryCommand");
   if (!st.isOk()) return st;

@@ -33,5 +33,8 @@ uint32_t omitReportFields(const Options& options, uint64_t readNo, llrp::TagRepo
 llrp::LLRPStatus toLlrpStatus(const Status& status);
 // Error for Custom parameters a client sent (the reader supports none in requests).
 Status rejectCustoms(const std::vector<llrp::Custom>& customs, const char* where);
+// The same for a message's own parameter list: there a Custom is an unsupported parameter of
+// the message.
+Status messageCustoms(const std::vector<llrp::Custom>& customs, const char* where);
 
 }  // namespace tessera::readersim
