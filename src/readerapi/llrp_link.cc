@@ -1,4 +1,6 @@
-// src/readerapi/llrp_link.cc — see llrp_link.h.
+// src/readerapi/llrp_link.cc — see llrp_link.h. Somewhat over 600 lines: opening, requests and
+// the receive thread share the link's lock and its reply slot, and one file keeps that handshake
+// (a request parks, the receive thread fills the slot, a lost link wakes it) readable in one place.
 #include "readerapi/llrp_link.h"
 
 #include <fcntl.h>
