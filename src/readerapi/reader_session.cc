@@ -331,8 +331,9 @@ void ReaderSession::onReport(const llrp::ROAccessReport& report, std::vector<uin
     maxEpc = maxEpcBytes_;
   }
   bool stored = false;
+  const uint64_t arrived = nowMicros();  // the time of reads the reader gave no timestamp
   for (const auto& r : report.tagReportData) {
-    const ReaderTagData t = toReaderTagData(r, maxEpc, nowMicros());
+    const ReaderTagData t = toReaderTagData(r, maxEpc, arrived);
     if (filter && !passesPostFilter(*filter, llrp::epcBytes(r.epc), t.peakRSSI)) continue;
     tags_.push(t);
     stored = true;
