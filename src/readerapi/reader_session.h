@@ -35,32 +35,55 @@ class ReaderSession final : private LinkListener {
   ReaderSession& operator=(const ReaderSession&) = delete;
 
   // Opens the connection; on failure the session is left closed and lastError() says why.
-  RfidStatus connect(const std::string& host, uint32_t port, uint32_t connectTimeoutMs,
-                     const ConnectionSettings* settings);
-  RfidStatus reconnect();
-  RfidStatus disconnect();
+  [[nodiscard]] RfidStatus connect(const std::string& host, uint32_t port,
+                                   uint32_t connectTimeoutMs, const ConnectionSettings* settings);
+  // Closes and opens the link again, then restores the client's antenna settings and inventory.
+  [[nodiscard]] RfidStatus reconnect();
+  // Removes the inventory, says CLOSE_CONNECTION and closes the link.
+  [[nodiscard]] RfidStatus disconnect();
 
-  RfidStatus caps(ReaderCaps& out);
-  RfidStatus registerEvents(const uint32_t* types, uint32_t count, RfidEventCallback callback,
-                            RfidEventContextCallback contextCallback, void* context);
+  // The capabilities read at the last connect.
+  [[nodiscard]] RfidStatus caps(ReaderCaps& out);
+  // Sets which events reach which callback (no types or no callback: none).
+  [[nodiscard]] RfidStatus registerEvents(const uint32_t* types, uint32_t count,
+                                          RfidEventCallback callback,
+                                          RfidEventContextCallback contextCallback, void* context);
+  // The data of the last event of a type.
   template <typename T>
-  RfidStatus eventData(uint32_t eventType, T& out);
-  RfidStatus readTag(ReaderTagData& out);
+  [[nodiscard]] RfidStatus eventData(uint32_t eventType, T& out);
+  // Takes the oldest read out of the tag buffer; RFID_API_NO_DATA when it is empty.
+  [[nodiscard]] RfidStatus readTag(ReaderTagData& out);
 
-  RfidStatus performInventory(const PostFilter* postFilter, const AntennaInfo* antennas,
-                              const TriggerRecord* triggers);
-  RfidStatus stopInventory();
+  // Replaces any running inventory by one with these antennas, triggers and post-filter.
+  [[nodiscard]] RfidStatus performInventory(const PostFilter* postFilter,
+                                            const AntennaInfo* antennas,
+                                            const TriggerRecord* triggers);
+  // Stops and removes the inventory; it is not restored on a reconnect.
+  [[nodiscard]] RfidStatus stopInventory();
 
-  RfidStatus getAntennaConfig(uint16_t antennaId, uint16_t& rx, uint16_t& power, uint16_t& freq);
-  RfidStatus setAntennaConfig(uint16_t antennaId, uint16_t rx, uint16_t power, uint16_t freq);
-  RfidStatus getSingulation(uint16_t antennaId, SingulationControl& out);
-  RfidStatus setSingulation(uint16_t antennaId, const SingulationControl& in);
-  RfidStatus getTagStorage(TagStorageSettings& out);
-  RfidStatus setTagStorage(const TagStorageSettings& in);
-  RfidStatus addPreFilter(uint16_t antennaId, const PreFilter& filter, uint32_t& index);
-  RfidStatus deletePreFilter(uint16_t antennaId, uint32_t index);
-  RfidStatus saveConfig();
+  // Reads an antenna's receiver, power and frequency indexes from the reader.
+  [[nodiscard]] RfidStatus getAntennaConfig(uint16_t antennaId, uint16_t& rx, uint16_t& power,
+                                            uint16_t& freq);
+  // Sets them on the reader (antenna 0: every antenna) and keeps them for reconnects.
+  [[nodiscard]] RfidStatus setAntennaConfig(uint16_t antennaId, uint16_t rx, uint16_t power,
+                                            uint16_t freq);
+  // The singulation the next inventory uses on an antenna (0: antenna 1's).
+  [[nodiscard]] RfidStatus getSingulation(uint16_t antennaId, SingulationControl& out);
+  // Sets it for an antenna (0: every antenna).
+  [[nodiscard]] RfidStatus setSingulation(uint16_t antennaId, const SingulationControl& in);
+  // The tag buffer's settings.
+  [[nodiscard]] RfidStatus getTagStorage(TagStorageSettings& out);
+  // Sets them; a new capacity empties the buffer, its reads counted as discarded.
+  [[nodiscard]] RfidStatus setTagStorage(const TagStorageSettings& in);
+  // Adds a pre-filter for the next inventories; its index in `index`.
+  [[nodiscard]] RfidStatus addPreFilter(uint16_t antennaId, const PreFilter& filter,
+                                        uint32_t& index);
+  // Deletes a pre-filter (index 0: every one of the antenna, antenna 0: of every antenna).
+  [[nodiscard]] RfidStatus deletePreFilter(uint16_t antennaId, uint32_t index);
+  // Asks the reader to keep its configuration across restarts (llrp/vendor_extension.h).
+  [[nodiscard]] RfidStatus saveConfig();
 
+  // What went wrong in the last failed call.
   ErrorRecord lastError();
 
  private:
