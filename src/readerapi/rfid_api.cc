@@ -73,100 +73,100 @@ bool narrowHost(const wchar_t* host, std::string& out) {
   return !out.empty();
 }
 
+// Runs one library call so that no exception leaves the library: running out of memory is a
+// resource limit, any other throw becomes `onThrow`.
+template <typename Work>
+RfidStatus guarded(Work&& work, RfidStatus onThrow = RFID_API_RESOURCE_LIMIT) noexcept {
+  try {
+    return work();
+  } catch (const std::bad_alloc&) {
+    return RFID_API_RESOURCE_LIMIT;
+  } catch (...) {
+    return onThrow;
+  }
+}
+
+// Runs `work` on the session of `handle`, or answers that the handle is not connected.
+template <typename Work>
+RfidStatus withSession(ReaderHandle handle, Work&& work) noexcept {
+  return guarded([&]() -> RfidStatus {
+    auto s = Registry::instance().find(handle);
+    if (!s) return noSession(handle);
+    return work(*s);
+  });
+}
+
 }  // namespace
 
 RfidStatus RFID_ConnectW(ReaderHandle* handle, const wchar_t* host, uint32_t port,
                          uint32_t timeoutMs, const ConnectionOptions* options) {
-  try {
-    if (handle == nullptr || host == nullptr) {
-      tlsConnectError = ErrorRecord{};
-      tlsConnectError.status = RFID_API_PARAM_ERROR;
-      tlsConnectError.what = "the handle pointer or the host is null";
-      if (handle != nullptr) *handle = 0;
-      return RFID_API_PARAM_ERROR;
-    }
-    *handle = 0;
-    std::string narrow;
-    if (!narrowHost(host, narrow)) {
-      tlsConnectError = ErrorRecord{};
-      tlsConnectError.status = RFID_HOST_UNRESOLVED;
-      tlsConnectError.what = "the host is empty, too long or not a plain address or name";
-      return RFID_HOST_UNRESOLVED;
-    }
-    const ConnectionSettings* settings = nullptr;
-    if (options != nullptr && options->version == 2) settings = options->settings;
-    std::shared_ptr<ReaderSession> session;
-    ReaderHandle h = Registry::instance().add(session);
-    RfidStatus st = session->connect(narrow, port, timeoutMs, settings);
-    if (st != RFID_API_SUCCESS) {
-      tlsConnectError = session->lastError();
-      Registry::instance().remove(h);
-      return st;
-    }
-    *handle = h;
-    return RFID_API_SUCCESS;
-  } catch (const std::bad_alloc&) {
-    if (handle != nullptr) *handle = 0;
-    return RFID_API_RESOURCE_LIMIT;
-  } catch (...) {
-    if (handle != nullptr) *handle = 0;
-    return RFID_CONNECTION_FAILED;
-  }
+  RfidStatus st = guarded(
+      [&]() -> RfidStatus {
+        if (handle == nullptr || host == nullptr) {
+          tlsConnectError = ErrorRecord{};
+          tlsConnectError.status = RFID_API_PARAM_ERROR;
+          tlsConnectError.what = "the handle pointer or the host is null";
+          return RFID_API_PARAM_ERROR;
+        }
+        *handle = 0;
+        std::string narrow;
+        if (!narrowHost(host, narrow)) {
+          tlsConnectError = ErrorRecord{};
+          tlsConnectError.status = RFID_HOST_UNRESOLVED;
+          tlsConnectError.what = "the host is empty, too long or not a plain address or name";
+          return RFID_HOST_UNRESOLVED;
+        }
+        const ConnectionSettings* settings = nullptr;
+        if (options != nullptr && options->version == 2) settings = options->settings;
+        std::shared_ptr<ReaderSession> session;
+        ReaderHandle h = Registry::instance().add(session);
+        RfidStatus connected = session->connect(narrow, port, timeoutMs, settings);
+        if (connected != RFID_API_SUCCESS) {
+          tlsConnectError = session->lastError();
+          Registry::instance().remove(h);
+          return connected;
+        }
+        *handle = h;
+        return RFID_API_SUCCESS;
+      },
+      RFID_CONNECTION_FAILED);
+  if (st != RFID_API_SUCCESS && handle != nullptr) *handle = 0;
+  return st;
 }
 
 RfidStatus RFID_Disconnect(ReaderHandle handle) {
-  try {
-    auto s = Registry::instance().find(handle);
-    if (!s) return noSession(handle);
-    RfidStatus st = s->disconnect();
+  return withSession(handle, [&](ReaderSession& s) {
+    RfidStatus st = s.disconnect();
     if (st == RFID_API_SUCCESS) Registry::instance().remove(handle);
     return st;
-  } catch (...) {
-    return RFID_API_RESOURCE_LIMIT;
-  }
+  });
 }
 
 RfidStatus RFID_Reconnect(ReaderHandle handle) {
-  try {
-    auto s = Registry::instance().find(handle);
-    if (!s) return noSession(handle);
-    return s->reconnect();
-  } catch (...) {
-    return RFID_API_RESOURCE_LIMIT;
-  }
+  return withSession(handle, [](ReaderSession& s) { return s.reconnect(); });
 }
 
 RfidStatus RFID_GetReaderCapsW(ReaderHandle handle, ReaderCaps* caps) {
-  auto s = Registry::instance().find(handle);
-  if (!s) return noSession(handle);
-  if (caps == nullptr) return RFID_API_PARAM_ERROR;
-  return s->caps(*caps);
+  return withSession(handle, [&](ReaderSession& s) {
+    return caps == nullptr ? RFID_API_PARAM_ERROR : s.caps(*caps);
+  });
 }
 
 RfidStatus RFID_RegisterEventNotificationCallback(ReaderHandle handle, const uint32_t* eventTypes,
                                                   uint32_t count, RfidEventCallback callback,
                                                   RfidEventContextCallback contextCallback,
                                                   void* context) {
-  try {
-    auto s = Registry::instance().find(handle);
-    if (!s) return noSession(handle);
-    return s->registerEvents(eventTypes, count, callback, contextCallback, context);
-  } catch (...) {
-    return RFID_API_RESOURCE_LIMIT;
-  }
+  return withSession(handle, [&](ReaderSession& s) {
+    return s.registerEvents(eventTypes, count, callback, contextCallback, context);
+  });
 }
 
 namespace {
 template <typename T>
 RfidStatus getEventData(ReaderHandle handle, uint32_t eventType, T* data) {
-  try {
-    auto s = Registry::instance().find(handle);
-    if (!s) return noSession(handle);
-    if (data == nullptr) return RFID_API_PARAM_ERROR;
-    return s->eventData(eventType, *data);
-  } catch (...) {
-    return RFID_API_RESOURCE_LIMIT;
-  }
+  return withSession(handle, [&](ReaderSession& s) {
+    return data == nullptr ? RFID_API_PARAM_ERROR : s.eventData(eventType, *data);
+  });
 }
 }  // namespace
 
@@ -197,10 +197,9 @@ ReaderTagData* RFID_AllocateTag(ReaderHandle handle) {
 }
 
 RfidStatus RFID_GetReadTag(ReaderHandle handle, ReaderTagData* tag) {
-  auto s = Registry::instance().find(handle);
-  if (!s) return noSession(handle);
-  if (tag == nullptr) return RFID_API_PARAM_ERROR;
-  return s->readTag(*tag);
+  return withSession(handle, [&](ReaderSession& s) {
+    return tag == nullptr ? RFID_API_PARAM_ERROR : s.readTag(*tag);
+  });
 }
 
 RfidStatus RFID_DeallocateTag(ReaderHandle /*handle*/, ReaderTagData* tag) {
@@ -212,133 +211,84 @@ RfidStatus RFID_DeallocateTag(ReaderHandle /*handle*/, ReaderTagData* tag) {
 RfidStatus RFID_PerformInventory(ReaderHandle handle, const PostFilter* postFilter,
                                  const AntennaInfo* antennas, const TriggerRecord* triggers,
                                  void* reserved) {
-  try {
-    auto s = Registry::instance().find(handle);
-    if (!s) return noSession(handle);
+  return withSession(handle, [&](ReaderSession& s) {
     if (reserved != nullptr) return RFID_API_PARAM_ERROR;
-    return s->performInventory(postFilter, antennas, triggers);
-  } catch (...) {
-    return RFID_API_RESOURCE_LIMIT;
-  }
+    return s.performInventory(postFilter, antennas, triggers);
+  });
 }
 
 RfidStatus RFID_StopInventory(ReaderHandle handle) {
-  try {
-    auto s = Registry::instance().find(handle);
-    if (!s) return noSession(handle);
-    return s->stopInventory();
-  } catch (...) {
-    return RFID_API_RESOURCE_LIMIT;
-  }
+  return withSession(handle, [](ReaderSession& s) { return s.stopInventory(); });
 }
 
 RfidStatus RFID_GetAntennaConfig(ReaderHandle handle, uint16_t antennaId,
                                  uint16_t* receiveSensitivityIndex, uint16_t* transmitPowerIndex,
                                  uint16_t* transmitFrequencyIndex) {
-  try {
-    auto s = Registry::instance().find(handle);
-    if (!s) return noSession(handle);
+  return withSession(handle, [&](ReaderSession& s) {
     if (receiveSensitivityIndex == nullptr || transmitPowerIndex == nullptr ||
         transmitFrequencyIndex == nullptr) {
       return RFID_API_PARAM_ERROR;
     }
-    return s->getAntennaConfig(antennaId, *receiveSensitivityIndex, *transmitPowerIndex,
-                               *transmitFrequencyIndex);
-  } catch (...) {
-    return RFID_API_RESOURCE_LIMIT;
-  }
+    return s.getAntennaConfig(antennaId, *receiveSensitivityIndex, *transmitPowerIndex,
+                              *transmitFrequencyIndex);
+  });
 }
 
 RfidStatus RFID_SetAntennaConfig(ReaderHandle handle, uint16_t antennaId,
                                  uint16_t receiveSensitivityIndex, uint16_t transmitPowerIndex,
                                  uint16_t transmitFrequencyIndex) {
-  try {
-    auto s = Registry::instance().find(handle);
-    if (!s) return noSession(handle);
-    return s->setAntennaConfig(antennaId, receiveSensitivityIndex, transmitPowerIndex,
-                               transmitFrequencyIndex);
-  } catch (...) {
-    return RFID_API_RESOURCE_LIMIT;
-  }
+  return withSession(handle, [&](ReaderSession& s) {
+    return s.setAntennaConfig(antennaId, receiveSensitivityIndex, transmitPowerIndex,
+                              transmitFrequencyIndex);
+  });
 }
 
 RfidStatus RFID_GetSingulationControl(ReaderHandle handle, uint16_t antennaId,
                                       SingulationControl* control) {
-  try {
-    auto s = Registry::instance().find(handle);
-    if (!s) return noSession(handle);
-    if (control == nullptr) return RFID_API_PARAM_ERROR;
-    return s->getSingulation(antennaId, *control);
-  } catch (...) {
-    return RFID_API_RESOURCE_LIMIT;
-  }
+  return withSession(handle, [&](ReaderSession& s) {
+    return control == nullptr ? RFID_API_PARAM_ERROR : s.getSingulation(antennaId, *control);
+  });
 }
 
 RfidStatus RFID_SetSingulationControl(ReaderHandle handle, uint16_t antennaId,
                                       const SingulationControl* control) {
-  try {
-    auto s = Registry::instance().find(handle);
-    if (!s) return noSession(handle);
-    if (control == nullptr) return RFID_API_PARAM_ERROR;
-    return s->setSingulation(antennaId, *control);
-  } catch (...) {
-    return RFID_API_RESOURCE_LIMIT;
-  }
+  return withSession(handle, [&](ReaderSession& s) {
+    return control == nullptr ? RFID_API_PARAM_ERROR : s.setSingulation(antennaId, *control);
+  });
 }
 
 RfidStatus RFID_GetTagStorageSettings(ReaderHandle handle, TagStorageSettings* settings) {
-  auto s = Registry::instance().find(handle);
-  if (!s) return noSession(handle);
-  if (settings == nullptr) return RFID_API_PARAM_ERROR;
-  return s->getTagStorage(*settings);
+  return withSession(handle, [&](ReaderSession& s) {
+    return settings == nullptr ? RFID_API_PARAM_ERROR : s.getTagStorage(*settings);
+  });
 }
 
 RfidStatus RFID_SetTagStorageSettings(ReaderHandle handle, const TagStorageSettings* settings) {
-  try {
-    auto s = Registry::instance().find(handle);
-    if (!s) return noSession(handle);
-    if (settings == nullptr) return RFID_API_PARAM_ERROR;
-    return s->setTagStorage(*settings);
-  } catch (...) {
-    return RFID_API_RESOURCE_LIMIT;
-  }
+  return withSession(handle, [&](ReaderSession& s) {
+    return settings == nullptr ? RFID_API_PARAM_ERROR : s.setTagStorage(*settings);
+  });
 }
 
 RfidStatus RFID_AddPreFilter(ReaderHandle handle, uint16_t antennaId, const PreFilter* filter,
                              uint32_t* index) {
-  try {
-    auto s = Registry::instance().find(handle);
-    if (!s) return noSession(handle);
+  return withSession(handle, [&](ReaderSession& s) {
     if (filter == nullptr || index == nullptr) return RFID_API_PARAM_ERROR;
-    return s->addPreFilter(antennaId, *filter, *index);
-  } catch (...) {
-    return RFID_API_RESOURCE_LIMIT;
-  }
+    return s.addPreFilter(antennaId, *filter, *index);
+  });
 }
 
 RfidStatus RFID_DeletePreFilter(ReaderHandle handle, uint16_t antennaId, uint32_t index) {
-  try {
-    auto s = Registry::instance().find(handle);
-    if (!s) return noSession(handle);
-    return s->deletePreFilter(antennaId, index);
-  } catch (...) {
-    return RFID_API_RESOURCE_LIMIT;
-  }
+  return withSession(handle, [&](ReaderSession& s) { return s.deletePreFilter(antennaId, index); });
 }
 
 RfidStatus RFID_SaveLlrpConfig(ReaderHandle handle, void* reserved) {
-  try {
-    auto s = Registry::instance().find(handle);
-    if (!s) return noSession(handle);
-    if (reserved != nullptr) return RFID_API_PARAM_ERROR;
-    return s->saveConfig();
-  } catch (...) {
-    return RFID_API_RESOURCE_LIMIT;
-  }
+  return withSession(handle, [&](ReaderSession& s) {
+    return reserved != nullptr ? RFID_API_PARAM_ERROR : s.saveConfig();
+  });
 }
 
 RfidStatus RFID_GetLastErrorInfoW(ReaderHandle handle, ErrorInfo* info) {
-  try {
+  return guarded([&]() -> RfidStatus {
     if (info == nullptr) return RFID_API_PARAM_ERROR;
     if (handle == 0) {
       readerapi::fillErrorInfo(tlsConnectError, *info);
@@ -354,9 +304,7 @@ RfidStatus RFID_GetLastErrorInfoW(ReaderHandle handle, ErrorInfo* info) {
     }
     readerapi::fillErrorInfo(s->lastError(), *info);
     return RFID_API_SUCCESS;
-  } catch (...) {
-    return RFID_API_RESOURCE_LIMIT;
-  }
+  });
 }
 
 const wchar_t* RFID_GetErrorDescriptionW(uint32_t status) {

@@ -53,7 +53,7 @@ RfidStatus RFID_DeallocateTag(ReaderHandle handle, ReaderTagData* tag);
 // Starts an inventory: triggers from *triggers (null: start now, run until stopped), antennas
 // from *antennas (null: every antenna), reads passed through *postFilter (null: all). Replaces
 // an inventory already running. reserved must be null. How each trigger becomes an LLRP
-// ROSpec is told in inventory_spec.h (a GPI flag of false means "the input goes high"; round
+// ROSpec is told in rospec_builder.h (a GPI flag of false means "the input goes high"; round
 // counts become TagObservationTrigger "N attempts"); tagReportTrigger is the reads per report
 // (0 counts as 1), the valueBlock word the expected tag population, tagReportOptions unused.
 [[nodiscard]] RfidStatus RFID_PerformInventory(ReaderHandle handle, const PostFilter* postFilter,
@@ -109,8 +109,5 @@ inline constexpr uint32_t kDefaultKeepaliveMisses = 3;
 inline constexpr uint32_t kDefaultResponseTimeoutMs = 5000;
 inline constexpr uint32_t kDefaultGreetingTimeoutMs = 5000;
 inline constexpr uint32_t kDefaultConnectTimeoutMs = 5000;
-// Vendor number of the LLRP extensions the library knows (RF phase in tag reports, saving the
-// configuration): the simulator's documentation enterprise number.
-inline constexpr uint32_t kPhaseVendorId = 32473;
 
 }  // namespace tessera

@@ -3,6 +3,7 @@
 
 #include <cstring>
 
+#include "llrp/vendor_extension.h"
 #include "options.h"
 
 namespace tessera::readersim {
@@ -26,6 +27,12 @@ Status rejectCustoms(const std::vector<llrp::Custom>& customs, const char* where
                        std::string("Custom parameter (vendor ") + std::to_string(c.vendorId) +
                            " subtype " + std::to_string(c.subtype) + ") in " + where +
                            " is not supported");
+}
+
+Status messageCustoms(const std::vector<llrp::Custom>& customs, const char* where) {
+  Status st = rejectCustoms(customs, where);
+  if (!st.isOk()) st.code = kUnsupportedParameter;
+  return st;
 }
 
 Status toInventoryCommand(const llrp::C1G2InventoryCommand& in, InventoryCommand& out) {
@@ -135,7 +142,7 @@ void applyOverride(const AntennaOverride& ov, AntennaSettings& a) {
   }
 }
 
-Status toReportSpec(const llrp::ROReportSpec& in, ReportSpec& out) {
+Status toRoReportDef(const llrp::ROReportSpec& in, RoReportDef& out) {
   Status st = rejectCustoms(in.customs, "ROReportSpec");
   if (!st.isOk()) return st;
   uint8_t trigger = static_cast<uint8_t>(in.roReportTrigger);
@@ -160,7 +167,7 @@ Status toReportSpec(const llrp::ROReportSpec& in, ReportSpec& out) {
   return Status::ok();
 }
 
-llrp::ROReportSpec fromReportSpec(const ReportSpec& in) {
+llrp::ROReportSpec fromRoReportDef(const RoReportDef& in) {
   llrp::ROReportSpec out;
   out.roReportTrigger = static_cast<llrp::ROReportTriggerType>(in.trigger);
   out.n = in.n;
@@ -270,7 +277,7 @@ Status toRoSpecDef(const llrp::ROSpec& in, RoSpecDef& out) {
   }
   if (in.roReportSpec) {
     out.hasReport = true;
-    st = toReportSpec(*in.roReportSpec, out.report);
+    st = toRoReportDef(*in.roReportSpec, out.report);
     if (!st.isOk()) return st;
   }
   return Status::ok();
@@ -352,10 +359,9 @@ llrp::TagReportData toTagReportData(const TagRead& read, const Tag& tag,
   if (c.accessSpecId) d.accessSpecId = 0;
   if (c.anyEnabled()) {
     llrp::Custom phase;
-    phase.vendorId = kVendorId;
-    phase.subtype = kPhaseSubtype;
-    uint16_t raw = static_cast<uint16_t>(read.phase);
-    phase.data = {static_cast<uint8_t>(raw >> 8), static_cast<uint8_t>(raw)};
+    phase.vendorId = llrp::kVendorId;
+    phase.subtype = static_cast<uint32_t>(llrp::VendorParameter::kPhase);
+    phase.data = llrp::phaseData(read.phase);
     d.customs.push_back(std::move(phase));
   }
   return d;

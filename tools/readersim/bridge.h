@@ -16,11 +16,11 @@ Status toAntennaOverride(const llrp::AntennaConfiguration& in, AntennaOverride& 
 // A client's C1G2InventoryCommand.
 Status toInventoryCommand(const llrp::C1G2InventoryCommand& in, InventoryCommand& out);
 // A client's ROReportSpec.
-Status toReportSpec(const llrp::ROReportSpec& in, ReportSpec& out);
+Status toRoReportDef(const llrp::ROReportSpec& in, RoReportDef& out);
 // Applies an override to stored antenna settings (filters replaced, the rest when given).
 void applyOverride(const AntennaOverride& ov, AntennaSettings& a);
 // The reader's ROReportSpec as LLRP.
-llrp::ROReportSpec fromReportSpec(const ReportSpec& in);
+llrp::ROReportSpec fromRoReportDef(const RoReportDef& in);
 // An antenna's settings as LLRP (RFReceiver, RFTransmitter, C1G2InventoryCommand).
 llrp::AntennaConfiguration fromAntennaSettings(const AntennaSettings& in);
 // One read as TagReportData with the fields the selector enables (EPC always).
@@ -33,5 +33,8 @@ uint32_t omitReportFields(const Options& options, uint64_t readNo, llrp::TagRepo
 llrp::LLRPStatus toLlrpStatus(const Status& status);
 // Error for Custom parameters a client sent (the reader supports none in requests).
 Status rejectCustoms(const std::vector<llrp::Custom>& customs, const char* where);
+// The same for a message's own parameter list: there a Custom is an unsupported parameter of
+// the message.
+Status messageCustoms(const std::vector<llrp::Custom>& customs, const char* where);
 
 }  // namespace tessera::readersim

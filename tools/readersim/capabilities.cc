@@ -1,6 +1,8 @@
 // tools/readersim/capabilities.cc — capabilities and factory defaults of the simulated reader.
 #include "capabilities.h"
 
+#include "llrp/vendor_extension.h"
+
 namespace tessera::readersim {
 
 namespace {
@@ -10,7 +12,7 @@ llrp::GeneralDeviceCapabilities general(const Options& o) {
   g.maxNumberOfAntennaSupported = static_cast<uint16_t>(o.antennas);
   g.canSetAntennaProperties = false;
   g.hasUTCClockCapability = true;
-  g.deviceManufacturerName = kVendorId;
+  g.deviceManufacturerName = llrp::kVendorId;
   g.modelName = kModelNumber;
   g.readerFirmwareVersion = kFirmwareVersion;
   for (uint16_t i = 1; i <= kReceiveSensitivityEntries; ++i) {
@@ -111,7 +113,7 @@ ReaderConfig factoryDefaults(const Options& options) {
     c.antennaConnected.push_back(true);
   }
   // Reports: one read per report, the fields a typical client asks for, PC bits included.
-  c.roReport = ReportSpec();
+  c.roReport = RoReportDef();
   c.roReport.content.hasEpcSelector = true;
   c.events.fill(true);
   c.events[0] = false;  // hopping

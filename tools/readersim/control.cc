@@ -149,7 +149,7 @@ std::string ControlPort::execute(const std::string& line) {
   if (cmd == "buffer-warning") return reader_.bufferWarning();
   if (cmd == "buffer-overflow") return reader_.bufferOverflow();
   if (cmd == "stats") return "ok " + stats_.line();
-  if (cmd == "rospecs") return reader_.describeSpecs();
+  if (cmd == "rospecs") return reader_.describeROSpecs();
   if (cmd == "power") return reader_.describePower();
   if (cmd == "quit") {
     uint64_t one = 1;

@@ -48,10 +48,10 @@ Engine::Engine(const Options& options, const Population& population, const Reade
 Status Engine::add(RoSpecDef def, Clock::time_point now) {
   (void)now;
   if (def.id == 0) return Status::error(kPFieldError, "ROSpecID 0 is reserved");
-  if (specs_.count(def.id) != 0) {
+  if (rospecs_.count(def.id) != 0) {
     return Status::error(kInvalid, "ROSpec " + std::to_string(def.id) + " already exists");
   }
-  if (specs_.size() >= kMaxRoSpecs) {
+  if (rospecs_.size() >= kMaxRoSpecs) {
     return Status::error(kOutOfRange, "the reader holds at most " + std::to_string(kMaxRoSpecs) +
                                           " ROSpecs");
   }
@@ -115,21 +115,21 @@ Status Engine::add(RoSpecDef def, Clock::time_point now) {
   RoSpec s;
   s.def = std::move(def);
   uint32_t id = s.def.id;
-  specs_.emplace(id, std::move(s));
+  rospecs_.emplace(id, std::move(s));
   return Status::ok();
 }
 
 Status Engine::forEach(uint32_t id, const char* verb,
                        Status (Engine::*op)(RoSpec&, Clock::time_point), Clock::time_point now) {
   if (id != 0) {
-    auto it = specs_.find(id);
-    if (it == specs_.end()) {
+    auto it = rospecs_.find(id);
+    if (it == rospecs_.end()) {
       return Status::error(kInvalid, std::string("cannot ") + verb + ": no ROSpec " +
                                          std::to_string(id));
     }
     return (this->*op)(it->second, now);
   }
-  for (auto& [key, roSpec] : specs_) {
+  for (auto& [key, roSpec] : rospecs_) {
     Status st = (this->*op)(roSpec, now);
     if (!st.isOk()) return st;
   }
@@ -140,9 +140,9 @@ Status Engine::remove(uint32_t id, Clock::time_point now) {
   Status st = forEach(id, "delete", &Engine::disableOne, now);
   if (!st.isOk()) return st;
   if (id == 0) {
-    specs_.clear();
+    rospecs_.clear();
   } else {
-    specs_.erase(id);
+    rospecs_.erase(id);
   }
   return Status::ok();
 }
@@ -160,14 +160,14 @@ Status Engine::enableOne(RoSpec& s, Clock::time_point now) {
   s.state = kInactive;
   if (s.def.start.type == 2) {
     armPeriodic(s, now, true);
-  } else if (s.def.start.type == 1 && activeSpec() == nullptr) {
-    startSpec(s, now);
+  } else if (s.def.start.type == 1 && activeRoSpec() == nullptr) {
+    startRoSpec(s, now);
   }
   return Status::ok();
 }
 
 Status Engine::disableOne(RoSpec& s, Clock::time_point now) {
-  if (s.state == kActive) endSpec(s, now);
+  if (s.state == kActive) endRoSpec(s, now);
   s.state = kDisabled;
   s.periodicArmed = false;
   return Status::ok();
@@ -175,8 +175,8 @@ Status Engine::disableOne(RoSpec& s, Clock::time_point now) {
 
 Status Engine::start(uint32_t id, Clock::time_point now) {
   if (id == 0) return Status::error(kInvalid, "START_ROSPEC needs a ROSpecID other than 0");
-  auto it = specs_.find(id);
-  if (it == specs_.end()) return Status::error(kInvalid, "no ROSpec " + std::to_string(id));
+  auto it = rospecs_.find(id);
+  if (it == rospecs_.end()) return Status::error(kInvalid, "no ROSpec " + std::to_string(id));
   RoSpec& s = it->second;
   if (s.state == kDisabled) {
     return Status::error(kInvalid, "ROSpec " + std::to_string(id) + " is disabled");
@@ -184,68 +184,68 @@ Status Engine::start(uint32_t id, Clock::time_point now) {
   if (s.state == kActive) {
     return Status::error(kInvalid, "ROSpec " + std::to_string(id) + " is already active");
   }
-  if (RoSpec* other = activeSpec()) {
+  if (RoSpec* other = activeRoSpec()) {
     return Status::error(kInvalid, "ROSpec " + std::to_string(other->def.id) + " is active");
   }
-  startSpec(s, now);
+  startRoSpec(s, now);
   return Status::ok();
 }
 
 Status Engine::stop(uint32_t id, Clock::time_point now) {
   if (id == 0) return Status::error(kInvalid, "STOP_ROSPEC needs a ROSpecID other than 0");
-  auto it = specs_.find(id);
-  if (it == specs_.end()) return Status::error(kInvalid, "no ROSpec " + std::to_string(id));
+  auto it = rospecs_.find(id);
+  if (it == rospecs_.end()) return Status::error(kInvalid, "no ROSpec " + std::to_string(id));
   if (it->second.state != kActive) {
     return Status::error(kInvalid, "ROSpec " + std::to_string(id) + " is not active");
   }
-  endSpec(it->second, now);
+  endRoSpec(it->second, now);
   return Status::ok();
 }
 
 void Engine::flushReports() {
-  for (auto& [id, s] : specs_) emit(s);
+  for (auto& [id, s] : rospecs_) emit(s);
 }
 
 void Engine::gpiChanged(uint16_t port, bool high, Clock::time_point now) {
   uint32_t stopped = 0;  // a ROSpec this very edge stopped does not start again on it
-  if (RoSpec* a = activeSpec()) {
+  if (RoSpec* a = activeRoSpec()) {
     const StopTrigger& st = a->def.stop;
     if (st.type == 2 && st.gpi.port == port && st.gpi.event == high) {
       stopped = a->def.id;
-      endSpec(*a, now);
+      endRoSpec(*a, now);
     } else if (a->aiIndex < a->def.aiSpecs.size()) {
       const AiStopTrigger& ai = a->def.aiSpecs[a->aiIndex].stop;
       if (ai.type == 2 && ai.gpi.port == port && ai.gpi.event == high) endAi(*a, now);
     }
   }
-  if (activeSpec() != nullptr) return;
-  for (auto& [id, s] : specs_) {
+  if (activeRoSpec() != nullptr) return;
+  for (auto& [id, s] : rospecs_) {
     const StartTrigger& t = s.def.start;
     if (s.state == kInactive && t.type == 3 && t.gpi.port == port && t.gpi.event == high &&
         id != stopped) {
-      startSpec(s, now);
+      startRoSpec(s, now);
       break;
     }
   }
 }
 
-std::string Engine::describeSpecs() const {
+std::string Engine::describeROSpecs() const {
   std::string out;
-  for (const auto& [id, s] : specs_) {
+  for (const auto& [id, s] : rospecs_) {
     if (!out.empty()) out += ' ';
     out += std::to_string(id) + "=" + stateName(s.state);
   }
   return out;
 }
 
-Engine::RoSpec* Engine::activeSpec() {
-  for (auto& [id, s] : specs_) {
+Engine::RoSpec* Engine::activeRoSpec() {
+  for (auto& [id, s] : rospecs_) {
     if (s.state == kActive) return &s;
   }
   return nullptr;
 }
 
-const ReportSpec& Engine::reportSpec(const RoSpec& s) const {
+const RoReportDef& Engine::roReportOf(const RoSpec& s) const {
   return s.def.hasReport ? s.def.report : config_.roReport;
 }
 
@@ -271,7 +271,7 @@ void Engine::armPeriodic(RoSpec& s, Clock::time_point from, bool first) {
   s.periodicArmed = true;
 }
 
-void Engine::startSpec(RoSpec& s, Clock::time_point now) {
+void Engine::startRoSpec(RoSpec& s, Clock::time_point now) {
   s.state = kActive;
   s.startedAt = now;
   s.aiIndex = 0;
@@ -282,13 +282,13 @@ void Engine::startSpec(RoSpec& s, Clock::time_point now) {
   beginAi(s, now);
 }
 
-void Engine::endSpec(RoSpec& s, Clock::time_point now) {
+void Engine::endRoSpec(RoSpec& s, Clock::time_point now) {
   (void)now;
   if (s.aiIndex < s.def.aiSpecs.size()) {
-    if (reportSpec(s).trigger == 1) emit(s);
+    if (roReportOf(s).trigger == 1) emit(s);
     sink_.aiSpecEnded(s.def.id, static_cast<uint16_t>(s.aiIndex + 1));
   }
-  if (reportSpec(s).trigger != 0) emit(s);
+  if (roReportOf(s).trigger != 0) emit(s);
   s.state = kInactive;
   s.aiIndex = s.def.aiSpecs.size();
   runs_.clear();
@@ -308,13 +308,13 @@ void Engine::beginAi(RoSpec& s, Clock::time_point now) {
 }
 
 void Engine::endAi(RoSpec& s, Clock::time_point now) {
-  if (reportSpec(s).trigger == 1) emit(s);
+  if (roReportOf(s).trigger == 1) emit(s);
   sink_.aiSpecEnded(s.def.id, static_cast<uint16_t>(s.aiIndex + 1));
   ++s.aiIndex;
   if (s.aiIndex >= s.def.aiSpecs.size()) {
     // The last ROSpec of the list is done: so is the ROSpec.
     s.aiIndex = s.def.aiSpecs.size();
-    if (reportSpec(s).trigger != 0) emit(s);
+    if (roReportOf(s).trigger != 0) emit(s);
     s.state = kInactive;
     runs_.clear();
     visibilityDirty_ = true;
@@ -329,7 +329,7 @@ void Engine::emit(RoSpec& s) {
   std::vector<TagRead> reads;
   reads.swap(s.pending);
   s.pendingAt.clear();
-  sink_.report(std::move(reads), reportSpec(s).content);
+  sink_.report(std::move(reads), roReportOf(s).content);
 }
 
 void Engine::rebuildVisibility(const RoSpec& s) {
@@ -383,7 +383,7 @@ void Engine::produce(RoSpec& s, size_t count, Clock::time_point now) {
   for (const AntennaRun& r : runs_) pairs += r.visible.size();
   if (pairs == 0 || count == 0) return;
   const AiSpecDef& ai = s.def.aiSpecs[s.aiIndex];
-  const ReportSpec& rs = reportSpec(s);
+  const RoReportDef& rs = roReportOf(s);
   uint64_t utc = utcMicros();
   int64_t sinceStartMs =
       std::chrono::duration_cast<milliseconds>(now.time_since_epoch()).count();
@@ -486,18 +486,18 @@ bool Engine::aiStopDue(RoSpec& s, Clock::time_point now, Clock::time_point& next
 Clock::time_point Engine::tick(Clock::time_point now) {
   Clock::time_point next = now + std::chrono::seconds(1);
   // Periodic starts: an occurrence that falls while another ROSpec runs is skipped.
-  for (auto& [id, s] : specs_) {
+  for (auto& [id, s] : rospecs_) {
     if (!s.periodicArmed) continue;
     if (now >= s.nextPeriodicStart) {
-      if (s.state == kInactive && activeSpec() == nullptr) {
-        startSpec(s, now);
+      if (s.state == kInactive && activeRoSpec() == nullptr) {
+        startRoSpec(s, now);
       } else {
         armPeriodic(s, now, false);
       }
     }
     if (s.periodicArmed) next = earlier(next, s.nextPeriodicStart);
   }
-  RoSpec* a = activeSpec();
+  RoSpec* a = activeRoSpec();
   if (a == nullptr) {
     tokens_ = 0;
     lastTick_ = now;
@@ -527,7 +527,7 @@ Clock::time_point Engine::tick(Clock::time_point now) {
     if (now >= at) roDone = true; else next = earlier(next, at);
   }
   if (roDone) {
-    endSpec(*a, now);
+    endRoSpec(*a, now);
     return earlier(next, now + milliseconds(1));
   }
   if (a->aiIndex < a->def.aiSpecs.size() && aiStopDue(*a, now, next)) {

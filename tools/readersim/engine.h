@@ -61,9 +61,9 @@ class Engine {
   Clock::time_point tick(Clock::time_point now);
   // "ID=STATE" of every ROSpec (Disabled, Inactive or Active), in ID order, blank-separated;
   // "" when none.
-  std::string describeSpecs() const;
-  // Number of stored specs.
-  size_t specCount() const { return specs_.size(); }
+  std::string describeROSpecs() const;
+  // Number of stored ROSpecs.
+  size_t rospecCount() const { return rospecs_.size(); }
 
  private:
   enum State : uint8_t { kDisabled = 0, kInactive = 1, kActive = 2 };
@@ -98,13 +98,13 @@ class Engine {
                  Clock::time_point now);
   Status enableOne(RoSpec& s, Clock::time_point now);
   Status disableOne(RoSpec& s, Clock::time_point now);
-  void startSpec(RoSpec& s, Clock::time_point now);
-  void endSpec(RoSpec& s, Clock::time_point now);
+  void startRoSpec(RoSpec& s, Clock::time_point now);
+  void endRoSpec(RoSpec& s, Clock::time_point now);
   void beginAi(RoSpec& s, Clock::time_point now);
   void endAi(RoSpec& s, Clock::time_point now);
   void armPeriodic(RoSpec& s, Clock::time_point from, bool first);
-  RoSpec* activeSpec();
-  const ReportSpec& reportSpec(const RoSpec& s) const;
+  RoSpec* activeRoSpec();
+  const RoReportDef& roReportOf(const RoSpec& s) const;
   void emit(RoSpec& s);
   void rebuildVisibility(const RoSpec& s);
   void produce(RoSpec& s, size_t count, Clock::time_point now);
@@ -114,7 +114,7 @@ class Engine {
   const Population& population_;
   const ReaderConfig& config_;
   EngineSink& sink_;
-  std::map<uint32_t, RoSpec> specs_;
+  std::map<uint32_t, RoSpec> rospecs_;
   double rate_;
   double tokens_ = 0;
   Clock::time_point lastTick_{};

@@ -83,7 +83,7 @@ struct ContentSelector {
   }
 };
 
-struct ReportSpec {
+struct RoReportDef {
   uint8_t trigger = 2;  // 0 none (GET_REPORT only), 1 N or end of AISpec, 2 N or end of ROSpec
   uint16_t n = 1;       // 0: no count limit
   ContentSelector content;
@@ -100,7 +100,7 @@ struct GpiPort {
 struct ReaderConfig {
   std::vector<AntennaSettings> antennas;     // index = id - 1
   std::vector<bool> antennaConnected;        // index = id - 1
-  ReportSpec roReport;
+  RoReportDef roReport;
   uint8_t accessReportTrigger = 0;
   std::array<bool, kEventTypes> events{};    // ReaderEventNotificationSpec
   uint32_t keepaliveMs = 0;                  // 0: no keepalives
@@ -163,7 +163,7 @@ struct RoSpecDef {
   StopTrigger stop;
   std::vector<AiSpecDef> aiSpecs;
   bool hasReport = false;
-  ReportSpec report;
+  RoReportDef report;
 };
 
 // One tag read as the engine hands it to the session for encoding.

@@ -7,17 +7,6 @@
 
 namespace tessera::readersim {
 
-// The vendor number of the simulator's own LLRP extensions: 32473 is the IANA enterprise number
-// set aside for documentation (RFC 5612), so it can never clash with a real reader maker's.
-inline constexpr uint32_t kVendorId = 32473;
-// Custom parameter subtype in TagReportData: RF phase, data = s16 big-endian raw phase,
-// degrees = raw * 180 / 32767.
-inline constexpr uint32_t kPhaseSubtype = 1;
-// CUSTOM_MESSAGE subtype of the client's "save configuration" request (no data).
-inline constexpr uint8_t kSaveConfigSubtype = 1;
-// CUSTOM_MESSAGE subtype of the reply to it; data = one LLRPStatus parameter (TLV 287).
-inline constexpr uint8_t kSaveConfigReplySubtype = 2;
-
 // The optional TagReportData fields that --omit-field can leave out.
 enum class ReportField : uint8_t {
   kAntenna,

@@ -4,12 +4,12 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
-#include <type_traits>
 #include <unistd.h>
 
 #include "bridge.h"
 #include "capabilities.h"
 #include "llrp/codec.h"
+#include "llrp/vendor_extension.h"
 #include "selection.h"
 #include "state_file.h"
 #include "wire.h"
@@ -27,13 +27,6 @@ uint64_t utcMicros() {
   using namespace std::chrono;
   return static_cast<uint64_t>(
       duration_cast<microseconds>(system_clock::now().time_since_epoch()).count());
-}
-
-// A Custom in a message's own parameter list is a message-level unsupported parameter.
-Status messageCustoms(const std::vector<llrp::Custom>& customs, const char* where) {
-  Status st = rejectCustoms(customs, where);
-  if (!st.isOk()) st.code = kUnsupportedParameter;
-  return st;
 }
 
 }  // namespace
@@ -348,7 +341,7 @@ Status Reader::setReaderConfig(const llrp::SetReaderConfig& m) {
     }
   }
   if (m.roReportSpec) {
-    st = toReportSpec(*m.roReportSpec, next.roReport);
+    st = toRoReportDef(*m.roReportSpec, next.roReport);
     if (!st.isOk()) return st;
   }
   if (m.accessReportSpec) {
@@ -415,14 +408,14 @@ Status Reader::getReaderConfig(const llrp::GetReaderConfig& m, llrp::GetReaderCo
     if (want(RD::kAntennaConfiguration)) r.antennaConfigurations.push_back(fromAntennaSettings(a));
   }
   if (want(RD::kReaderEventNotificationSpec)) {
-    llrp::ReaderEventNotificationSpec notificationSpec;
+    llrp::ReaderEventNotificationSpec eventNotification;
     for (int t = 0; t < kEventTypes; ++t) {
-      notificationSpec.eventNotificationStates.push_back(
+      eventNotification.eventNotificationStates.push_back(
           {static_cast<llrp::NotificationEventType>(t), config_.events[static_cast<size_t>(t)]});
     }
-    r.readerEventNotificationSpec = std::move(notificationSpec);
+    r.readerEventNotificationSpec = std::move(eventNotification);
   }
-  if (want(RD::kROReportSpec)) r.roReportSpec = fromReportSpec(config_.roReport);
+  if (want(RD::kROReportSpec)) r.roReportSpec = fromRoReportDef(config_.roReport);
   if (want(RD::kAccessReportSpec)) {
     r.accessReportSpec =
         llrp::AccessReportSpec{static_cast<llrp::AccessReportTriggerType>(config_.accessReportTrigger)};
@@ -455,116 +448,6 @@ Status Reader::getReaderConfig(const llrp::GetReaderConfig& m, llrp::GetReaderCo
     r.eventsAndReports = llrp::EventsAndReports{config_.holdEventsAndReports};
   }
   return Status::ok();
-}
-
-void Reader::handle(const llrp::Message& message, Outbox& out, bool& closeAfter) {
-  std::unique_lock<std::mutex> g(lock_);
-  const uint32_t id = message.id;
-  const Clock::time_point now = Clock::now();
-  deferEvents_ = true;
-  auto statusReply = [&](auto response, const Status& st) {
-    response.llrpStatus = toLlrpStatus(st);
-    respond(out, id, std::move(response));
-  };
-  std::visit(
-      [&](const auto& body) {
-        using T = std::decay_t<decltype(body)>;
-        if constexpr (std::is_same_v<T, llrp::GetReaderCapabilities>) {
-          Status st = messageCustoms(body.customs, "GET_READER_CAPABILITIES");
-          if (st.isOk() && static_cast<uint8_t>(body.requestedData) > 4) {
-            st = Status::error(kFieldError, "RequestedData " +
-                                                std::to_string(static_cast<int>(body.requestedData)) +
-                                                " is unknown");
-          }
-          if (!st.isOk()) {
-            statusReply(llrp::GetReaderCapabilitiesResponse{}, st);
-          } else {
-            respond(out, id, buildCapabilities(options_, body.requestedData));
-          }
-        } else if constexpr (std::is_same_v<T, llrp::GetReaderConfig>) {
-          llrp::GetReaderConfigResponse r;
-          Status st = getReaderConfig(body, r);
-          if (!st.isOk()) r = llrp::GetReaderConfigResponse{};
-          statusReply(std::move(r), st);
-        } else if constexpr (std::is_same_v<T, llrp::SetReaderConfig>) {
-          statusReply(llrp::SetReaderConfigResponse{}, setReaderConfig(body));
-        } else if constexpr (std::is_same_v<T, llrp::CloseConnection>) {
-          statusReply(llrp::CloseConnectionResponse{}, Status::ok());
-          closeAfter = true;
-        } else if constexpr (std::is_same_v<T, llrp::AddROSpec>) {
-          RoSpecDef def;
-          Status st = toRoSpecDef(body.roSpec, def);
-          if (st.isOk()) st = engine_.add(std::move(def), now);
-          statusReply(llrp::AddROSpecResponse{}, st);
-        } else if constexpr (std::is_same_v<T, llrp::DeleteROSpec>) {
-          statusReply(llrp::DeleteROSpecResponse{}, engine_.remove(body.roSpecId, now));
-        } else if constexpr (std::is_same_v<T, llrp::StartROSpec>) {
-          statusReply(llrp::StartROSpecResponse{}, engine_.start(body.roSpecId, now));
-        } else if constexpr (std::is_same_v<T, llrp::StopROSpec>) {
-          statusReply(llrp::StopROSpecResponse{}, engine_.stop(body.roSpecId, now));
-        } else if constexpr (std::is_same_v<T, llrp::EnableROSpec>) {
-          statusReply(llrp::EnableROSpecResponse{}, engine_.enable(body.roSpecId, now));
-        } else if constexpr (std::is_same_v<T, llrp::DisableROSpec>) {
-          statusReply(llrp::DisableROSpecResponse{}, engine_.disable(body.roSpecId, now));
-        } else if constexpr (std::is_same_v<T, llrp::DeleteAccessSpec>) {
-          Status st = body.accessSpecId == 0
-                          ? Status::ok()
-                          : Status::error(kInvalid, "no AccessSpec " + std::to_string(body.accessSpecId));
-          statusReply(llrp::DeleteAccessSpecResponse{}, st);
-        } else if constexpr (std::is_same_v<T, llrp::GetReport>) {
-          // The reports a GET_REPORT flushes carry its message ID; an empty one when none.
-          reportMessageId_ = id;
-          reportsThisFlush_ = 0;
-          engine_.flushReports();
-          deferEvents_ = false;
-          flushDeferred();
-          if (reportsThisFlush_ == 0) {
-            Deferred item;
-            item.message = llrp::Message{id, llrp::ROAccessReport{}};
-            item.isReport = true;
-            deliver(std::move(item));
-          }
-          reportMessageId_ = 0;
-        } else if constexpr (std::is_same_v<T, llrp::EnableEventsAndReports>) {
-          out.release();
-        } else if constexpr (std::is_same_v<T, llrp::CustomMessage>) {
-          if (body.vendorId == kVendorId && body.subtype == kSaveConfigSubtype) {
-            Status st = saveConfig();
-            // The reply's data is one LLRPStatus parameter: the ERROR_MESSAGE frame of that
-            // status without its 10-byte message header.
-            std::vector<uint8_t> statusFrame;
-            llrp::Error e = llrp::encode(llrp::Message{id, llrp::ErrorMessage{toLlrpStatus(st)}},
-                                         statusFrame);
-            llrp::CustomMessage reply;
-            reply.vendorId = kVendorId;
-            reply.subtype = kSaveConfigReplySubtype;
-            if (e.ok() && statusFrame.size() > llrp::kHeaderSize) {
-              reply.data.assign(statusFrame.begin() + llrp::kHeaderSize, statusFrame.end());
-            }
-            respond(out, id, std::move(reply));
-          } else {
-            llrp::LLRPStatus s;
-            s.statusCode = llrp::StatusCode::kMUnsupportedMessage;
-            s.errorDescription = "CUSTOM_MESSAGE of vendor " + std::to_string(body.vendorId) +
-                                 " subtype " + std::to_string(body.subtype) + " is not supported";
-            respond(out, id, llrp::ErrorMessage{s});
-            stats_.errorMessagesSent++;
-          }
-        } else {
-          // Everything else is a reader-to-client message.
-          llrp::LLRPStatus s;
-          s.statusCode = llrp::StatusCode::kMUnsupportedMessage;
-          s.errorDescription = std::string(llrp::messageName(T::kMessageType)) +
-                               " is not a request a reader accepts";
-          respond(out, id, llrp::ErrorMessage{s});
-          stats_.errorMessagesSent++;
-        }
-      },
-      message.body);
-  deferEvents_ = false;
-  flushDeferred();
-  g.unlock();
-  wakeRadio();
 }
 
 Clock::time_point Reader::tick(Clock::time_point now) {
@@ -647,9 +530,9 @@ std::string Reader::bufferOverflow() {
   return "ok sent";
 }
 
-std::string Reader::describeSpecs() {
+std::string Reader::describeROSpecs() {
   std::lock_guard<std::mutex> g(lock_);
-  std::string s = engine_.describeSpecs();
+  std::string s = engine_.describeROSpecs();
   return s.empty() ? "ok none" : "ok " + s;
 }
 

@@ -33,8 +33,9 @@ class Reader : private EngineSink {
   void detach(Outbox* outbox);
   // Whether a connection is attached.
   bool attached();
-  // Handles one decoded client message, queueing the response and what follows it; sets
-  // closeAfter for CLOSE_CONNECTION.
+  // Handles one decoded client message through its handler, queueing the response and what
+  // follows it; sets closeAfter for CLOSE_CONNECTION. A message without a handler gets LLRP's
+  // M_UnsupportedMessage answer.
   void handle(const llrp::Message& message, Outbox& outbox, bool& closeAfter);
   // Answers an undecodable frame with ERROR_MESSAGE carrying status.
   void sendError(Outbox& outbox, uint32_t messageId, const llrp::LLRPStatus& status);
@@ -60,7 +61,7 @@ class Reader : private EngineSink {
   std::string setRate(double rate);
   std::string bufferWarning();
   std::string bufferOverflow();
-  std::string describeSpecs();
+  std::string describeROSpecs();
   std::string describePower();
 
  private:
@@ -70,6 +71,38 @@ class Reader : private EngineSink {
     size_t reads = 0;       // TagReportData entries when the message is a report
     bool isReport = false;
   };
+
+  // What a request's handler needs besides the message.
+  struct Request {
+    Outbox& out;
+    uint32_t id;
+    Clock::time_point now;
+    bool& closeAfter;
+  };
+  using Handler = void (Reader::*)(const llrp::Message& message, Request& request);
+  struct HandlerEntry {
+    llrp::MessageType type;
+    Handler handler;
+  };
+  // The handler of a message type a client may send, or null (requests.cc has the table).
+  static const HandlerEntry* handlerFor(llrp::MessageType type);
+  // LLRP's answer to a message the simulator does not take: M_UnsupportedMessage.
+  void answerUnsupported(const llrp::Message& message, Request& request);
+  // The handlers, called with lock_ held; each queues its response.
+  void onGetReaderCapabilities(const llrp::Message& message, Request& request);
+  void onGetReaderConfig(const llrp::Message& message, Request& request);
+  void onSetReaderConfig(const llrp::Message& message, Request& request);
+  void onCloseConnection(const llrp::Message& message, Request& request);
+  void onAddROSpec(const llrp::Message& message, Request& request);
+  void onDeleteROSpec(const llrp::Message& message, Request& request);
+  void onStartROSpec(const llrp::Message& message, Request& request);
+  void onStopROSpec(const llrp::Message& message, Request& request);
+  void onEnableROSpec(const llrp::Message& message, Request& request);
+  void onDisableROSpec(const llrp::Message& message, Request& request);
+  void onDeleteAccessSpec(const llrp::Message& message, Request& request);
+  void onGetReport(const llrp::Message& message, Request& request);
+  void onEnableEventsAndReports(const llrp::Message& message, Request& request);
+  void onCustomMessage(const llrp::Message& message, Request& request);
 
   // EngineSink, called with lock_ held.
   void roSpecStarted(uint32_t roSpecId) override;

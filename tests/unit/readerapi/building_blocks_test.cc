@@ -6,7 +6,7 @@
 #include <thread>
 #include <string>
 
-#include "readerapi/inventory_spec.h"
+#include "readerapi/rospec_builder.h"
 #include "readerapi/rfid_api.h"
 #include "readerapi/tag_buffer.h"
 
@@ -91,7 +91,7 @@ InventoryRequest requestWith(StartTriggerType start, StopTriggerType stop) {
   return r;
 }
 
-TEST(InventorySpec, StartTriggers) {
+TEST(RoSpecBuilder, StartTriggers) {
   struct Case {
     StartTriggerType start;
     llrp::ROSpecStartTriggerType expected;
@@ -118,7 +118,7 @@ TEST(InventorySpec, StartTriggers) {
   }
 }
 
-TEST(InventorySpec, StopTriggers) {
+TEST(RoSpecBuilder, StopTriggers) {
   bool needsStart;
   auto dur =
       buildRoSpec(requestWith(StartTriggerType::Immediate, StopTriggerType::Duration), needsStart);
@@ -153,7 +153,7 @@ TEST(InventorySpec, StopTriggers) {
             llrp::ROSpecStopTriggerType::kNull);
 }
 
-TEST(InventorySpec, AntennaPowerSessionFiltersAndReportFields) {
+TEST(RoSpecBuilder, AntennaPowerSessionFiltersAndReportFields) {
   auto req = requestWith(StartTriggerType::Immediate, StopTriggerType::None);
   StoredPreFilter f;
   f.pattern = {0xE2, 0x80};

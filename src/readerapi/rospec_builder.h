@@ -1,4 +1,4 @@
-// src/readerapi/inventory_spec.h — turns the library's inventory request (triggers, antennas,
+// src/readerapi/rospec_builder.h — turns the library's inventory request (triggers, antennas,
 // singulation, pre-filters, tag fields) into one LLRP ROSpec. Pure: no connection involved.
 //
 // Trigger mapping (LLRP 1.0.1):

@@ -1,5 +1,5 @@
-// src/readerapi/inventory_spec.cc — see inventory_spec.h.
-#include "readerapi/inventory_spec.h"
+// src/readerapi/rospec_builder.cc — see rospec_builder.h.
+#include "readerapi/rospec_builder.h"
 
 #include <algorithm>
 
@@ -127,7 +127,7 @@ llrp::AntennaConfiguration antennaConfig(const AntennaPlan& a, const InventoryRe
   return c;
 }
 
-llrp::ROReportSpec reportSpec(const InventoryRequest& r) {
+llrp::ROReportSpec roReportSpec(const InventoryRequest& r) {
   llrp::ROReportSpec report;
   report.roReportTrigger = llrp::ROReportTriggerType::kUponNTagsOrEndOfROSpec;
   // One read per report unless the caller asked for bigger reports: reads reach the callback
@@ -168,7 +168,7 @@ llrp::ROSpec buildRoSpec(const InventoryRequest& request, bool& needsStart) {
     ips.antennaConfigurations.push_back(antennaConfig(a, request));
   ai.inventoryParameterSpecs.push_back(std::move(ips));
   roSpec.aiSpecs.push_back(std::move(ai));
-  roSpec.roReportSpec = reportSpec(request);
+  roSpec.roReportSpec = roReportSpec(request);
   return roSpec;
 }
 
