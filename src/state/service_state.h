@@ -59,7 +59,7 @@ struct ServiceState {
 
   // Configuration records: written by their readers on the main thread before a mode starts,
   // read by the event thread and the relay worker while it runs.
-  SerialPortConfig serialPortConfig;      // PortDescriptor: main opens/closes, event thread writes
+  SerialPortConfig serialPortConfig;
   InventoryControlConfig inventoryControl;
   DataFormatConfig dataFormat;
   TcpIpConfig tcpIpConfig;
@@ -68,6 +68,10 @@ struct ServiceState {
   ReaderName readerName;
   RelayConfig relayConfig;
   CloudSettings cloudSettings;
+
+  // The serial push's open port, -1 while closed: main opens and closes it, the event thread
+  // writes to it and closes it after a failed write.
+  std::atomic<int32_t> serialPortDescriptor{-1};
 
   // Tag read processing (event thread only).
   bool serialTxFull = false;              // "BUFFER_FULL_EVENT" sent and not yet cleared
