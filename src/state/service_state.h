@@ -28,7 +28,6 @@ struct ServiceState {
   std::atomic<int> terminationSignal{0};  // signal handler writes; main thread reads
   int signalPipe[2] = {-1, -1};           // handler writes a byte; command loop wakes on it
   int ueventSocket = -1;                  // main thread (start-up); command loop reads
-  char ueventBuffer[4096] = {};           // command loop only
 
   // Command channel (main thread only).
   int commandListener = 0;
