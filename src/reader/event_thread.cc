@@ -1,10 +1,7 @@
 #include "reader/event_thread.h"
 
 #include <pthread.h>
-#include <semaphore.h>
 
-#include <cerrno>
-#include <ctime>
 #include <optional>
 
 #include "state/console.h"
@@ -104,56 +101,33 @@ void discardBufferedReads(ReaderHandle handle, DiscardReason why) {
   RFID_DeallocateTag(handle, tag);
 }
 
-void startEventThread(ReaderHandle handle) {
+void startEventThread() {
   ServiceState& s = serviceState;
-  sem_init(&s.eventSemaphore, 0, 0);
   s.eventThreadStop = false;
-  if (pthread_create(&s.eventThreadHandle, nullptr, ProcessRfidEventsThread,
-                     reinterpret_cast<void*>(static_cast<uintptr_t>(handle))) == 0) {
+  if (pthread_create(&s.eventThreadHandle, nullptr, ProcessRfidEventsThread, &s) == 0) {
     pthread_setname_np(s.eventThreadHandle, "readerEvent");
     s.eventThreadStarted = true;
   }
 }
 
-void onReaderEvent(ReaderHandle, uint32_t eventCode) {
-  ServiceState& s = serviceState;
-  uint32_t count;
-  {
-    std::lock_guard<std::mutex> guard(s.eventQueueLock);
-    s.eventQueue.push_back(eventCode);
-    count = ++s.eventQueueCount;
-  }
-  if (count > kEventWakeThreshold) sem_post(&s.eventSemaphore);
-}
+void onReaderEvent(ReaderHandle, uint32_t eventCode) { serviceState.eventQueue.push(eventCode); }
 
-void* ProcessRfidEventsThread(void*) {
-  ServiceState& s = serviceState;
+void* ProcessRfidEventsThread(void* state) {
+  ServiceState& s = *static_cast<ServiceState*>(state);
   for (;;) {
     if (s.eventThreadStop) {
       Logger::log(LogLevel::kInfo, "ProcessRfidEventsThread stop testing");
       return nullptr;
     }
-    timespec deadline;
-    if (clock_gettime(CLOCK_REALTIME, &deadline) == 0) {
-      deadline.tv_sec += 1;
-      sem_timedwait(&s.eventSemaphore, &deadline);
-    } else {
-      sem_wait(&s.eventSemaphore);
-    }
+    s.eventQueue.waitASecond();
     for (;;) {
       if (s.eventThreadStop) {
         Logger::log(LogLevel::kInfo, "ProcessRfidEventsThread stop testing");
         return nullptr;
       }
-      uint32_t code;
-      {
-        std::lock_guard<std::mutex> guard(s.eventQueueLock);
-        if (s.eventQueue.empty()) break;
-        code = s.eventQueue.front();
-        s.eventQueue.pop_front();
-        --s.eventQueueCount;
-      }
-      handleReaderEvent(s.readerHandle, code);
+      const std::optional<uint32_t> code = s.eventQueue.pop();
+      if (!code) break;
+      handleReaderEvent(s.readerHandle, *code);
     }
   }
 }
@@ -211,11 +185,10 @@ void stopEventThread() {
   ServiceState& s = serviceState;
   s.eventThreadStop = true;
   if (!s.eventThreadStarted) return;
-  // The stop flag is checked at every wake-up; the post makes the wake-up immediate.
-  sem_post(&s.eventSemaphore);
+  // The stop flag is checked at every wake-up; this makes the wake-up immediate.
+  s.eventQueue.wake();
   pthread_join(s.eventThreadHandle, nullptr);
   s.eventThreadStarted = false;
-  sem_destroy(&s.eventSemaphore);
 }
 
 }  // namespace tessera

@@ -5,16 +5,15 @@
 #pragma once
 
 #include <pthread.h>
-#include <semaphore.h>
 
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <mutex>
 #include <string>
 
 #include "config/config_records.h"
+#include "state/event_queue.h"
 #include "state/read_ledger.h"
 #include "spool/spool.h"
 #include "readerapi/rfid_types.h"
@@ -117,10 +116,7 @@ struct ServiceState {
   class TcpServer* tcpServer = nullptr;   // relay's TCP/IP channel; see relayStart/relayStop
 
   // Event queue: reader API threads push, the event thread drains.
-  std::mutex eventQueueLock;              // guards eventQueue and eventQueueCount
-  std::deque<uint32_t> eventQueue;
-  uint32_t eventQueueCount = 0;
-  sem_t eventSemaphore{};                 // posted above 100 waiting events and on stop
+  EventQueue eventQueue;
   std::atomic<bool> eventThreadStop{false};  // cleanup writes; event thread polls
   pthread_t eventThreadHandle{};
   bool eventThreadStarted = false;        // main thread
