@@ -41,11 +41,8 @@ void joinRelayWorker(bool wakeAccept) {
   // The worker is never cancelled: it is told to stop and woken wherever it waits (the
   // condition, its pause, accept on the TCP/IP listener, a post in progress), so no lock is
   // ever left held.
-  {
-    std::lock_guard<std::mutex> wake(s.relayWakeLock);
-    s.relayWorkerStop = true;
-  }
-  s.relayWakeCond.notify_all();
+  s.relayWorkerStop = true;
+  s.relayPending.wake();
   if (wakeAccept && s.tcpServer != nullptr && s.tcpServer->listeningSocket() > 0) {
     shutdown(s.tcpServer->listeningSocket(), SHUT_RDWR);
   }
@@ -55,16 +52,9 @@ void joinRelayWorker(bool wakeAccept) {
 
 void discardRelayHoldings() {
   ServiceState& s = serviceState;
-  {
-    std::lock_guard<std::mutex> outer(s.relayPendingOuterLock);
-    std::lock_guard<std::mutex> inner(s.relayPendingInnerLock);
-    s.relayPending.clear();
-    s.relayPendingLength = 0;
-    s.readLedger.discarded(DiscardReason::Stopped,
-                           s.relayPendingReads + s.relayBatchReads + s.relayInFlightReads);
-    s.relayPendingReads = 0;
-    s.relayRecordsReady = false;
-  }
+  const uint64_t pendingReads = s.relayPending.clear();
+  s.readLedger.discarded(DiscardReason::Stopped,
+                         pendingReads + s.relayBatchReads + s.relayInFlightReads);
   s.relayBatch.clear();
   s.relayBatchReads = 0;
   s.relayBatchHeartbeat = std::string::npos;
@@ -72,7 +62,6 @@ void discardRelayHoldings() {
   s.relayInFlightSent = 0;
   s.relayInFlightReads = 0;
   s.relayBatchSeq = -1;
-  s.relayPendingFull = false;
 }
 
 void relayStop() {

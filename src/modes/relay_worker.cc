@@ -184,7 +184,7 @@ void* relayWorker(void*) {
       }
     }
     bool took = false;
-    if (s.relayRecordsReady) {
+    if (s.relayPending.ready()) {
       took = takeRecords(s);
     } else if (!s.relayConfig.HeartbeatEnabled && !resend) {
       // A batch still to be (re)sent is never left waiting for the next tag to pass.

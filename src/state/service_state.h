@@ -7,7 +7,6 @@
 #include <pthread.h>
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <mutex>
 #include <string>
@@ -15,6 +14,7 @@
 #include "config/config_records.h"
 #include "state/event_queue.h"
 #include "state/read_ledger.h"
+#include "state/relay_queue.h"
 #include "spool/spool.h"
 #include "readerapi/rfid_types.h"
 
@@ -79,15 +79,9 @@ struct ServiceState {
   // Where every read went; every thread that moves reads updates it (it has its own lock).
   ReadLedger readLedger;
 
-  // Relay hand-off between tag read processing (producer) and the relay worker (consumer).
-  std::mutex relayPendingOuterLock;       // taken first; with the inner lock guards relayPending
-  std::mutex relayPendingInnerLock;       // taken second; guards relayPending
-  std::string relayPending;
-  uint64_t relayPendingReads = 0;         // tag records in relayPending (heartbeats are none)
-  std::atomic<size_t> relayPendingLength{0};  // relayPending's size, for the unlocked limit test
-  std::atomic<bool> relayRecordsReady{false};  // set with relayPending, read under relayWakeLock
-  std::mutex relayWakeLock;               // taken alone; pairs with relayWakeCond
-  std::condition_variable relayWakeCond;
+  // Relay hand-off between tag read processing (producer) and the relay worker (consumer); the
+  // worker also sleeps on it between passes. Appends count in readLedger, declared above it.
+  RelayQueue relayPending{readLedger};
   std::atomic<bool> inventoryPausedForBuffer{false};  // event thread sets, worker clears
 
   // Relay worker and its batch: the start (main) prepares them, the worker owns them while it
@@ -107,7 +101,6 @@ struct ServiceState {
   // The worker can put batches into the spool now: tag read processing then wakes the worker at
   // 70 KiB instead of pausing the inventory.
   std::atomic<bool> spoolAccepting{false};
-  std::atomic<bool> relayPendingFull{false};  // 70 KiB pending with the spool: wake the worker
   int64_t relayBatchSeq = -1;             // the open batch's number with the spool, else -1
   int64_t lastHeartbeat = 0;              // seconds of the wall clock; worker after start
   pthread_t relayThread{};
