@@ -27,8 +27,7 @@ void fatalExit(ServiceState& s, const char* text) {
   s.relayActive = false;
   const int32_t mode = s.relayConfig.relayMode;
   if (mode == static_cast<int32_t>(RelayMode::HttpPost)) {
-    delete s.httpClient;
-    s.httpClient = nullptr;
+    s.httpClient.reset();
   } else if (mode == static_cast<int32_t>(RelayMode::UsbHid)) {
     hidClose();
     if (s.hidGadgetLoaded) switchToEthernetGadget();

@@ -71,15 +71,12 @@ void relayStop() {
   if (s.tcpServer != nullptr) {
     s.tcpServer->closeClient();
     s.tcpServer->closeServer();
-    delete s.tcpServer;
-    s.tcpServer = nullptr;
+    s.tcpServer.reset();
   }
   discardRelayHoldings();
-  delete s.httpClient;
-  s.httpClient = nullptr;
+  s.httpClient.reset();
   // Publishes the retained "offline" and disconnects before the client goes.
-  delete s.mqttClient;
-  s.mqttClient = nullptr;
+  s.mqttClient.reset();
   releaseHidDevice();
   releaseUsbDriveFile();
   if (s.hidGadgetLoaded) {

@@ -174,8 +174,7 @@ void* relayWorker(void*) {
       if (client < 0) {
         Logger::log(LogLevel::kInfo, "Tagrelay: Error accepting socket connection\n");
         s.tcpServer->closeServer();
-        delete s.tcpServer;
-        s.tcpServer = nullptr;
+        s.tcpServer.reset();
         commonExit();
         return nullptr;
       }

@@ -13,12 +13,18 @@
 
 #include "config/config_records.h"
 #include "state/event_queue.h"
+#include "state/owned.h"
 #include "state/read_ledger.h"
 #include "state/relay_queue.h"
 #include "spool/spool.h"
 #include "readerapi/rfid_types.h"
 
 namespace tessera {
+
+// The relay's channel objects, owned here and defined by the output layer above.
+class HTTPClient;
+class MqttClient;
+class TcpServer;
 
 constexpr int kCommandClientSlots = 30;
 
@@ -106,7 +112,7 @@ struct ServiceState {
   pthread_t relayThread{};
   bool relayThreadStarted = false;        // main thread
   std::atomic<bool> relayWorkerStop{false};  // stop sets it and wakes the worker
-  class TcpServer* tcpServer = nullptr;   // relay's TCP/IP channel; see relayStart/relayStop
+  Owned<TcpServer> tcpServer;             // relay's TCP/IP channel; see relayStart/relayStop
 
   // Event queue: reader API threads push, the event thread drains.
   EventQueue eventQueue;
@@ -117,10 +123,9 @@ struct ServiceState {
   // ---- Relay output channels: HTTP POST client, USB HID keyboard, USB flash drive file ----
   // The relay start (main thread) creates the HTTP client, the relay worker posts through it, and
   // the relay stop (main, after joining the worker) or the worker's own fatal exit destroys it.
-  // The elaborated "class" declares tessera::HTTPClient here without an include.
-  class HTTPClient* httpClient = nullptr;
+  Owned<HTTPClient> httpClient;
   // Likewise the MQTT client (relay mode 5), whose own network thread keeps the connection.
-  class MqttClient* mqttClient = nullptr;
+  Owned<MqttClient> mqttClient;
   // The relay start (main) switches the USB device port to the HID gadget and opens /dev/hidg0;
   // the worker types into it; the relay stop (main, after the join) or the worker's fatal exit
   // closes it and switches back.
@@ -131,6 +136,13 @@ struct ServiceState {
   std::mutex usbDriveLock;                // guards usbDriveFd and usbDriveFileOpened
   int usbDriveFd = -1;                    // open CSV file on the drive, -1 when none
   int64_t usbDriveFileOpened = -1;        // seconds since the epoch when it was opened, -1 none
+
+  ServiceState() = default;
+  ServiceState(const ServiceState&) = delete;
+  ServiceState& operator=(const ServiceState&) = delete;
+  // Leaves the channel objects alone: the exits on socket failures end the process while the
+  // relay worker may still be posting or publishing through them.
+  ~ServiceState();
 };
 
 // The process-wide state, built right after the Logger.
