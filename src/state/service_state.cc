@@ -9,6 +9,7 @@ ServiceState::~ServiceState() {
   static_cast<void>(httpClient.release());
   static_cast<void>(mqttClient.release());
   static_cast<void>(tcpServer.release());
+  static_cast<void>(dataChannel.release());
 }
 
 }  // namespace tessera

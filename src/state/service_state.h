@@ -21,7 +21,8 @@
 
 namespace tessera {
 
-// The relay's channel objects, owned here and defined by the output layer above.
+// The channel objects, owned here and defined by the output layer above.
+class DataChannel;
 class HTTPClient;
 class MqttClient;
 class TcpServer;
@@ -39,11 +40,8 @@ struct ServiceState {
   int commandClients[kCommandClientSlots] = {};
 
   // Data channel: the thread writes the client descriptor; every thread that notifies reads it.
-  std::atomic<int> dataChannelListener{0};
   std::atomic<int> dataChannelClientFd{-1};
-  int dataChannelWake = -1;               // eventfd: cleanup wakes the data channel thread
-  pthread_t dataChannelThreadHandle{};
-  bool dataChannelThreadStarted = false;  // main thread
+  Owned<DataChannel> dataChannel;         // its thread and listener; main starts and stops it
   char macAddress[24] = "00:00:00:00:00:00";
   bool macAddressKnown = false;
 
@@ -141,7 +139,8 @@ struct ServiceState {
   ServiceState(const ServiceState&) = delete;
   ServiceState& operator=(const ServiceState&) = delete;
   // Leaves the channel objects alone: the exits on socket failures end the process while the
-  // relay worker may still be posting or publishing through them.
+  // relay worker may still be posting or publishing through them, or from the data channel's
+  // own thread, which could not join itself.
   ~ServiceState();
 };
 
