@@ -17,8 +17,8 @@ inline constexpr double kRelayRetrySeconds = 10.0;
 [[nodiscard]] int relayStart(bool reread);
 // One attempt: output channel, reader connection and settings, inventory; 0, -1, -3 or -5.
 [[nodiscard]] int relayStartOnce();
-// Thread entry of "easyTagrelay".
-void* relayWorker(void* unused);
+// Thread entry of "easyTagrelay", given the ServiceState whose relay it serves.
+void* relayWorker(void* state);
 // Stops the relay worker and releases the relay's output channels; safe when none runs.
 void relayStop();
 

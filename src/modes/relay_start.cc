@@ -301,7 +301,7 @@ int relayStart(bool reread) {
     return code;
   }
   Logger::log(LogLevel::kInfo, "Tagrelay: Starting thread for Tagrelay\n");
-  if (pthread_create(&s.relayThread, nullptr, relayWorker, nullptr) == 0) {
+  if (pthread_create(&s.relayThread, nullptr, relayWorker, &s) == 0) {
     pthread_setname_np(s.relayThread, "easyTagrelay");
     s.relayThreadStarted = true;
   }

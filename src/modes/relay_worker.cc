@@ -146,8 +146,8 @@ SendResult send(ServiceState& s) {
 
 }  // namespace
 
-void* relayWorker(void*) {
-  ServiceState& s = serviceState;
+void* relayWorker(void* state) {
+  ServiceState& s = *static_cast<ServiceState*>(state);
   if (s.relayConfig.relayMode == 0) {
     commonExit();
     return nullptr;
