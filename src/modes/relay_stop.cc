@@ -22,13 +22,7 @@ void releaseHidDevice() {
 }
 
 void releaseUsbDriveFile() {
-  ServiceState& s = serviceState;
-  bool driveOpen;
-  {
-    std::lock_guard<std::mutex> guard(s.usbDriveLock);
-    driveOpen = s.usbDriveFd != -1;
-  }
-  if (driveOpen) {
+  if (serviceState.usbDrive.isOpen()) {
     usbDriveDisconnect();
   } else {
     Logger::log(LogLevel::kDebug, "USB Flash Drive is not connected.");

@@ -16,6 +16,7 @@
 #include "state/owned.h"
 #include "state/read_ledger.h"
 #include "state/relay_queue.h"
+#include "state/usb_drive_file.h"
 #include "spool/spool.h"
 #include "readerapi/rfid_types.h"
 
@@ -129,11 +130,8 @@ struct ServiceState {
   // closes it and switches back.
   bool hidGadgetLoaded = false;
   int hidFd = -1;
-  // The relay worker opens, writes and rotates the CSV file; the command thread closes it when
-  // the drive is pulled out and the relay stop (main) closes it too, while the worker may write.
-  std::mutex usbDriveLock;                // guards usbDriveFd and usbDriveFileOpened
-  int usbDriveFd = -1;                    // open CSV file on the drive, -1 when none
-  int64_t usbDriveFileOpened = -1;        // seconds since the epoch when it was opened, -1 none
+  // The CSV file on the USB flash drive (usbDriveFd and usbDriveFileOpened) with its lock.
+  UsbDriveFile usbDrive;
 
   ServiceState() = default;
   ServiceState(const ServiceState&) = delete;
