@@ -101,13 +101,34 @@ void discardBufferedReads(ReaderHandle handle, DiscardReason why) {
   RFID_DeallocateTag(handle, tag);
 }
 
+// The "readerEvent" thread's handle; one lives in serviceState.eventThread from
+// startEventThread to stopEventThread.
+class EventThread {
+ public:
+  explicit EventThread(ServiceState& s) : queue_(s.eventQueue) {
+    started_ = pthread_create(&thread_, nullptr, ProcessRfidEventsThread, &s) == 0;
+    if (started_) pthread_setname_np(thread_, "readerEvent");
+  }
+  // Wakes the thread, which must have been told to stop, and joins it.
+  ~EventThread() {
+    if (!started_) return;
+    // The stop flag is checked at every wake-up; this makes the wake-up immediate.
+    queue_.wake();
+    pthread_join(thread_, nullptr);
+  }
+  EventThread(const EventThread&) = delete;
+  EventThread& operator=(const EventThread&) = delete;
+
+ private:
+  EventQueue& queue_;
+  pthread_t thread_{};
+  bool started_ = false;
+};
+
 void startEventThread() {
   ServiceState& s = serviceState;
   s.eventThreadStop = false;
-  if (pthread_create(&s.eventThreadHandle, nullptr, ProcessRfidEventsThread, &s) == 0) {
-    pthread_setname_np(s.eventThreadHandle, "readerEvent");
-    s.eventThreadStarted = true;
-  }
+  s.eventThread = makeOwned<EventThread>(s);
 }
 
 void onReaderEvent(ReaderHandle, uint32_t eventCode) { serviceState.eventQueue.push(eventCode); }
@@ -184,11 +205,7 @@ void handleReaderEvent(ReaderHandle handle, uint32_t eventCode) {
 void stopEventThread() {
   ServiceState& s = serviceState;
   s.eventThreadStop = true;
-  if (!s.eventThreadStarted) return;
-  // The stop flag is checked at every wake-up; this makes the wake-up immediate.
-  s.eventQueue.wake();
-  pthread_join(s.eventThreadHandle, nullptr);
-  s.eventThreadStarted = false;
+  s.eventThread.reset();
 }
 
 }  // namespace tessera

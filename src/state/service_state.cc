@@ -10,6 +10,7 @@ ServiceState::~ServiceState() {
   static_cast<void>(mqttClient.release());
   static_cast<void>(tcpServer.release());
   static_cast<void>(dataChannel.release());
+  static_cast<void>(eventThread.release());
 }
 
 }  // namespace tessera

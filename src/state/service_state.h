@@ -22,8 +22,9 @@
 
 namespace tessera {
 
-// The channel objects, owned here and defined by the output layer above.
+// The channel objects and threads: owned here, defined by the layers above.
 class DataChannel;
+class EventThread;
 class HTTPClient;
 class MqttClient;
 class TcpServer;
@@ -116,8 +117,7 @@ struct ServiceState {
   // Event queue: reader API threads push, the event thread drains.
   EventQueue eventQueue;
   std::atomic<bool> eventThreadStop{false};  // cleanup writes; event thread polls
-  pthread_t eventThreadHandle{};
-  bool eventThreadStarted = false;        // main thread
+  Owned<EventThread> eventThread;         // its thread handle; main starts and stops it
 
   // ---- Relay output channels: HTTP POST client, USB HID keyboard, USB flash drive file ----
   // The relay start (main thread) creates the HTTP client, the relay worker posts through it, and
@@ -136,9 +136,9 @@ struct ServiceState {
   ServiceState() = default;
   ServiceState(const ServiceState&) = delete;
   ServiceState& operator=(const ServiceState&) = delete;
-  // Leaves the channel objects alone: the exits on socket failures end the process while the
-  // relay worker may still be posting or publishing through them, or from the data channel's
-  // own thread, which could not join itself.
+  // Leaves the channel objects and threads alone: the exits on socket failures end the process
+  // while the relay worker may still post or publish through them, and may run on the data
+  // channel's own thread, which cannot join itself.
   ~ServiceState();
 };
 
