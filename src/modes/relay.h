@@ -37,9 +37,5 @@ void joinRelayWorker(bool wakeAccept);
 // Drops, and counts as discarded, every relay record not yet delivered: pending, batch and the
 // TCP/IP report in flight.
 void discardRelayHoldings();
-// Closes /dev/hidg0 when open (a level-7 line when not).
-void releaseHidDevice();
-// Closes the USB drive's CSV file when open (a level-7 line when not).
-void releaseUsbDriveFile();
 
 }  // namespace tessera

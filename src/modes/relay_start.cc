@@ -14,6 +14,7 @@
 #include "output/http_client.h"
 #include "output/mqtt_client.h"
 #include "output/tcp_server.h"
+#include "output/usb_drive.h"
 #include "output/usb_hid.h"
 #include "platform/platform.h"
 #include "reader/event_thread.h"
@@ -112,9 +113,9 @@ int openChannel(ServiceState& s) {
 void releaseChannelAfterConnectFailure(ServiceState& s) {
   s.httpClient.reset();
   s.mqttClient.reset();
-  releaseHidDevice();
+  hidClose();
   if (s.hidGadgetLoaded) switchToEthernetGadget();
-  releaseUsbDriveFile();
+  usbDriveDisconnect();
 }
 
 void setAntennaPowers(ServiceState& s, ReaderHandle handle) {

@@ -12,23 +12,6 @@
 
 namespace tessera {
 
-void releaseHidDevice() {
-  ServiceState& s = serviceState;
-  if (s.hidFd != -1) {
-    hidClose();
-  } else {
-    Logger::log(LogLevel::kDebug, "USB HID Device is not opened.");
-  }
-}
-
-void releaseUsbDriveFile() {
-  if (serviceState.usbDrive.isOpen()) {
-    usbDriveDisconnect();
-  } else {
-    Logger::log(LogLevel::kDebug, "USB Flash Drive is not connected.");
-  }
-}
-
 void joinRelayWorker(bool wakeAccept) {
   ServiceState& s = serviceState;
   if (!s.relayThreadStarted) return;
@@ -71,8 +54,8 @@ void relayStop() {
   s.httpClient.reset();
   // Publishes the retained "offline" and disconnects before the client goes.
   s.mqttClient.reset();
-  releaseHidDevice();
-  releaseUsbDriveFile();
+  hidClose();
+  usbDriveDisconnect();
   if (s.hidGadgetLoaded) {
     switchToEthernetGadget();
     s.hidGadgetLoaded = false;

@@ -18,13 +18,7 @@ struct UsbDriveFile {
     if (fd >= 0) close(fd);
   }
 
-  // Whether a file is open, under the lock.
-  [[nodiscard]] bool isOpen() const {
-    std::lock_guard<std::mutex> guard(lock);
-    return fd != -1;
-  }
-
-  mutable std::mutex lock;  // guards fd and opened
+  std::mutex lock;  // guards fd and opened
   int fd = -1;              // the open file's descriptor, -1 when none
   int64_t opened = -1;      // seconds since the epoch when it was opened, -1 when none
 };
