@@ -28,8 +28,8 @@ void handOverToRelay(const ReaderTagData& tag, const TagView& view) {
     length = formatJsonTagRecord(out, tag, view, s.relayConfig.TagMetaData,
                                  s.relayConfig.HeartbeatEnabled);
   }
-  const size_t pending = s.relayPending.append(std::string_view(record, length));
-  if (pending >= kRelayBatchLimit) {
+  s.relayPending.append(std::string_view(record, length));
+  if (s.relayPending.size() >= kRelayBatchLimit) {
     if (s.spoolAccepting) {
       // The spool takes what the sink cannot: the worker is woken instead of the reader paused.
       s.relayPending.markFull();
@@ -40,6 +40,7 @@ void handOverToRelay(const ReaderTagData& tag, const TagView& view) {
       s.inventoryPausedForBuffer = true;
     }
   }
+  s.relayPending.wake();
 }
 
 void writeSerial(const ReaderTagData& tag, const TagView& view) {

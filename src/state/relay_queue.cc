@@ -3,18 +3,12 @@
 
 namespace tessera {
 
-size_t RelayQueue::append(std::string_view record) {
-  size_t length;
-  {
-    std::lock_guard<std::mutex> guard(lock_);
-    pending_.append(record);
-    length = pending_.size();
-    length_ = length;
-    ++reads_;
-    ledger_.takenAndHeld(1);
-  }
-  wakeUp_.notify_one();
-  return length;
+void RelayQueue::append(std::string_view record) {
+  std::lock_guard<std::mutex> guard(lock_);
+  pending_.append(record);
+  length_ = pending_.size();
+  ++reads_;
+  ledger_.takenAndHeld(1);
 }
 
 uint64_t RelayQueue::takeInto(std::string& batch) {
@@ -43,11 +37,8 @@ bool RelayQueue::ready() const {
 }
 
 void RelayQueue::markFull() {
-  {
-    std::lock_guard<std::mutex> guard(lock_);
-    full_ = true;
-  }
-  wakeUp_.notify_one();
+  std::lock_guard<std::mutex> guard(lock_);
+  full_ = true;
 }
 
 bool RelayQueue::clearFull() {

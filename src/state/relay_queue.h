@@ -30,8 +30,9 @@ class RelayQueue {
   RelayQueue(const RelayQueue&) = delete;
   RelayQueue& operator=(const RelayQueue&) = delete;
 
-  // Tag read processing: appends one tag record and wakes the worker; the pending bytes after it.
-  size_t append(std::string_view record);
+  // Tag read processing: appends one tag record. The caller wakes the worker once it has decided
+  // on pausing the inventory, so that the worker's take sees the pause and can end it.
+  void append(std::string_view record);
   // Worker: moves every pending record to the end of `batch`; the tag records moved.
   uint64_t takeInto(std::string& batch);
   // Drops every pending record and the full mark; the tag records dropped.
@@ -40,7 +41,7 @@ class RelayQueue {
   size_t size() const { return length_.load(); }
   // Whether records wait that the worker has not taken.
   bool ready() const;
-  // Tag read processing with the spool: the limit is reached; wakes the worker.
+  // Tag read processing with the spool: the limit is reached.
   void markFull();
   // Worker: clears the full mark; whether it was set.
   bool clearFull();
