@@ -7,12 +7,14 @@
 
 namespace tessera {
 
+// Destroys through the function that makeOwned chose, where T was complete.
 template <class T>
 struct OwnedDelete {
   void (*destroy)(T*) = nullptr;
   void operator()(T* object) const { destroy(object); }
 };
 
+// Null, or the one owner of a T made by makeOwned.
 template <class T>
 using Owned = std::unique_ptr<T, OwnedDelete<T>>;
 
