@@ -73,7 +73,7 @@ void startService() {
   // What an earlier run left in the spool is counted from the start, and delivered by the next
   // relay start. A folder that cannot be used now is tried again by the relay.
   if (!platform::settings().spoolDir.empty()) static_cast<void>(openSpool(s));
-  startEventThread(s.readerHandle);
+  startEventThread();
   startDataChannel();
   s.ueventSocket = openUeventSocket();
   bootAutostart();

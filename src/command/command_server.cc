@@ -96,12 +96,10 @@ void serveClient(ServiceState& s, int slot) {
 }  // namespace
 
 void handleUevent() {
-  ServiceState& s = serviceState;
-  std::memset(s.ueventBuffer, 0, sizeof s.ueventBuffer);
+  char buffer[4096] = {};
   // The last byte stays zero so that the text search below always ends inside the buffer.
-  if (recv(s.ueventSocket, s.ueventBuffer, sizeof s.ueventBuffer - 1, 0) < 0) return;
-  if (std::strstr(s.ueventBuffer, "remove") != nullptr &&
-      std::strstr(s.ueventBuffer, "block") != nullptr) {
+  if (recv(serviceState.ueventSocket, buffer, sizeof buffer - 1, 0) < 0) return;
+  if (std::strstr(buffer, "remove") != nullptr && std::strstr(buffer, "block") != nullptr) {
     usbDriveDisconnect();
     const std::string unmount = std::string("umount ") + platform::kUsbDriveMountPoint;
     platform::runShell(unmount.c_str());

@@ -27,7 +27,6 @@ inline constexpr TagMetaFlags kTagMetaChannel = 128;
 // The SerialPortConf section and the CSV header built from it.
 struct SerialPortConfig {
   int32_t Mode = 0;               // 1: the serial port pushes tag data
-  int32_t PortDescriptor = -1;    // open serial port, -1 while closed (owned by the serial output)
   int32_t Baudrate = 0;           // handed to the serial library as read
   int32_t Databits = 0;           // as read
   char Parity[12] = {};           // at most 11 characters

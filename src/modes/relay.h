@@ -19,8 +19,8 @@ inline constexpr double kRelayRetrySeconds = 10.0;
 // One attempt: output channel, reader connection and settings, inventory; kStarted, kNoChannel,
 // kReaderUnreachable or kReaderRefused.
 [[nodiscard]] RelayStartResult relayStartOnce();
-// Thread entry of "easyTagrelay".
-void* relayWorker(void* unused);
+// Thread entry of "easyTagrelay", given the ServiceState whose relay it serves.
+void* relayWorker(void* state);
 // Stops the relay worker and releases the relay's output channels; safe when none runs.
 void relayStop();
 
@@ -39,9 +39,5 @@ void joinRelayWorker(bool wakeAccept);
 // Drops, and counts as discarded, every relay record not yet delivered: pending, batch and the
 // TCP/IP report in flight.
 void discardRelayHoldings();
-// Closes /dev/hidg0 when open (a level-7 line when not).
-void releaseHidDevice();
-// Closes the USB drive's CSV file when open (a level-7 line when not).
-void releaseUsbDriveFile();
 
 }  // namespace tessera

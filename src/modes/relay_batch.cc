@@ -27,8 +27,7 @@ void fatalExit(ServiceState& s, const char* text) {
   s.relayActive = false;
   const int32_t mode = s.relayConfig.relayMode;
   if (mode == static_cast<int32_t>(RelayMode::HttpPost)) {
-    delete s.httpClient;
-    s.httpClient = nullptr;
+    s.httpClient.reset();
   } else if (mode == static_cast<int32_t>(RelayMode::UsbHid)) {
     hidClose();
     if (s.hidGadgetLoaded) switchToEthernetGadget();
@@ -77,14 +76,7 @@ void addHeartbeat(ServiceState& s, int64_t now) {
 }
 
 void movePendingToBatch(ServiceState& s) {
-  std::lock_guard<std::mutex> outer(s.relayPendingOuterLock);
-  std::lock_guard<std::mutex> inner(s.relayPendingInnerLock);
-  s.relayBatch += s.relayPending;
-  s.relayBatchReads += s.relayPendingReads;
-  s.relayPending.clear();
-  s.relayPendingLength = 0;
-  s.relayPendingReads = 0;
-  s.relayRecordsReady = false;
+  s.relayBatchReads += s.relayPending.takeInto(s.relayBatch);
 }
 
 bool takeRecords(ServiceState& s) {
@@ -101,8 +93,7 @@ bool takeRecords(ServiceState& s) {
 }
 
 bool waitForRecords(ServiceState& s) {
-  std::unique_lock<std::mutex> lock(s.relayWakeLock);
-  s.relayWakeCond.wait(lock, [&] { return s.relayRecordsReady || s.relayWorkerStop; });
+  s.relayPending.wait(s.relayWorkerStop, RelayWake::Records);
   return !s.relayWorkerStop;
 }
 
@@ -111,9 +102,9 @@ void pause(ServiceState& s, double seconds) {
     sched_yield();
     return;
   }
-  std::unique_lock<std::mutex> lock(s.relayWakeLock);
-  auto span = std::chrono::duration<double>(platform::scaledSeconds(seconds));
-  s.relayWakeCond.wait_for(lock, span, [&] { return s.relayWorkerStop.load(); });
+  const auto span = std::chrono::duration<double>(platform::scaledSeconds(seconds));
+  s.relayPending.waitFor(s.relayWorkerStop, RelayWake::StopOnly,
+                         std::chrono::duration_cast<std::chrono::nanoseconds>(span));
 }
 
 void commonExit() { Logger::log(LogLevel::kError, "Tagrelay: Something Went wrong, exiting thread\n"); }

@@ -37,7 +37,7 @@ bool batchHasContent(const ServiceState& s);
 bool heartbeatDue(const ServiceState& s, int64_t now);
 // Appends a heartbeat record, replacing the batch's earlier one.
 void addHeartbeat(ServiceState& s, int64_t now);
-// Moves every pending record into the batch, under the pending locks.
+// Moves every pending record into the batch.
 void movePendingToBatch(ServiceState& s);
 // Moves pending records into the batch unless it is at its limit; whether it took them. Restarts
 // an inventory paused for a full buffer.

@@ -112,13 +112,11 @@ void SpoolRelay::acceptClient() {
 // Every pending record is taken; a batch that would pass 70 KiB is sealed into the spool first.
 void SpoolRelay::takeAll() {
   if (s_.spoolAccepting && batchHasContent(s_) &&
-      s_.relayBatch.size() + s_.relayPendingLength >= kRelayBatchLimit) {
+      s_.relayBatch.size() + s_.relayPending.size() >= kRelayBatchLimit) {
     (void)sealToSpool();
   }
-  if (s_.relayRecordsReady || s_.relayPendingFull) {
-    s_.relayPendingFull = false;
-    (void)takeRecords(s_);
-  }
+  const bool full = s_.relayPending.clearFull();
+  if (s_.relayPending.ready() || full) (void)takeRecords(s_);
 }
 
 bool SpoolRelay::sealToSpool() {
@@ -227,17 +225,13 @@ bool SpoolRelay::deliver() {
 }
 
 void SpoolRelay::wait() {
-  std::unique_lock<std::mutex> lock(s_.relayWakeLock);
   if (interval_ > 0) {
-    s_.relayWakeCond.wait_for(lock, seconds(interval_), [&] {
-      return s_.relayWorkerStop.load() || s_.relayPendingFull.load();
-    });
+    s_.relayPending.waitFor(s_.relayWorkerStop, RelayWake::Full, seconds(interval_));
     return;
   }
   // No interval: the next pass comes with the next records, or when a retry is due; never a
   // busy loop while the sink is away.
-  s_.relayWakeCond.wait_for(
-      lock, kIdleWait, [&] { return s_.relayWorkerStop.load() || s_.relayRecordsReady.load(); });
+  s_.relayPending.waitFor(s_.relayWorkerStop, RelayWake::Records, kIdleWait);
 }
 
 bool SpoolRelay::pass() {

@@ -15,6 +15,7 @@
 #include "output/http_client.h"
 #include "output/mqtt_client.h"
 #include "output/tcp_server.h"
+#include "output/usb_drive.h"
 #include "output/usb_hid.h"
 #include "platform/platform.h"
 #include "reader/reader_connection.h"
@@ -29,8 +30,8 @@ constexpr uint32_t kReaderDeniedStatus = 101;
 int openChannel(ServiceState& s) {
   switch (static_cast<RelayMode>(s.relayConfig.relayMode)) {
     case RelayMode::HttpPost: {
-      auto* client = new HTTPClient(s.httpPostConfig);
-      s.httpClient = client;
+      s.httpClient = makeOwned<HTTPClient>(s.httpPostConfig);
+      HTTPClient* client = s.httpClient.get();
       // The worker is stopped by a flag, not cancelled: a post waiting on a stalled server must
       // give up when the flag is set, or a stop would wait for the 30-second time-out.
       client->setAbortFlag(&s.relayWorkerStop);
@@ -49,8 +50,7 @@ int openChannel(ServiceState& s) {
       static_cast<void>(client->open(1, url.c_str(), tls));
       if (client->prepare(url.c_str()) != 0) {
         Logger::log(LogLevel::kInfo, "Tagrelay: Unable to create request for URL %s\n", configured);
-        delete client;
-        s.httpClient = nullptr;
+        s.httpClient.reset();
         return -1;
       }
       openRelayBatch();
@@ -67,8 +67,8 @@ int openChannel(ServiceState& s) {
       return 0;
     case RelayMode::TcpIp:
       if (s.tcpServer == nullptr) {
-        auto* server = new TcpServer(s.tcpIpConfig.Port);
-        s.tcpServer = server;
+        s.tcpServer = makeOwned<TcpServer>(s.tcpIpConfig.Port);
+        TcpServer* server = s.tcpServer.get();
         bool failed = false;
         if (server->bind() != 0) {
           Logger::log(LogLevel::kInfo, "Tagrelay: Error binding TCP/IP socket\n");
@@ -79,8 +79,7 @@ int openChannel(ServiceState& s) {
         }
         if (failed) {
           server->closeServer();
-          delete server;
-          s.tcpServer = nullptr;
+          s.tcpServer.reset();
           return -1;
         }
       }
@@ -91,18 +90,16 @@ int openChannel(ServiceState& s) {
       return 0;
     case RelayMode::Mqtt: {
       const char* mac = s.macAddressKnown ? s.macAddress : getMacAddress();
-      delete s.mqttClient;  // none is held here, unless a start was cut short
-      s.mqttClient = nullptr;
-      auto* client = new MqttClient(s.mqttConfig, s.readerName.text, mac);
+      s.mqttClient.reset();  // none is held here, unless a start was cut short
+      Owned<MqttClient> client = makeOwned<MqttClient>(s.mqttConfig, s.readerName.text, mac);
       // As for HTTP: a publish waiting for its PUBACK gives up when the relay stops.
       client->setAbortFlag(&s.relayWorkerStop);
       if (client->start() != 0) {
         Logger::log(LogLevel::kInfo, "Tagrelay: Unable to set up MQTT client - %s\n",
                     client->lastError().text.c_str());
-        delete client;
         return -1;
       }
-      s.mqttClient = client;
+      s.mqttClient = std::move(client);
       openRelayBatch();
       return 0;
     }
@@ -113,13 +110,11 @@ int openChannel(ServiceState& s) {
 
 // Releases what a failed reader connection leaves behind; the TCP/IP server stays.
 void releaseChannelAfterConnectFailure(ServiceState& s) {
-  delete s.httpClient;
-  s.httpClient = nullptr;
-  delete s.mqttClient;
-  s.mqttClient = nullptr;
-  releaseHidDevice();
+  s.httpClient.reset();
+  s.mqttClient.reset();
+  hidClose();
   if (s.hidGadgetLoaded) switchToEthernetGadget();
-  releaseUsbDriveFile();
+  usbDriveDisconnect();
 }
 
 void setAntennaPowers(ServiceState& s, ReaderHandle handle) {
@@ -226,8 +221,7 @@ RelayStartResult relayStart(bool reread) {
   if (s.tcpServer != nullptr && mode != static_cast<int32_t>(RelayMode::TcpIp)) {
     s.tcpServer->closeClient();
     s.tcpServer->closeServer();
-    delete s.tcpServer;
-    s.tcpServer = nullptr;
+    s.tcpServer.reset();
   }
   int32_t sectionResult = 1;
   switch (static_cast<RelayMode>(mode)) {
@@ -278,7 +272,7 @@ RelayStartResult relayStart(bool reread) {
     return code;
   }
   Logger::log(LogLevel::kInfo, "Tagrelay: Starting thread for Tagrelay\n");
-  if (pthread_create(&s.relayThread, nullptr, relayWorker, nullptr) == 0) {
+  if (pthread_create(&s.relayThread, nullptr, relayWorker, &s) == 0) {
     pthread_setname_np(s.relayThread, "easyTagrelay");
     s.relayThreadStarted = true;
   }

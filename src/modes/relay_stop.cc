@@ -12,40 +12,14 @@
 
 namespace tessera {
 
-void releaseHidDevice() {
-  ServiceState& s = serviceState;
-  if (s.hidFd != -1) {
-    hidClose();
-  } else {
-    Logger::log(LogLevel::kDebug, "USB HID Device is not opened.");
-  }
-}
-
-void releaseUsbDriveFile() {
-  ServiceState& s = serviceState;
-  bool driveOpen;
-  {
-    std::lock_guard<std::mutex> guard(s.usbDriveLock);
-    driveOpen = s.usbDriveFd != -1;
-  }
-  if (driveOpen) {
-    usbDriveDisconnect();
-  } else {
-    Logger::log(LogLevel::kDebug, "USB Flash Drive is not connected.");
-  }
-}
-
 void joinRelayWorker(bool wakeAccept) {
   ServiceState& s = serviceState;
   if (!s.relayThreadStarted) return;
   // The worker is never cancelled: it is told to stop and woken wherever it waits (the
   // condition, its pause, accept on the TCP/IP listener, a post in progress), so no lock is
   // ever left held.
-  {
-    std::lock_guard<std::mutex> wake(s.relayWakeLock);
-    s.relayWorkerStop = true;
-  }
-  s.relayWakeCond.notify_all();
+  s.relayWorkerStop = true;
+  s.relayPending.wake();
   if (wakeAccept && s.tcpServer != nullptr && s.tcpServer->listeningSocket() > 0) {
     shutdown(s.tcpServer->listeningSocket(), SHUT_RDWR);
   }
@@ -55,16 +29,9 @@ void joinRelayWorker(bool wakeAccept) {
 
 void discardRelayHoldings() {
   ServiceState& s = serviceState;
-  {
-    std::lock_guard<std::mutex> outer(s.relayPendingOuterLock);
-    std::lock_guard<std::mutex> inner(s.relayPendingInnerLock);
-    s.relayPending.clear();
-    s.relayPendingLength = 0;
-    s.readLedger.discarded(DiscardReason::Stopped,
-                           s.relayPendingReads + s.relayBatchReads + s.relayInFlightReads);
-    s.relayPendingReads = 0;
-    s.relayRecordsReady = false;
-  }
+  const uint64_t pendingReads = s.relayPending.clear();
+  s.readLedger.discarded(DiscardReason::Stopped,
+                         pendingReads + s.relayBatchReads + s.relayInFlightReads);
   s.relayBatch.clear();
   s.relayBatchReads = 0;
   s.relayBatchHeartbeat = std::string::npos;
@@ -72,7 +39,6 @@ void discardRelayHoldings() {
   s.relayInFlightSent = 0;
   s.relayInFlightReads = 0;
   s.relayBatchSeq = -1;
-  s.relayPendingFull = false;
 }
 
 void relayStop() {
@@ -82,17 +48,14 @@ void relayStop() {
   if (s.tcpServer != nullptr) {
     s.tcpServer->closeClient();
     s.tcpServer->closeServer();
-    delete s.tcpServer;
-    s.tcpServer = nullptr;
+    s.tcpServer.reset();
   }
   discardRelayHoldings();
-  delete s.httpClient;
-  s.httpClient = nullptr;
+  s.httpClient.reset();
   // Publishes the retained "offline" and disconnects before the client goes.
-  delete s.mqttClient;
-  s.mqttClient = nullptr;
-  releaseHidDevice();
-  releaseUsbDriveFile();
+  s.mqttClient.reset();
+  hidClose();
+  usbDriveDisconnect();
   if (s.hidGadgetLoaded) {
     switchToEthernetGadget();
     s.hidGadgetLoaded = false;

@@ -146,8 +146,8 @@ SendResult send(ServiceState& s) {
 
 }  // namespace
 
-void* relayWorker(void*) {
-  ServiceState& s = serviceState;
+void* relayWorker(void* state) {
+  ServiceState& s = *static_cast<ServiceState*>(state);
   if (s.relayConfig.relayMode == 0) {
     commonExit();
     return nullptr;
@@ -174,8 +174,7 @@ void* relayWorker(void*) {
       if (client < 0) {
         Logger::log(LogLevel::kInfo, "Tagrelay: Error accepting socket connection\n");
         s.tcpServer->closeServer();
-        delete s.tcpServer;
-        s.tcpServer = nullptr;
+        s.tcpServer.reset();
         commonExit();
         return nullptr;
       }
@@ -184,7 +183,7 @@ void* relayWorker(void*) {
       }
     }
     bool took = false;
-    if (s.relayRecordsReady) {
+    if (s.relayPending.ready()) {
       took = takeRecords(s);
     } else if (!s.relayConfig.HeartbeatEnabled && !resend) {
       // A batch still to be (re)sent is never left waiting for the next tag to pass.

@@ -21,16 +21,47 @@
 
 namespace tessera {
 
-void startDataChannel() {
-  ServiceState& s = serviceState;
-  s.dataChannelWake = eventfd(0, EFD_CLOEXEC);
-  if (pthread_create(&s.dataChannelThreadHandle, nullptr, dataChannelThread, nullptr) == 0) {
-    pthread_setname_np(s.dataChannelThreadHandle, "dataChannel");
-    s.dataChannelThreadStarted = true;
+// The "dataChannel" thread with its listening socket and the eventfd that ends it; one lives in
+// serviceState.dataChannel from startDataChannel to stopDataChannel.
+class DataChannel {
+ public:
+  DataChannel() {
+    wake_ = eventfd(0, EFD_CLOEXEC);
+    if (pthread_create(&thread_, nullptr, run, this) == 0) {
+      pthread_setname_np(thread_, "dataChannel");
+      started_ = true;
+    }
   }
-}
+  // Wakes and joins the thread, then closes the listener and the wake-up.
+  ~DataChannel() {
+    if (started_) {
+      uint64_t one = 1;
+      if (write(wake_, &one, sizeof one) < 0) {
+        // The wake-up cannot fail on a valid eventfd; the join below would then wait for ever.
+      }
+      pthread_join(thread_, nullptr);
+    }
+    if (listener_ != 0) close(listener_);
+    if (wake_ >= 0) close(wake_);
+  }
+  DataChannel(const DataChannel&) = delete;
+  DataChannel& operator=(const DataChannel&) = delete;
 
-void* dataChannelThread(void*) {
+ private:
+  static void* run(void* self) {
+    static_cast<DataChannel*>(self)->serve();
+    return nullptr;
+  }
+  // Listens on 127.0.0.1 and keeps the newest client; ends the process on socket errors.
+  void serve();
+
+  int listener_ = 0;  // the thread sets it; the destructor reads it after the join
+  int wake_ = -1;     // eventfd: the destructor wakes the thread through it
+  pthread_t thread_{};
+  bool started_ = false;
+};
+
+void DataChannel::serve() {
   ServiceState& s = serviceState;
   int old = s.dataChannelClientFd.exchange(-1);
   if (old != -1) close(old);
@@ -54,13 +85,13 @@ void* dataChannelThread(void*) {
     fatalError("ERROR on binding");
   }
   listen(listener, 3);
-  s.dataChannelListener = listener;
+  listener_ = listener;
 
   // accept() blocks, so the thread waits in poll() together with the wake-up that cleanup uses
   // to end it; no lock is ever held while it waits.
   for (;;) {
-    pollfd fds[2] = {{listener, POLLIN, 0}, {s.dataChannelWake, POLLIN, 0}};
-    int n = poll(fds, s.dataChannelWake >= 0 ? 2 : 1, -1);
+    pollfd fds[2] = {{listener, POLLIN, 0}, {wake_, POLLIN, 0}};
+    int n = poll(fds, wake_ >= 0 ? 2 : 1, -1);
     if (n < 0) continue;
     if (fds[1].revents != 0) break;
     if ((fds[0].revents & POLLIN) == 0) continue;
@@ -77,25 +108,15 @@ void* dataChannelThread(void*) {
     int previous = s.dataChannelClientFd.exchange(client);
     if (previous > 0) close(previous);
   }
-  return nullptr;
 }
+
+void startDataChannel() { serviceState.dataChannel = makeOwned<DataChannel>(); }
 
 void stopDataChannel() {
   ServiceState& s = serviceState;
   int client = s.dataChannelClientFd.exchange(-1);
   if (client != -1) close(client);
-  if (s.dataChannelThreadStarted) {
-    uint64_t one = 1;
-    if (write(s.dataChannelWake, &one, sizeof one) < 0) {
-      // The wake-up cannot fail on a valid eventfd; the join below would then wait for ever.
-    }
-    pthread_join(s.dataChannelThreadHandle, nullptr);
-    s.dataChannelThreadStarted = false;
-  }
-  int listener = s.dataChannelListener.exchange(0);
-  if (listener != 0) close(listener);
-  if (s.dataChannelWake >= 0) close(s.dataChannelWake);
-  s.dataChannelWake = -1;
+  s.dataChannel.reset();
 }
 
 int dataChannelWrite(const char* data, size_t length) {

@@ -6,10 +6,9 @@
 
 namespace tessera {
 
-// Starts the "dataChannel" thread.
+// Starts the "dataChannel" thread: it listens on 127.0.0.1 and keeps the newest client; it ends
+// the process on socket errors.
 void startDataChannel();
-// Thread entry: listens on 127.0.0.1 and keeps the newest client; ends the process on socket errors.
-void* dataChannelThread(void* unused);
 // Wakes and joins the data channel thread and closes its sockets.
 void stopDataChannel();
 // Writes a notification with its terminating zero byte to the current client; bytes sent or -1.

@@ -6,7 +6,6 @@
 #include <cstring>
 #include <string>
 
-#include "state/service_state.h"
 #include "platform/platform.h"
 
 namespace tessera {
@@ -24,8 +23,6 @@ void copyText(char* out, size_t size, const char* text) {
 
 }  // namespace
 
-HTTPClient::HTTPClient() : HTTPClient(serviceState.httpPostConfig) {}
-
 HTTPClient::HTTPClient(const HttpPostConfig& config) : config_(config) {
   handle_ = curl_easy_init();
 }
@@ -33,7 +30,6 @@ HTTPClient::HTTPClient(const HttpPostConfig& config) : config_(config) {
 HTTPClient::~HTTPClient() {
   if (handle_ != nullptr) curl_easy_cleanup(handle_);
   if (headers_ != nullptr) curl_slist_free_all(headers_);
-  delete[] requestUrl_;
   free(response_);
 }
 
@@ -77,15 +73,14 @@ int HTTPClient::open(int method, const char* url, bool tls) {
 
 int HTTPClient::prepare(const char* url) {
   const size_t size = strlen(url != nullptr ? url : "") + 20;
-  delete[] requestUrl_;
-  requestUrl_ = new char[size];
-  copyText(requestUrl_, size, url_);
+  requestUrl_ = std::make_unique<char[]>(size);
+  copyText(requestUrl_.get(), size, url_);
 
   CURLcode rc = curl_global_init(CURL_GLOBAL_ALL);
   if (rc != CURLE_OK) fprintf(stderr, "curl_global_init() failed: %s\n", curl_easy_strerror(rc));
   if (handle_ == nullptr) return 0;
 
-  curl_easy_setopt(handle_, CURLOPT_URL, requestUrl_);
+  curl_easy_setopt(handle_, CURLOPT_URL, requestUrl_.get());
   curl_easy_setopt(handle_, CURLOPT_TIMEOUT, kTimeoutSeconds);
   char credentials[2 * sizeof config_.HTTPUserName + 2];
   if (config_.HTTPAuthenticationType != 0) {

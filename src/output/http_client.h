@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
 #include "config/config_records.h"
 
@@ -23,10 +24,8 @@ struct HttpErrorRecord {
 
 class HTTPClient {
  public:
-  // Creates the easy handle; TLS, authentication and proxy come from the service's
-  // HttpPostConfig when the client is opened and prepared.
-  HTTPClient();
-  // The same with a configuration record that the caller keeps alive as long as the client.
+  // Creates the easy handle; TLS, authentication and proxy come from `config`, which the caller
+  // keeps alive as long as the client, when the client is opened and prepared.
   explicit HTTPClient(const HttpPostConfig& config);
   // Releases the handle, a pending header list and the request URL copy.
   virtual ~HTTPClient();
@@ -55,7 +54,7 @@ class HTTPClient {
   const HttpPostConfig& config_;
   CURL* handle_ = nullptr;
   char url_[kHttpTextSize] = {};
-  char* requestUrl_ = nullptr;  // owned; the text libcurl was given as CURLOPT_URL
+  std::unique_ptr<char[]> requestUrl_;  // the text libcurl was given as CURLOPT_URL
   bool tls_ = false;
   int method_ = 1;  // 1: POST
   HttpErrorRecord error_;

@@ -1,6 +1,5 @@
 #include "output/serial_port.h"
 
-#include <atomic>
 #include <cstring>
 #include <string>
 
@@ -21,12 +20,6 @@ void copyWord(char (&to)[N], const char (&from)[M]) {
   to[length] = '\0';
 }
 
-// PortDescriptor is a plain member that the main thread sets and the event thread reads (and
-// clears after a failed write); every access goes through one atomic operation.
-std::atomic_ref<int32_t> portDescriptor() {
-  return std::atomic_ref<int32_t>(serviceState.serialPortConfig.PortDescriptor);
-}
-
 }  // namespace
 
 SerialSettings serialSettingsOf(const SerialPortConfig& config) {
@@ -42,7 +35,7 @@ SerialSettings serialSettingsOf(const SerialPortConfig& config) {
 int serialOpen() {
   const std::string device = platform::path("/dev/ttyS2");
   const int handle = RS232_open(device.c_str(), 0);
-  portDescriptor().store(handle);
+  serviceState.serialPortDescriptor.store(handle);
   if (handle < 0) {
     Logger::log(LogLevel::kInfo, "Unable to Open Serial Port.");
     return -1;
@@ -51,7 +44,7 @@ int serialOpen() {
   if (RS232_configure(handle, serialSettingsOf(serviceState.serialPortConfig)) < 0) {
     Logger::log(LogLevel::kInfo, "Unable to Configure Serial Port.");
     RS232_close(handle);
-    portDescriptor().store(-1);
+    serviceState.serialPortDescriptor.store(-1);
     return -1;
   }
   Logger::log(LogLevel::kInfo, "Configured Serial Port.");
@@ -60,7 +53,7 @@ int serialOpen() {
 
 int serialWrite(const char* text) {
   // One load: the main thread may close the port between the test and the write.
-  const int handle = portDescriptor().load();
+  const int handle = serviceState.serialPortDescriptor.load();
   if (handle < 0) {
     Logger::log(LogLevel::kInfo, "Serial port is not opened.");
     return -1;
@@ -76,7 +69,7 @@ int serialWrite(const char* text) {
 int serialClose() {
   // Taking the handle and marking the port closed in one step lets the command thread and the
   // event thread (after a failed write) both close without closing the same handle twice.
-  const int handle = portDescriptor().exchange(-1);
+  const int handle = serviceState.serialPortDescriptor.exchange(-1);
   if (handle < 0) {
     Logger::log(LogLevel::kInfo, "Serial port is not opened.");
     return 0;

@@ -1,5 +1,5 @@
 // src/output/serial_port.h — the appliance's serial line, opened for the serial push mode.
-// The handle lives in serviceState.serialPortConfig.PortDescriptor (-1 while closed): the main
+// The handle lives in serviceState.serialPortDescriptor (-1 while closed): the main
 // thread opens and closes the port, the event thread writes tag records to it.
 #pragma once
 

@@ -20,15 +20,15 @@ namespace {
 // A file takes the batches of one hour; the first batch after that still goes in, then it closes.
 constexpr long kRotationSeconds = 3600;
 
-// Closes the file and forgets it; the caller holds usbDriveLock.
-void closeFileLocked(ServiceState& s) {
-  if (s.usbDriveFd != -1) {
-    close(s.usbDriveFd);
+// Closes the file and forgets it; the caller holds its lock.
+void closeFileLocked(UsbDriveFile& file) {
+  if (file.fd != -1) {
+    close(file.fd);
   } else {
     Logger::log(LogLevel::kDebug, "USB Flash Drive is not connected.");
   }
-  s.usbDriveFd = -1;
-  s.usbDriveFileOpened = -1;
+  file.fd = -1;
+  file.opened = -1;
 }
 
 // Whether /proc/mounts lists the drive's mount point; logs why not.
@@ -51,13 +51,13 @@ bool driveMounted() {
   return found;
 }
 
-// usbDriveOpenFile with usbDriveLock held.
-int openFileLocked(ServiceState& s) {
-  if (s.usbDriveFd != -1) {
-    if (s.usbDriveFd >= 0) return s.usbDriveFd;
+// usbDriveOpenFile with the file's lock held.
+int openFileLocked(UsbDriveFile& file) {
+  if (file.fd != -1) {
+    if (file.fd >= 0) return file.fd;
     Logger::log(LogLevel::kInfo, "Unable to create file in USB Flash Drive \n");
-    s.usbDriveFd = -1;
-    s.usbDriveFileOpened = -1;
+    file.fd = -1;
+    file.opened = -1;
     return -1;
   }
   if (!driveMounted()) return -1;
@@ -75,21 +75,21 @@ int openFileLocked(ServiceState& s) {
     Logger::log(LogLevel::kInfo, "Unable to create file in usb \n");
     return -1;
   }
-  s.usbDriveFd = fd;
-  s.usbDriveFileOpened = static_cast<int64_t>(opened);
+  file.fd = fd;
+  file.opened = static_cast<int64_t>(opened);
   return fd;
 }
 
 }  // namespace
 
 int usbDriveOpenFile() {
-  ServiceState& s = serviceState;
-  std::lock_guard<std::mutex> guard(s.usbDriveLock);
-  return openFileLocked(s);
+  UsbDriveFile& file = serviceState.usbDrive;
+  std::lock_guard<std::mutex> guard(file.lock);
+  return openFileLocked(file);
 }
 
 int usbDriveWrite(char* text) {
-  ServiceState& s = serviceState;
+  UsbDriveFile& file = serviceState.usbDrive;
   struct statvfs stats {};
   // A failed query leaves the decision to the mount check below.
   const std::string mountPoint = platform::path(platform::kUsbDriveMountPoint);
@@ -99,8 +99,8 @@ int usbDriveWrite(char* text) {
   }
   int written = 0;
   {
-    std::lock_guard<std::mutex> guard(s.usbDriveLock);
-    if (s.usbDriveFd < 0 && openFileLocked(s) < 0) {
+    std::lock_guard<std::mutex> guard(file.lock);
+    if (file.fd < 0 && openFileLocked(file) < 0) {
       Logger::log(LogLevel::kInfo, "USB Flash Drive is not connected.\n");
       return -1;
     }
@@ -108,15 +108,15 @@ int usbDriveWrite(char* text) {
     for (char* p = text; *p != '\0'; ++p, ++length) {
       if (*p >= 'A' && *p <= 'Z') *p = static_cast<char>(*p - 'A' + 'a');
     }
-    const ssize_t n = write(s.usbDriveFd, text, length);
+    const ssize_t n = write(file.fd, text, length);
     if (n < 0 || static_cast<size_t>(n) != length) {
       Logger::log(LogLevel::kInfo, "Failed to write data in USB FLash Drive\n");
-      closeFileLocked(s);
+      closeFileLocked(file);
       return -2;
     }
     written = static_cast<int>(n);
-    if (static_cast<int64_t>(platform::now()) - s.usbDriveFileOpened > kRotationSeconds) {
-      closeFileLocked(s);
+    if (static_cast<int64_t>(platform::now()) - file.opened > kRotationSeconds) {
+      closeFileLocked(file);
     }
   }
   platform::runShell("sync");
@@ -124,9 +124,9 @@ int usbDriveWrite(char* text) {
 }
 
 int usbDriveDisconnect() {
-  ServiceState& s = serviceState;
-  std::lock_guard<std::mutex> guard(s.usbDriveLock);
-  closeFileLocked(s);
+  UsbDriveFile& file = serviceState.usbDrive;
+  std::lock_guard<std::mutex> guard(file.lock);
+  closeFileLocked(file);
   return 0;
 }
 

@@ -1,10 +1,7 @@
 #include "reader/event_thread.h"
 
 #include <pthread.h>
-#include <semaphore.h>
 
-#include <cerrno>
-#include <ctime>
 #include <optional>
 
 #include "state/console.h"
@@ -104,56 +101,54 @@ void discardBufferedReads(ReaderHandle handle, DiscardReason why) {
   RFID_DeallocateTag(handle, tag);
 }
 
-void startEventThread(ReaderHandle handle) {
+// The "readerEvent" thread's handle; one lives in serviceState.eventThread from
+// startEventThread to stopEventThread.
+class EventThread {
+ public:
+  explicit EventThread(ServiceState& s) : queue_(s.eventQueue) {
+    started_ = pthread_create(&thread_, nullptr, ProcessRfidEventsThread, &s) == 0;
+    if (started_) pthread_setname_np(thread_, "readerEvent");
+  }
+  // Wakes the thread, which must have been told to stop, and joins it.
+  ~EventThread() {
+    if (!started_) return;
+    // The stop flag is checked at every wake-up; this makes the wake-up immediate.
+    queue_.wake();
+    pthread_join(thread_, nullptr);
+  }
+  EventThread(const EventThread&) = delete;
+  EventThread& operator=(const EventThread&) = delete;
+
+ private:
+  EventQueue& queue_;
+  pthread_t thread_{};
+  bool started_ = false;
+};
+
+void startEventThread() {
   ServiceState& s = serviceState;
-  sem_init(&s.eventSemaphore, 0, 0);
   s.eventThreadStop = false;
-  if (pthread_create(&s.eventThreadHandle, nullptr, ProcessRfidEventsThread,
-                     reinterpret_cast<void*>(static_cast<uintptr_t>(handle))) == 0) {
-    pthread_setname_np(s.eventThreadHandle, "readerEvent");
-    s.eventThreadStarted = true;
-  }
+  s.eventThread = makeOwned<EventThread>(s);
 }
 
-void onReaderEvent(ReaderHandle, uint32_t eventCode) {
-  ServiceState& s = serviceState;
-  uint32_t count;
-  {
-    std::lock_guard<std::mutex> guard(s.eventQueueLock);
-    s.eventQueue.push_back(eventCode);
-    count = ++s.eventQueueCount;
-  }
-  if (count > kEventWakeThreshold) sem_post(&s.eventSemaphore);
-}
+void onReaderEvent(ReaderHandle, uint32_t eventCode) { serviceState.eventQueue.push(eventCode); }
 
-void* ProcessRfidEventsThread(void*) {
-  ServiceState& s = serviceState;
+void* ProcessRfidEventsThread(void* state) {
+  ServiceState& s = *static_cast<ServiceState*>(state);
   for (;;) {
     if (s.eventThreadStop) {
       Logger::log(LogLevel::kInfo, "ProcessRfidEventsThread stop testing");
       return nullptr;
     }
-    timespec deadline;
-    if (clock_gettime(CLOCK_REALTIME, &deadline) == 0) {
-      deadline.tv_sec += 1;
-      sem_timedwait(&s.eventSemaphore, &deadline);
-    } else {
-      sem_wait(&s.eventSemaphore);
-    }
+    s.eventQueue.waitASecond();
     for (;;) {
       if (s.eventThreadStop) {
         Logger::log(LogLevel::kInfo, "ProcessRfidEventsThread stop testing");
         return nullptr;
       }
-      uint32_t code;
-      {
-        std::lock_guard<std::mutex> guard(s.eventQueueLock);
-        if (s.eventQueue.empty()) break;
-        code = s.eventQueue.front();
-        s.eventQueue.pop_front();
-        --s.eventQueueCount;
-      }
-      handleReaderEvent(s.readerHandle, code);
+      const std::optional<uint32_t> code = s.eventQueue.pop();
+      if (!code) break;
+      handleReaderEvent(s.readerHandle, *code);
     }
   }
 }
@@ -210,12 +205,7 @@ void handleReaderEvent(ReaderHandle handle, uint32_t eventCode) {
 void stopEventThread() {
   ServiceState& s = serviceState;
   s.eventThreadStop = true;
-  if (!s.eventThreadStarted) return;
-  // The stop flag is checked at every wake-up; the post makes the wake-up immediate.
-  sem_post(&s.eventSemaphore);
-  pthread_join(s.eventThreadHandle, nullptr);
-  s.eventThreadStarted = false;
-  sem_destroy(&s.eventSemaphore);
+  s.eventThread.reset();
 }
 
 }  // namespace tessera

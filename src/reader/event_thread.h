@@ -9,20 +9,18 @@
 
 namespace tessera {
 
-// More waiting events than this wake the event thread early; otherwise it looks once a second.
-inline constexpr uint32_t kEventWakeThreshold = 100;
-
-// Creates eventSemaphore and starts "readerEvent" on ProcessRfidEventsThread.
-void startEventThread(ReaderHandle handle);
-// Reader API callback: appends the event code to the queue; posts the semaphore above 100.
+// Starts "readerEvent" on ProcessRfidEventsThread.
+void startEventThread();
+// Reader API callback: appends the event code to the queue, which wakes the thread above 100.
 void onReaderEvent(ReaderHandle handle, uint32_t eventCode);
-// Thread entry: waits for queued reader events (woken early, else once a second) until stopped.
-void* ProcessRfidEventsThread(void* unused);
+// Thread entry, given the ServiceState whose queue it drains: waits for queued reader events
+// (woken early, else once a second) until stopped.
+void* ProcessRfidEventsThread(void* state);
 // Acts on one event: drains tag reads, notifies the data channel, reconnects after a loss.
 void handleReaderEvent(ReaderHandle handle, uint32_t eventCode);
 // Takes every read the reader API holds and discards it, counted under `why`.
 void discardBufferedReads(ReaderHandle handle, DiscardReason why);
-// Sets eventThreadStop, wakes the thread, joins it and destroys eventSemaphore.
+// Sets eventThreadStop, wakes the thread and joins it.
 void stopEventThread();
 
 }  // namespace tessera

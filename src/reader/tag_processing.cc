@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 #include "platform/logger.h"
 #include "state/service_state.h"
@@ -27,19 +28,11 @@ void handOverToRelay(const ReaderTagData& tag, const TagView& view) {
     length = formatJsonTagRecord(out, tag, view, s.relayConfig.TagMetaData,
                                  s.relayConfig.HeartbeatEnabled);
   }
-  {
-    std::lock_guard<std::mutex> outer(s.relayPendingOuterLock);
-    std::lock_guard<std::mutex> inner(s.relayPendingInnerLock);
-    s.relayPending.append(record, length);
-    s.relayPendingLength = s.relayPending.size();
-    ++s.relayPendingReads;
-    s.readLedger.takenAndHeld(1);
-    s.relayRecordsReady = true;
-  }
-  if (s.relayPendingLength >= kRelayBatchLimit) {
+  s.relayPending.append(std::string_view(record, length));
+  if (s.relayPending.size() >= kRelayBatchLimit) {
     if (s.spoolAccepting) {
       // The spool takes what the sink cannot: the worker is woken instead of the reader paused.
-      s.relayPendingFull = true;
+      s.relayPending.markFull();
     } else if (!s.inventoryPausedForBuffer) {
       s.readLedger.inventoryPaused();
       Logger::log(LogLevel::kInfo, "Tagrelay: Buffer is full, stoping Inventory.\n");
@@ -47,8 +40,7 @@ void handOverToRelay(const ReaderTagData& tag, const TagView& view) {
       s.inventoryPausedForBuffer = true;
     }
   }
-  std::lock_guard<std::mutex> wake(s.relayWakeLock);
-  if (s.relayRecordsReady) s.relayWakeCond.notify_one();
+  s.relayPending.wake();
 }
 
 void writeSerial(const ReaderTagData& tag, const TagView& view) {

@@ -6,4 +6,12 @@ namespace tessera {
 // Logger builds itself at its first use.
 ServiceState serviceState;
 
+ServiceState::~ServiceState() {
+  static_cast<void>(httpClient.release());
+  static_cast<void>(mqttClient.release());
+  static_cast<void>(tcpServer.release());
+  static_cast<void>(dataChannel.release());
+  static_cast<void>(eventThread.release());
+}
+
 }  // namespace tessera

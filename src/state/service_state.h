@@ -5,21 +5,29 @@
 #pragma once
 
 #include <pthread.h>
-#include <semaphore.h>
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <mutex>
 #include <string>
 
 #include "config/config_records.h"
+#include "state/event_queue.h"
+#include "state/owned.h"
 #include "state/read_ledger.h"
+#include "state/relay_queue.h"
+#include "state/usb_drive_file.h"
 #include "spool/spool.h"
 #include "readerapi/rfid_types.h"
 
 namespace tessera {
+
+// The channel objects and threads: owned here, defined by the layers above.
+class DataChannel;
+class EventThread;
+class HTTPClient;
+class MqttClient;
+class TcpServer;
 
 constexpr int kCommandClientSlots = 30;
 
@@ -28,18 +36,14 @@ struct ServiceState {
   std::atomic<int> terminationSignal{0};  // signal handler writes; main thread reads
   int signalPipe[2] = {-1, -1};           // handler writes a byte; command loop wakes on it
   int ueventSocket = -1;                  // main thread (start-up); command loop reads
-  char ueventBuffer[4096] = {};           // command loop only
 
   // Command channel (main thread only).
   int commandListener = 0;
   int commandClients[kCommandClientSlots] = {};
 
   // Data channel: the thread writes the client descriptor; every thread that notifies reads it.
-  std::atomic<int> dataChannelListener{0};
   std::atomic<int> dataChannelClientFd{-1};
-  int dataChannelWake = -1;               // eventfd: cleanup wakes the data channel thread
-  pthread_t dataChannelThreadHandle{};
-  bool dataChannelThreadStarted = false;  // main thread
+  Owned<DataChannel> dataChannel;         // its thread and listener; main starts and stops it
   char macAddress[24] = "00:00:00:00:00:00";
   bool macAddressKnown = false;
 
@@ -59,7 +63,7 @@ struct ServiceState {
 
   // Configuration records: written by their readers on the main thread before a mode starts,
   // read by the event thread and the relay worker while it runs.
-  SerialPortConfig serialPortConfig;      // PortDescriptor: main opens/closes, event thread writes
+  SerialPortConfig serialPortConfig;
   InventoryControlConfig inventoryControl;
   DataFormatConfig dataFormat;
   TcpIpConfig tcpIpConfig;
@@ -69,6 +73,10 @@ struct ServiceState {
   RelayConfig relayConfig;
   CloudSettings cloudSettings;
 
+  // The serial push's open port, -1 while closed: main opens and closes it, the event thread
+  // writes to it and closes it after a failed write.
+  std::atomic<int32_t> serialPortDescriptor{-1};
+
   // Tag read processing (event thread only).
   bool serialTxFull = false;              // "BUFFER_FULL_EVENT" sent and not yet cleared
   ReaderHandle apiDiscardHandle = 0;      // the handle whose own discards were last counted
@@ -77,15 +85,9 @@ struct ServiceState {
   // Where every read went; every thread that moves reads updates it (it has its own lock).
   ReadLedger readLedger;
 
-  // Relay hand-off between tag read processing (producer) and the relay worker (consumer).
-  std::mutex relayPendingOuterLock;       // taken first; with the inner lock guards relayPending
-  std::mutex relayPendingInnerLock;       // taken second; guards relayPending
-  std::string relayPending;
-  uint64_t relayPendingReads = 0;         // tag records in relayPending (heartbeats are none)
-  std::atomic<size_t> relayPendingLength{0};  // relayPending's size, for the unlocked limit test
-  std::atomic<bool> relayRecordsReady{false};  // set with relayPending, read under relayWakeLock
-  std::mutex relayWakeLock;               // taken alone; pairs with relayWakeCond
-  std::condition_variable relayWakeCond;
+  // Relay hand-off between tag read processing (producer) and the relay worker (consumer); the
+  // worker also sleeps on it between passes. Appends count in readLedger, declared above it.
+  RelayQueue relayPending{readLedger};
   std::atomic<bool> inventoryPausedForBuffer{false};  // event thread sets, worker clears
 
   // Relay worker and its batch: the start (main) prepares them, the worker owns them while it
@@ -105,40 +107,39 @@ struct ServiceState {
   // The worker can put batches into the spool now: tag read processing then wakes the worker at
   // 70 KiB instead of pausing the inventory.
   std::atomic<bool> spoolAccepting{false};
-  std::atomic<bool> relayPendingFull{false};  // 70 KiB pending with the spool: wake the worker
   int64_t relayBatchSeq = -1;             // the open batch's number with the spool, else -1
   int64_t lastHeartbeat = 0;              // seconds of the wall clock; worker after start
   pthread_t relayThread{};
   bool relayThreadStarted = false;        // main thread
   std::atomic<bool> relayWorkerStop{false};  // stop sets it and wakes the worker
-  class TcpServer* tcpServer = nullptr;   // relay's TCP/IP channel; see relayStart/relayStop
+  Owned<TcpServer> tcpServer;             // relay's TCP/IP channel; see relayStart/relayStop
 
   // Event queue: reader API threads push, the event thread drains.
-  std::mutex eventQueueLock;              // guards eventQueue and eventQueueCount
-  std::deque<uint32_t> eventQueue;
-  uint32_t eventQueueCount = 0;
-  sem_t eventSemaphore{};                 // posted above 100 waiting events and on stop
+  EventQueue eventQueue;
   std::atomic<bool> eventThreadStop{false};  // cleanup writes; event thread polls
-  pthread_t eventThreadHandle{};
-  bool eventThreadStarted = false;        // main thread
+  Owned<EventThread> eventThread;         // its thread handle; main starts and stops it
 
   // ---- Relay output channels: HTTP POST client, USB HID keyboard, USB flash drive file ----
   // The relay start (main thread) creates the HTTP client, the relay worker posts through it, and
   // the relay stop (main, after joining the worker) or the worker's own fatal exit destroys it.
-  // The elaborated "class" declares tessera::HTTPClient here without an include.
-  class HTTPClient* httpClient = nullptr;
+  Owned<HTTPClient> httpClient;
   // Likewise the MQTT client (relay mode 5), whose own network thread keeps the connection.
-  class MqttClient* mqttClient = nullptr;
+  Owned<MqttClient> mqttClient;
   // The relay start (main) switches the USB device port to the HID gadget and opens /dev/hidg0;
   // the worker types into it; the relay stop (main, after the join) or the worker's fatal exit
   // closes it and switches back.
   bool hidGadgetLoaded = false;
   int hidFd = -1;
-  // The relay worker opens, writes and rotates the CSV file; the command thread closes it when
-  // the drive is pulled out and the relay stop (main) closes it too, while the worker may write.
-  std::mutex usbDriveLock;                // guards usbDriveFd and usbDriveFileOpened
-  int usbDriveFd = -1;                    // open CSV file on the drive, -1 when none
-  int64_t usbDriveFileOpened = -1;        // seconds since the epoch when it was opened, -1 none
+  // The CSV file on the USB flash drive (usbDriveFd and usbDriveFileOpened) with its lock.
+  UsbDriveFile usbDrive;
+
+  ServiceState() = default;
+  ServiceState(const ServiceState&) = delete;
+  ServiceState& operator=(const ServiceState&) = delete;
+  // Leaves the channel objects and threads alone: the exits on socket failures end the process
+  // while the relay worker may still post or publish through them, and may run on the data
+  // channel's own thread, which cannot join itself.
+  ~ServiceState();
 };
 
 // The process-wide state, built before main.

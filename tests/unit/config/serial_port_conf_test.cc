@@ -32,7 +32,6 @@ TEST_F(SerialPortConf, ReadsTheDemoSection) {
   EXPECT_STREQ(serial.Flowcontrol, "None");
   EXPECT_EQ(serial.TagMetaData, 45);
   EXPECT_FALSE(serial.IsAutostart);
-  EXPECT_EQ(serial.PortDescriptor, -1);
   EXPECT_STREQ(serial.TagMetaString, "EPC,AntennaID,RSSI,TimeStamp,<CRC>\r\n");
   EXPECT_EQ(inventory.TriggerRecord.stop.type, StopTriggerType::Duration);
   EXPECT_TRUE(inventory.TriggerRecord.hasValueBlock);

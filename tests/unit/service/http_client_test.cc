@@ -19,7 +19,6 @@
 #include <string>
 #include <vector>
 
-#include "state/service_state.h"
 #include "platform/platform.h"
 
 extern char** environ;
@@ -247,6 +246,7 @@ TEST_F(HttpClientTest, HttpsVerifiesAgainstTheCaFileUnderTheRootOnlyWhenAsked) {
   HttpPostConfig verified;
   verified.VerifyPeer = true;
   verified.VerifyHost = true;
+  EXPECT_EQ(postOnce(verified, url, R"({"n":0})").result, -1);  // no CA file under the root yet
   installCaFile("server");
   PostResult trusted = postOnce(verified, url, R"({"n":2})");
   EXPECT_EQ(trusted.result, 0) << trusted.error.text;
@@ -258,25 +258,10 @@ TEST_F(HttpClientTest, HttpsVerifiesAgainstTheCaFileUnderTheRootOnlyWhenAsked) {
   EXPECT_STRNE(untrusted.error.text, "");
 
   const std::string got = requests();
+  EXPECT_EQ(got.find(R"("body": "{\"n\":0}")"), std::string::npos) << got;
   EXPECT_NE(got.find(R"("body": "{\"n\":1}")"), std::string::npos) << got;
   EXPECT_NE(got.find(R"("body": "{\"n\":2}")"), std::string::npos) << got;
   EXPECT_EQ(got.find(R"("body": "{\"n\":3}")"), std::string::npos) << got;
-}
-
-TEST_F(HttpClientTest, TheServiceConfigurationIsUsedByDefault) {
-  makeCertificate("server");
-  Peer sink("http_sink.py",
-            {"--record", record_, "--cert", root_ + "/server.crt", "--key", root_ + "/server.key"});
-  ASSERT_GT(sink.port(), 0);
-  const std::string url = "https://127.0.0.1:" + std::to_string(sink.port());
-  HttpPostConfig saved = serviceState.httpPostConfig;
-  serviceState.httpPostConfig = HttpPostConfig{};
-  serviceState.httpPostConfig.VerifyPeer = true;  // no CA file under the root: must fail
-  HTTPClient client;
-  ASSERT_EQ(client.open(1, url.c_str(), true), 0);
-  ASSERT_EQ(client.prepare(url.c_str()), 0);
-  EXPECT_EQ(client.post("{}", 2), -1);
-  serviceState.httpPostConfig = saved;
 }
 
 TEST_F(HttpClientTest, AConfiguredProxyCarriesThePostPlainOrTunnelled) {

@@ -50,8 +50,8 @@ class UsbDriveTest : public testing::Test {
     settings_.root = root_;
     settings_.recordShell = root_ + "/shell.txt";
     platform::configure(settings_);
-    serviceState.usbDriveFd = -1;
-    serviceState.usbDriveFileOpened = -1;
+    serviceState.usbDrive.fd = -1;
+    serviceState.usbDrive.opened = -1;
   }
   void TearDown() override {
     usbDriveDisconnect();
@@ -116,17 +116,17 @@ TEST_F(UsbDriveTest, TheFirstBatchOpensAFileNamedAfterTheLocalTimeInLowerCase) {
 TEST_F(UsbDriveTest, TheFirstBatchAfterAnHourStillGoesInThenTheFileCloses) {
   clockAt(utc(2024, 3, 3, 14, 5, 9));
   ASSERT_EQ(write("a\n"), 2);
-  const time_t opened = static_cast<time_t>(serviceState.usbDriveFileOpened);
+  const time_t opened = static_cast<time_t>(serviceState.usbDrive.opened);
   const std::string first = *files().begin();
 
   clockAt(opened + 3000);
   ASSERT_EQ(write("b\n"), 2);
-  EXPECT_GE(serviceState.usbDriveFd, 0);
+  EXPECT_GE(serviceState.usbDrive.fd, 0);
 
   clockAt(opened + 3601);
   ASSERT_EQ(write("c\n"), 2);
-  EXPECT_EQ(serviceState.usbDriveFd, -1);
-  EXPECT_EQ(serviceState.usbDriveFileOpened, -1);
+  EXPECT_EQ(serviceState.usbDrive.fd, -1);
+  EXPECT_EQ(serviceState.usbDrive.opened, -1);
   EXPECT_EQ(files().size(), 1u);
 
   ASSERT_EQ(write("d\n"), 2);
@@ -162,16 +162,16 @@ TEST_F(UsbDriveTest, AFullDriveRefusesTheBatchBeforeWriting) {
   testing::internal::CaptureStdout();
   EXPECT_EQ(write("a\n"), -1);
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "I-USB Flash Drive has no space.\n\n");
-  EXPECT_EQ(serviceState.usbDriveFd, -1);
+  EXPECT_EQ(serviceState.usbDrive.fd, -1);
 }
 
 TEST_F(UsbDriveTest, ARemovedDriveIsForgottenUntilItIsMountedAgain) {
   ASSERT_EQ(write("a\n"), 2);
-  ASSERT_GE(serviceState.usbDriveFd, 0);
+  ASSERT_GE(serviceState.usbDrive.fd, 0);
   unmount();
   EXPECT_EQ(usbDriveDisconnect(), 0);
-  EXPECT_EQ(serviceState.usbDriveFd, -1);
-  EXPECT_EQ(serviceState.usbDriveFileOpened, -1);
+  EXPECT_EQ(serviceState.usbDrive.fd, -1);
+  EXPECT_EQ(serviceState.usbDrive.opened, -1);
   EXPECT_EQ(write("b\n"), -1);
   EXPECT_EQ(usbDriveDisconnect(), 0);  // nothing open: only a detail line
   mount();
@@ -180,14 +180,14 @@ TEST_F(UsbDriveTest, ARemovedDriveIsForgottenUntilItIsMountedAgain) {
 
 TEST_F(UsbDriveTest, AFailedWriteClosesTheFileAndReportsMinusTwo) {
   ASSERT_TRUE(Logger::echo());
-  serviceState.usbDriveFd = open("/dev/full", O_WRONLY | O_CLOEXEC);
-  serviceState.usbDriveFileOpened = platform::now();
+  serviceState.usbDrive.fd = open("/dev/full", O_WRONLY | O_CLOEXEC);
+  serviceState.usbDrive.opened = platform::now();
   testing::internal::CaptureStdout();
   EXPECT_EQ(write("a\n"), -2);
   EXPECT_EQ(testing::internal::GetCapturedStdout(),
             "I-Failed to write data in USB FLash Drive\n\n");
-  EXPECT_EQ(serviceState.usbDriveFd, -1);
-  EXPECT_EQ(serviceState.usbDriveFileOpened, -1);
+  EXPECT_EQ(serviceState.usbDrive.fd, -1);
+  EXPECT_EQ(serviceState.usbDrive.opened, -1);
 }
 
 TEST_F(UsbDriveTest, RemovalWhileTheWorkerWritesLosesNoWrittenByte) {
