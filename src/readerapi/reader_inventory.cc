@@ -22,9 +22,7 @@ RfidStatus ReaderSession::performInventory(const PostFilter* postFilter,
     for (uint32_t i = 0; i < antennas->count; ++i) {
       const uint16_t id = antennas->antennaIds[i];
       if (id == 0 || id > n) {
-        return fail(
-            RFID_API_PARAM_OUT_OF_RANGE,
-            "antenna " + std::to_string(id) + " is not one of the reader's " + std::to_string(n));
+        return noSuchAntenna(id, n);
       }
       if (std::find(ids.begin(), ids.end(), id) == ids.end()) ids.push_back(id);
     }

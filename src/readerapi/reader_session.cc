@@ -56,6 +56,11 @@ RfidStatus ReaderSession::fail(RfidStatus status, std::string what, std::string 
   return failLocked(status, std::move(what), std::move(where), messageType);
 }
 
+RfidStatus ReaderSession::noSuchAntenna(uint16_t antennaId, uint16_t n) {
+  return fail(RFID_API_PARAM_OUT_OF_RANGE, "antenna " + std::to_string(antennaId) +
+                                               " is not one of the reader's " + std::to_string(n));
+}
+
 RfidStatus ReaderSession::failLocked(RfidStatus status, std::string what, std::string where,
                                      uint32_t messageType) {
   error_ = errorRecord(status, std::move(what), std::move(where), messageType);

@@ -123,6 +123,8 @@ class ReaderSession final : private LinkListener {
 
   RfidStatus fail(RfidStatus status, std::string what, std::string where = {},
                   uint32_t messageType = 0);
+  // The refusal of an antenna number beyond the reader's n antennas.
+  RfidStatus noSuchAntenna(uint16_t antennaId, uint16_t n);
   // The same with stateLock_ already held.
   RfidStatus failLocked(RfidStatus status, std::string what, std::string where = {},
                         uint32_t messageType = 0);

@@ -18,9 +18,7 @@ RfidStatus ReaderSession::getAntennaConfig(uint16_t antennaId, uint16_t& rx, uin
   std::lock_guard op(opLock_);
   const uint16_t n = antennaCount();
   if (antennaId == 0 || antennaId > n) {
-    return fail(RFID_API_PARAM_OUT_OF_RANGE, "antenna " + std::to_string(antennaId) +
-                                                 " is not one of the reader's " +
-                                                 std::to_string(n));
+    return noSuchAntenna(antennaId, n);
   }
   llrp::GetReaderConfig get;
   get.antennaId = antennaId;
@@ -58,9 +56,7 @@ RfidStatus ReaderSession::setAntennaConfig(uint16_t antennaId, uint16_t rx, uint
   std::vector<uint16_t> ids;
   const uint16_t n = antennaCount();
   if (antennaId > n) {
-    return fail(RFID_API_PARAM_OUT_OF_RANGE, "antenna " + std::to_string(antennaId) +
-                                                 " is not one of the reader's " +
-                                                 std::to_string(n));
+    return noSuchAntenna(antennaId, n);
   }
   {
     std::lock_guard g(stateLock_);
@@ -116,9 +112,7 @@ RfidStatus ReaderSession::getSingulation(uint16_t antennaId, SingulationControl&
   const uint16_t n = caps_.numAntennas;
   if (antennaId > n) {
     g.unlock();
-    return fail(RFID_API_PARAM_OUT_OF_RANGE, "antenna " + std::to_string(antennaId) +
-                                                 " is not one of the reader's " +
-                                                 std::to_string(n));
+    return noSuchAntenna(antennaId, n);
   }
   out = singulation_[antennaId == 0 ? 0 : antennaId - 1];
   return RFID_API_SUCCESS;
@@ -130,9 +124,7 @@ RfidStatus ReaderSession::setSingulation(uint16_t antennaId, const SingulationCo
   const bool stateAwareOk = caps_.stateAwareSingulation;
   g.unlock();
   if (antennaId > n) {
-    return fail(RFID_API_PARAM_OUT_OF_RANGE, "antenna " + std::to_string(antennaId) +
-                                                 " is not one of the reader's " +
-                                                 std::to_string(n));
+    return noSuchAntenna(antennaId, n);
   }
   if (in.session > 3 || in.inventoryState > 1 || in.slFlag > 1) {
     return fail(RFID_API_PARAM_OUT_OF_RANGE,
@@ -194,9 +186,7 @@ RfidStatus ReaderSession::addPreFilter(uint16_t antennaId, const PreFilter& f, u
   const uint16_t n = caps_.numAntennas;
   if (antennaId > n) {
     g.unlock();
-    return fail(RFID_API_PARAM_OUT_OF_RANGE, "antenna " + std::to_string(antennaId) +
-                                                 " is not one of the reader's " +
-                                                 std::to_string(n));
+    return noSuchAntenna(antennaId, n);
   }
   if (f.filterType == PREFILTER_STATE_AWARE && !caps_.stateAwareSingulation) {
     g.unlock();
