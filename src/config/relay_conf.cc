@@ -9,7 +9,7 @@
 namespace tessera {
 namespace {
 
-enum class LineResult { Done, RelayOff };
+enum class LineResult { kDone, kRelayOff };
 
 void noteNumber(ConfigNotes* notes, const char* section, const char* key, long value) {
   if (notes) notes->value(section, key, std::to_string(value).c_str());
@@ -51,7 +51,7 @@ LineResult readSection(Tokens& tokens, const char* section, RelayConfig& relay,
     if (is("TagrelayMode") || is("EasyTagrelayMode")) {
       relay.relayMode = static_cast<int32_t>(decimal(value));
       noteNumber(notes, section, key, relay.relayMode);
-      if (relay.relayMode == 0) return LineResult::RelayOff;
+      if (relay.relayMode == 0) return LineResult::kRelayOff;
     } else if (is("TagMetaData")) {
       relay.TagMetaData = static_cast<int32_t>(decimal(value));
       noteNumber(notes, section, key, relay.TagMetaData);
@@ -81,7 +81,7 @@ LineResult readSection(Tokens& tokens, const char* section, RelayConfig& relay,
       (void)storeList(relay.PreFilters, value, section, key, notes);
     }
   }
-  return LineResult::Done;
+  return LineResult::kDone;
 }
 
 // Reads one AntennaConfig line into `entry`, which keeps the values of the previous line.
@@ -133,7 +133,7 @@ int32_t readRelayConfig(RelayConfig& relay, InventoryControlConfig& inventory, C
           if (notes) notes->sections.push_back(first);
           std::string section = first;
           if (readSection(tokens, section.c_str(), relay, inventory, result, notes) ==
-              LineResult::RelayOff) {
+              LineResult::kRelayOff) {
             return 0;
           }
         } else if (std::strcmp(first, "AntennaConfig") == 0) {

@@ -93,7 +93,7 @@ bool takeRecords(ServiceState& s) {
 }
 
 bool waitForRecords(ServiceState& s) {
-  s.relayPending.wait(s.relayWorkerStop, RelayWake::Records);
+  s.relayPending.wait(s.relayWorkerStop, RelayWake::kRecords);
   return !s.relayWorkerStop;
 }
 
@@ -103,7 +103,7 @@ void pause(ServiceState& s, double seconds) {
     return;
   }
   const auto span = std::chrono::duration<double>(platform::scaledSeconds(seconds));
-  s.relayPending.waitFor(s.relayWorkerStop, RelayWake::StopOnly,
+  s.relayPending.waitFor(s.relayWorkerStop, RelayWake::kStopOnly,
                          std::chrono::duration_cast<std::chrono::nanoseconds>(span));
 }
 

@@ -13,12 +13,12 @@ namespace tessera {
 
 // What one delivery attempt did.
 enum class SendResult {
-  Delivered,  // the batch is out; for TCP/IP every closed batch was taken whole
-  Partial,    // TCP/IP: the client took part of a batch, or nothing yet; the rest goes first on
+  kDelivered,  // the batch is out; for TCP/IP every closed batch was taken whole
+  kPartial,    // TCP/IP: the client took part of a batch, or nothing yet; the rest goes first on
               // the next pass
-  Failed,     // nothing delivered: the batch is kept and sent again
-  Rejected,   // with the spool: the HTTP server refused the batch for good (a 4xx)
-  Fatal,      // the channel is gone and the worker ends
+  kFailed,     // nothing delivered: the batch is kept and sent again
+  kRejected,   // with the spool: the HTTP server refused the batch for good (a 4xx)
+  kFatal,      // the channel is gone and the worker ends
 };
 
 // The channel is gone: the reader is released, the local client told, the channel closed.

@@ -156,13 +156,13 @@ SendResult SpoolRelay::send() {
 void SpoolRelay::settle(SendResult r) {
   const spool::Batch& b = current_.batch;
   switch (r) {
-    case SendResult::Delivered:
+    case SendResult::kDelivered:
       // A spooled batch the cap dropped meanwhile was counted then.
       if (!current_.spooled || s_.spool.confirm(b.seq)) s_.readLedger.delivered(b.reads);
       current_ = Delivery{};
       backoff_.succeeded();
       break;
-    case SendResult::Rejected:
+    case SendResult::kRejected:
       if (current_.spooled) {
         if (s_.spool.reject(b.seq, b.text))
           s_.readLedger.discarded(DiscardReason::Rejected, b.reads);
@@ -172,7 +172,7 @@ void SpoolRelay::settle(SendResult r) {
       }
       current_ = Delivery{};
       break;
-    case SendResult::Failed:
+    case SendResult::kFailed:
       s_.readLedger.deliveryFailed();
       backoff_.failed();
       // An HTTP or MQTT batch from memory goes to the (then empty) spool, keeping the order; a
@@ -182,8 +182,8 @@ void SpoolRelay::settle(SendResult r) {
         current_ = Delivery{};
       }
       break;
-    case SendResult::Partial:
-    case SendResult::Fatal:
+    case SendResult::kPartial:
+    case SendResult::kFatal:
       break;
   }
 }
@@ -217,21 +217,21 @@ bool SpoolRelay::deliver() {
       return true;  // no client yet: nothing is tried, nothing counts as failed
     }
     const SendResult r = send();
-    if (r == SendResult::Fatal) return false;
+    if (r == SendResult::kFatal) return false;
     settle(r);
-    if (r == SendResult::Failed || r == SendResult::Partial) return true;
+    if (r == SendResult::kFailed || r == SendResult::kPartial) return true;
   }
   return true;
 }
 
 void SpoolRelay::wait() {
   if (interval_ > 0) {
-    s_.relayPending.waitFor(s_.relayWorkerStop, RelayWake::Full, seconds(interval_));
+    s_.relayPending.waitFor(s_.relayWorkerStop, RelayWake::kFull, seconds(interval_));
     return;
   }
   // No interval: the next pass comes with the next records, or when a retry is due; never a
   // busy loop while the sink is away.
-  s_.relayPending.waitFor(s_.relayWorkerStop, RelayWake::Records, kIdleWait);
+  s_.relayPending.waitFor(s_.relayWorkerStop, RelayWake::kRecords, kIdleWait);
 }
 
 bool SpoolRelay::pass() {

@@ -30,51 +30,51 @@ namespace tessera {
 SendResult postText(ServiceState& s, const std::string& text, bool statusDecides) {
   if (s.httpClient == nullptr) {
     fatalExit(s, "Tagrelay: http handle not available.. exiting thread\n");
-    return SendResult::Fatal;
+    return SendResult::kFatal;
   }
   if (s.httpClient->post(text.c_str(), text.size()) != 0) {
     HttpErrorRecord error;
     s.httpClient->lastError(&error);
     Logger::log(LogLevel::kInfo, "Tagrelay: HTTP POST Error - %d : %s\n", error.code, error.text);
-    return SendResult::Failed;
+    return SendResult::kFailed;
   }
-  if (!statusDecides) return SendResult::Delivered;
+  if (!statusDecides) return SendResult::kDelivered;
   const long status = s.httpClient->lastStatus();
-  if (status >= 200 && status <= 299) return SendResult::Delivered;
+  if (status >= 200 && status <= 299) return SendResult::kDelivered;
   const bool permanent = status >= 400 && status <= 499 && status != kHttpRequestTimeout &&
                          status != kHttpTooManyRequests;
-  if (permanent) return SendResult::Rejected;
+  if (permanent) return SendResult::kRejected;
   Logger::log(LogLevel::kInfo, "Tagrelay: HTTP POST status %ld, the batch is sent again\n", status);
-  return SendResult::Failed;
+  return SendResult::kFailed;
 }
 
 SendResult publishText(ServiceState& s, const std::string& text) {
   if (s.mqttClient == nullptr) {
     fatalExit(s, "Tagrelay: MQTT handle not available.. exiting thread\n");
-    return SendResult::Fatal;
+    return SendResult::kFatal;
   }
-  if (s.mqttClient->publish(text) == MqttPublishResult::Delivered) return SendResult::Delivered;
+  if (s.mqttClient->publish(text) == MqttPublishResult::kDelivered) return SendResult::kDelivered;
   MqttError error = s.mqttClient->lastError();
   Logger::log(LogLevel::kInfo, "Tagrelay: MQTT publish Error - %d : %s\n", error.code, error.text.c_str());
-  return SendResult::Failed;
+  return SendResult::kFailed;
 }
 
 SendResult sendPiece(ServiceState& s, const std::string& text, size_t& sent) {
   if (s.tcpServer == nullptr) {
     fatalExit(s, "Tagrelay: TCP/IP handle not available.. exiting thread\n");
-    return SendResult::Fatal;
+    return SendResult::kFatal;
   }
   const long n = s.tcpServer->send(text.data() + sent, text.size() - sent);
   if (n < 0) {
-    if (errno == EAGAIN || errno == EWOULDBLOCK) return SendResult::Partial;
+    if (errno == EAGAIN || errno == EWOULDBLOCK) return SendResult::kPartial;
     Logger::log(LogLevel::kInfo, "Tagrelay: TCP/IP Client closed connection.\n");
     s.tcpServer->closeClient();
     // At least once: the next client gets this batch whole, never the piece that is left.
     sent = 0;
-    return SendResult::Failed;
+    return SendResult::kFailed;
   }
   sent += static_cast<size_t>(n);
-  return sent < text.size() ? SendResult::Partial : SendResult::Delivered;
+  return sent < text.size() ? SendResult::kPartial : SendResult::kDelivered;
 }
 
 namespace {
@@ -84,11 +84,11 @@ namespace {
 SendResult sendTcpIp(ServiceState& s) {
   if (s.tcpServer == nullptr) {
     fatalExit(s, "Tagrelay: TCP/IP handle not available.. exiting thread\n");
-    return SendResult::Fatal;
+    return SendResult::kFatal;
   }
   for (;;) {
     if (s.relayInFlight.empty()) {
-      if (!batchHasContent(s)) return SendResult::Delivered;
+      if (!batchHasContent(s)) return SendResult::kDelivered;
       spool::Batch b = closeOpenBatch(s);
       s.relayInFlight = std::move(b.text);
       s.relayInFlightSent = 0;
@@ -96,7 +96,7 @@ SendResult sendTcpIp(ServiceState& s) {
       startNextBatch(s);
     }
     const SendResult r = sendPiece(s, s.relayInFlight, s.relayInFlightSent);
-    if (r != SendResult::Delivered) return r;
+    if (r != SendResult::kDelivered) return r;
     s.readLedger.delivered(s.relayInFlightReads);
     s.relayInFlight.clear();
     s.relayInFlightSent = 0;
@@ -111,23 +111,23 @@ SendResult send(ServiceState& s) {
     case RelayMode::UsbHid: {
       if (s.hidFd == -1) {
         fatalExit(s, "Tagrelay: HID device is not opened.. exiting thread\n");
-        return SendResult::Fatal;
+        return SendResult::kFatal;
       }
       int powered = hidHostPowered();
       if (powered < 0) {
         Logger::log(LogLevel::kError, "Tagrelay: Failed to check HID status.");
-        return SendResult::Failed;
+        return SendResult::kFailed;
       }
       if (powered == 0) {
         Logger::log(LogLevel::kError, "Tagrelay: USB HID device is not found.");
-        return SendResult::Failed;
+        return SendResult::kFailed;
       }
       std::string text = s.relayBatch;
       if (hidType(text.data()) < 0) {
         Logger::log(LogLevel::kInfo, "Tagrelay : Failed to send data over HID");
-        return SendResult::Failed;
+        return SendResult::kFailed;
       }
-      return SendResult::Delivered;
+      return SendResult::kDelivered;
     }
     case RelayMode::TcpIp:
       return sendTcpIp(s);
@@ -135,12 +135,12 @@ SendResult send(ServiceState& s) {
       return publishText(s, closedBatch(s.relayBatch, false));
     case RelayMode::UsbDrive: {
       std::string text = s.relayBatch;
-      if (usbDriveWrite(text.data()) >= 0) return SendResult::Delivered;
+      if (usbDriveWrite(text.data()) >= 0) return SendResult::kDelivered;
       Logger::log(LogLevel::kInfo, "Failed to send data to USB Flash Drive");
-      return SendResult::Failed;
+      return SendResult::kFailed;
     }
     default:
-      return SendResult::Failed;
+      return SendResult::kFailed;
   }
 }
 
@@ -199,22 +199,22 @@ void* relayWorker(void* state) {
     if (!sendNow) sendNow = resend;
     if (sendNow) {
       switch (send(s)) {
-        case SendResult::Delivered:
+        case SendResult::kDelivered:
           if (s.relayConfig.relayMode != static_cast<int32_t>(RelayMode::TcpIp)) {
             s.readLedger.delivered(s.relayBatchReads);
             startNextBatch(s);
           }
           resend = false;
           break;
-        case SendResult::Partial:
+        case SendResult::kPartial:
           resend = true;
           break;
-        case SendResult::Failed:
-        case SendResult::Rejected:  // only the spool tells a refusal apart
+        case SendResult::kFailed:
+        case SendResult::kRejected:  // only the spool tells a refusal apart
           s.readLedger.deliveryFailed();
           resend = true;
           break;
-        case SendResult::Fatal:
+        case SendResult::kFatal:
           commonExit();
           return nullptr;
       }

@@ -181,14 +181,14 @@ MqttPublishResult MqttClient::publish(const std::string& text) {
   std::unique_lock<std::mutex> lock(lock_);
   if (mosq_ == nullptr || !connected_) {
     error_ = {MOSQ_ERR_NO_CONN, mosquitto_strerror(MOSQ_ERR_NO_CONN)};
-    return MqttPublishResult::Failed;
+    return MqttPublishResult::kFailed;
   }
   int mid = 0;
   int rc = mosquitto_publish(mosq_, &mid, topic_.c_str(), static_cast<int>(text.size()),
                              text.data(), static_cast<int>(config_.QoS), false);
   if (rc != MOSQ_ERR_SUCCESS) {
     error_ = {rc, mosquitto_strerror(rc)};
-    return MqttPublishResult::Failed;
+    return MqttPublishResult::kFailed;
   }
   unacked_.insert(mid);
   const uint64_t generation = generation_;
@@ -201,12 +201,12 @@ MqttPublishResult MqttClient::publish(const std::string& text) {
   // A loss decides first: a fresh client after it no longer knows the message.
   if (generation_ != generation) {
     error_ = {MOSQ_ERR_CONN_LOST, "connection lost before the broker answered"};
-    return MqttPublishResult::Failed;
+    return MqttPublishResult::kFailed;
   }
-  if (unacked_.count(mid) == 0) return MqttPublishResult::Delivered;
+  if (unacked_.count(mid) == 0) return MqttPublishResult::kDelivered;
   error_ = aborted() ? MqttError{MOSQ_ERR_INVAL, "relay stopping"}
                      : MqttError{MOSQ_ERR_TIMEOUT, "no PUBACK within 10 seconds"};
-  return MqttPublishResult::Failed;
+  return MqttPublishResult::kFailed;
 }
 
 void MqttClient::stop() {

@@ -22,8 +22,8 @@ namespace tessera {
 
 // The outcome of one publish.
 enum class MqttPublishResult {
-  Delivered,  // QoS 1: the broker's PUBACK arrived; QoS 0: the message was written to the socket
-  Failed,     // not connected, refused, connection lost or no PUBACK in time: send it again
+  kDelivered,  // QoS 1: the broker's PUBACK arrived; QoS 0: the message was written to the socket
+  kFailed,     // not connected, refused, connection lost or no PUBACK in time: send it again
 };
 
 // The last failure: a libmosquitto error number (or -1) and its text.

@@ -59,15 +59,15 @@ void writeSerial(const ReaderTagData& tag, const TagView& view) {
   }
   s.readLedger.takenAndDelivered(1);
   switch (serialTxUpdate(s.serialTxFull, n)) {
-    case SerialTxChange::BecameFull:
+    case SerialTxChange::kBecameFull:
       Logger::log(LogLevel::kInfo, "Serial Port Tx1: BUFFER data=%d%d\r\n", n, 1);
       if (s.dataChannelClientFd > 0) dataChannelNotify("BUFFER_FULL_EVENT");
       break;
-    case SerialTxChange::Cleared:
+    case SerialTxChange::kCleared:
       Logger::log(LogLevel::kInfo, "Serial Port Tx: BUFFER cleared data=%d %d\r\n", n, 0);
       if (s.dataChannelClientFd > 0) dataChannelNotify("BUFFER_FULL_EVENT_CLEARED");
       break;
-    case SerialTxChange::None:
+    case SerialTxChange::kNone:
       break;
   }
 }
@@ -94,13 +94,13 @@ void writeTagDataLine(const ReaderTagData& tag, const TagView& view) {
 SerialTxChange serialTxUpdate(bool& full, int written) {
   if (written > kSerialTxFullThreshold && !full) {
     full = true;
-    return SerialTxChange::BecameFull;
+    return SerialTxChange::kBecameFull;
   }
   if (written > 0 && written <= kSerialTxFullThreshold && full) {
     full = false;
-    return SerialTxChange::Cleared;
+    return SerialTxChange::kCleared;
   }
-  return SerialTxChange::None;
+  return SerialTxChange::kNone;
 }
 
 void processTagRead(const ReaderTagData* tag) {

@@ -14,7 +14,7 @@ inline constexpr int kSerialTxFullThreshold = 3686;
 inline constexpr size_t kRelayBatchLimit = 71680;
 
 // What one serial write result does to the buffer-full notification.
-enum class SerialTxChange { None, BecameFull, Cleared };
+enum class SerialTxChange { kNone, kBecameFull, kCleared };
 // Updates the full flag from a write result (the transmit queue fill level); the change to report.
 SerialTxChange serialTxUpdate(bool& full, int written);
 

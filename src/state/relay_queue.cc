@@ -51,11 +51,11 @@ bool RelayQueue::clearFull() {
 bool RelayQueue::woken(const std::atomic<bool>& stop, RelayWake also) const {
   if (stop) return true;
   switch (also) {
-    case RelayWake::StopOnly:
+    case RelayWake::kStopOnly:
       return false;
-    case RelayWake::Records:
+    case RelayWake::kRecords:
       return !pending_.empty();
-    case RelayWake::Full:
+    case RelayWake::kFull:
       return full_;
   }
   return false;

@@ -17,9 +17,9 @@ namespace tessera {
 
 // What, besides the worker's stop flag, ends a wait on the queue.
 enum class RelayWake : uint8_t {
-  StopOnly,  // the pass pause: only a stop cuts it short
-  Records,   // any record appended
-  Full,      // the queue reached the batch limit while the spool takes the overflow
+  kStopOnly,  // the pass pause: only a stop cuts it short
+  kRecords,   // any record appended
+  kFull,      // the queue reached the batch limit while the spool takes the overflow
 };
 
 class RelayQueue {

@@ -11,13 +11,13 @@ namespace {
 
 TEST(SerialTx, OneFullEventThenOneClearedEvent) {
   bool full = false;
-  EXPECT_EQ(serialTxUpdate(full, 3686), SerialTxChange::None);
-  EXPECT_EQ(serialTxUpdate(full, 3687), SerialTxChange::BecameFull);
-  EXPECT_EQ(serialTxUpdate(full, 3687), SerialTxChange::None);
-  EXPECT_EQ(serialTxUpdate(full, 0), SerialTxChange::None);
+  EXPECT_EQ(serialTxUpdate(full, 3686), SerialTxChange::kNone);
+  EXPECT_EQ(serialTxUpdate(full, 3687), SerialTxChange::kBecameFull);
+  EXPECT_EQ(serialTxUpdate(full, 3687), SerialTxChange::kNone);
+  EXPECT_EQ(serialTxUpdate(full, 0), SerialTxChange::kNone);
   EXPECT_TRUE(full);
-  EXPECT_EQ(serialTxUpdate(full, 100), SerialTxChange::Cleared);
-  EXPECT_EQ(serialTxUpdate(full, 100), SerialTxChange::None);
+  EXPECT_EQ(serialTxUpdate(full, 100), SerialTxChange::kCleared);
+  EXPECT_EQ(serialTxUpdate(full, 100), SerialTxChange::kNone);
   EXPECT_FALSE(full);
 }
 
