@@ -920,7 +920,71 @@ struct Message {
 // The message type of a body.
 MessageType messageType(const MessageBody& body);
 // The LLRP name of a message type ("RO_ACCESS_REPORT"), or "UNKNOWN".
-const char* messageName(MessageType type);
+constexpr const char* messageName(MessageType type) {
+  switch (type) {
+    case MessageType::kGetReaderCapabilities:
+      return "GET_READER_CAPABILITIES";
+    case MessageType::kGetReaderConfig:
+      return "GET_READER_CONFIG";
+    case MessageType::kSetReaderConfig:
+      return "SET_READER_CONFIG";
+    case MessageType::kCloseConnectionResponse:
+      return "CLOSE_CONNECTION_RESPONSE";
+    case MessageType::kGetReaderCapabilitiesResponse:
+      return "GET_READER_CAPABILITIES_RESPONSE";
+    case MessageType::kGetReaderConfigResponse:
+      return "GET_READER_CONFIG_RESPONSE";
+    case MessageType::kSetReaderConfigResponse:
+      return "SET_READER_CONFIG_RESPONSE";
+    case MessageType::kCloseConnection:
+      return "CLOSE_CONNECTION";
+    case MessageType::kAddROSpec:
+      return "ADD_ROSPEC";
+    case MessageType::kDeleteROSpec:
+      return "DELETE_ROSPEC";
+    case MessageType::kStartROSpec:
+      return "START_ROSPEC";
+    case MessageType::kStopROSpec:
+      return "STOP_ROSPEC";
+    case MessageType::kEnableROSpec:
+      return "ENABLE_ROSPEC";
+    case MessageType::kDisableROSpec:
+      return "DISABLE_ROSPEC";
+    case MessageType::kAddROSpecResponse:
+      return "ADD_ROSPEC_RESPONSE";
+    case MessageType::kDeleteROSpecResponse:
+      return "DELETE_ROSPEC_RESPONSE";
+    case MessageType::kStartROSpecResponse:
+      return "START_ROSPEC_RESPONSE";
+    case MessageType::kStopROSpecResponse:
+      return "STOP_ROSPEC_RESPONSE";
+    case MessageType::kEnableROSpecResponse:
+      return "ENABLE_ROSPEC_RESPONSE";
+    case MessageType::kDisableROSpecResponse:
+      return "DISABLE_ROSPEC_RESPONSE";
+    case MessageType::kDeleteAccessSpec:
+      return "DELETE_ACCESSSPEC";
+    case MessageType::kDeleteAccessSpecResponse:
+      return "DELETE_ACCESSSPEC_RESPONSE";
+    case MessageType::kGetReport:
+      return "GET_REPORT";
+    case MessageType::kROAccessReport:
+      return "RO_ACCESS_REPORT";
+    case MessageType::kKeepalive:
+      return "KEEPALIVE";
+    case MessageType::kReaderEventNotification:
+      return "READER_EVENT_NOTIFICATION";
+    case MessageType::kEnableEventsAndReports:
+      return "ENABLE_EVENTS_AND_REPORTS";
+    case MessageType::kKeepaliveAck:
+      return "KEEPALIVE_ACK";
+    case MessageType::kErrorMessage:
+      return "ERROR_MESSAGE";
+    case MessageType::kCustomMessage:
+      return "CUSTOM_MESSAGE";
+  }
+  return "UNKNOWN";
+}
 // The LLRP name of a status code ("M_Success"), or "Unknown".
 const char* statusCodeName(StatusCode code);
 // The EPC bytes of a tag report's EPC parameter, whichever form it takes.
