@@ -49,14 +49,14 @@ struct Decoder {
 // Walks the sub-parameters of a parameter or message body, one nesting level deeper.
 class Params {
  public:
-  Params(Decoder& d, uint32_t begin, uint32_t end, const char* name)
+  [[gnu::always_inline]] Params(Decoder& d, uint32_t begin, uint32_t end, const char* name)
       : d_(d), pos_(begin), end_(end), name_(name) {
     if (++d_.depth > kMaxDepth) {
       d_.fail(ErrorCode::kTooDeep, begin, name, "");
       end_ = pos_;  // nothing to walk
     }
   }
-  ~Params() { --d_.depth; }
+  [[gnu::always_inline]] ~Params() { --d_.depth; }
   Params(const Params&) = delete;
   Params& operator=(const Params&) = delete;
 
@@ -119,6 +119,10 @@ struct SlotState {
 
 template <class D, class R>
 void decodeRecord(Decoder& d, Range body, uint32_t headerAt, R& rec);
+template <class D, class R>
+constexpr bool hasSubParameters();
+template <class D, class R>
+void decodeFixedRecord(Decoder& d, Range body, R& rec);
 
 // Reads the value of a TV parameter, whose width Params::next() has already checked against
 // the bytes there; tvWidth() below proves each TV description reads exactly that width.
@@ -193,6 +197,8 @@ template <class D, class R>
     static_assert(tvWidth<D, R>() == wire::kTvWidth[D::kType], "TV width differs from the table");
     TvReader reader(d.frame + it.body.begin);
     D::fields(reader, rec);
+  } else if constexpr (!hasSubParameters<D, R>()) {
+    decodeFixedRecord<D>(d, it.body, rec);
   } else {
     decodeRecord<D>(d, it.body, it.start, rec);
   }
@@ -201,7 +207,7 @@ template <class D, class R>
 // First walk: the fixed fields, in order.
 class FieldReader {
  public:
-  FieldReader(Decoder& d, Range r, const char* name, SlotState& s)
+  [[gnu::always_inline]] FieldReader(Decoder& d, Range r, const char* name, SlotState& s)
       : d_(d), s_(s), pos_(r.begin), end_(r.end), name_(name) {}
 
   uint32_t pos() const { return pos_; }
@@ -209,30 +215,30 @@ class FieldReader {
   bool ok() const { return !failed_; }
 
   template <class T>
-  void u8(const char* field, T& v) {
+  [[gnu::always_inline]] void u8(const char* field, T& v) {
     if (need(1, field)) v = static_cast<T>(d_.frame[pos_++]);
   }
   template <class T>
-  void s8(const char* field, T& v) {
+  [[gnu::always_inline]] void s8(const char* field, T& v) {
     u8(field, v);
   }
   template <class T>
-  void u16(const char* field, T& v) {
+  [[gnu::always_inline]] void u16(const char* field, T& v) {
     if (!need(2, field)) return;
     v = static_cast<T>(wire::load16(d_.frame + pos_));
     pos_ += 2;
   }
   template <class T>
-  void s16(const char* field, T& v) {
+  [[gnu::always_inline]] void s16(const char* field, T& v) {
     u16(field, v);
   }
   template <class T>
-  void u32(const char* field, T& v) {
+  [[gnu::always_inline]] void u32(const char* field, T& v) {
     if (!need(4, field)) return;
     v = static_cast<T>(wire::load32(d_.frame + pos_));
     pos_ += 4;
   }
-  void u64(const char* field, uint64_t& v) {
+  [[gnu::always_inline]] void u64(const char* field, uint64_t& v) {
     if (!need(8, field)) return;
     v = wire::load64(d_.frame + pos_);
     pos_ += 8;
@@ -287,7 +293,7 @@ class FieldReader {
     for (uint16_t i = 0; i < n; ++i) v[i] = wire::load32(d_.frame + pos_ + 4u * i);
     pos_ += uint32_t{n} * 4;
   }
-  void bytesToEnd(const char*, std::vector<uint8_t>& v) {
+  [[gnu::always_inline]] void bytesToEnd(const char*, std::vector<uint8_t>& v) {
     if (failed_) return;
     v.assign(d_.frame + pos_, d_.frame + end_);
     pos_ = end_;
@@ -320,7 +326,7 @@ class FieldReader {
   }
 
  private:
-  bool need(uint32_t n, const char* field) {
+  [[gnu::always_inline]] bool need(uint32_t n, const char* field) {
     if (failed_) return false;
     if (end_ - pos_ >= n) return true;
     failed_ = true;
@@ -433,7 +439,7 @@ template <size_t I, class M, class D, class... Rest>
 // leaves that order; SubMatcher then places the rest one by one.
 class InOrderWalk : public SkipFields {
  public:
-  InOrderWalk(Decoder& d, Params& it, SlotState& s, const char* parent)
+  [[gnu::always_inline]] InOrderWalk(Decoder& d, Params& it, SlotState& s, const char* parent)
       : d_(d), it_(it), s_(s), parent_(parent) {
     more_ = it_.next();
   }
@@ -445,7 +451,12 @@ class InOrderWalk : public SkipFields {
     const int i = slot_++;
     while (more_ && it_.type == D::kType) {
       take<D>(d_, it_, s_, i, m, parent_);
-      more_ = d_.ok() && it_.next();
+      // A TV value cannot fail to decode, and this is the first visit of the slot.
+      if constexpr (D::kTv) {
+        more_ = it_.next();
+      } else {
+        more_ = d_.ok() && it_.next();
+      }
       if constexpr (slots::Slot<M>::kCardinality != slots::Cardinality::kList) break;
     }
   }
@@ -501,7 +512,7 @@ class SlotFinisher : public SkipFields {
       : d_(d), s_(s), headerAt_(headerAt), name_(name) {}
 
   template <class D, class M>
-  void sub(D, M& m) {
+  [[gnu::always_inline]] void sub(D, M& m) {
     const int i = slot_++;
     constexpr auto c = slots::Slot<M>::kCardinality;
     if constexpr (c == slots::Cardinality::kOne) {
@@ -529,18 +540,80 @@ class SlotFinisher : public SkipFields {
   int slot_ = 0;
 };
 
+// Tells, at compile time, whether a description lists any sub-parameter.
+struct SubParameterProbe {
+  bool any = false;
+  template <class... A>
+  constexpr void u8(A&&...) {}
+  template <class... A>
+  constexpr void s8(A&&...) {}
+  template <class... A>
+  constexpr void u16(A&&...) {}
+  template <class... A>
+  constexpr void s16(A&&...) {}
+  template <class... A>
+  constexpr void u32(A&&...) {}
+  template <class... A>
+  constexpr void u64(A&&...) {}
+  template <class... A>
+  constexpr void u96(A&&...) {}
+  template <class... A>
+  constexpr void bits(A&&...) {}
+  template <class... A>
+  constexpr void reserved(A&&...) {}
+  template <class... A>
+  constexpr void utf8v(A&&...) {}
+  template <class... A>
+  constexpr void u1v(A&&...) {}
+  template <class... A>
+  constexpr void u8v(A&&...) {}
+  template <class... A>
+  constexpr void u16v(A&&...) {}
+  template <class... A>
+  constexpr void u32v(A&&...) {}
+  template <class... A>
+  constexpr void bytesToEnd(A&&...) {}
+  template <class... A>
+  constexpr void sub(A&&...) {
+    any = true;
+  }
+  template <class... A>
+  constexpr void choice(A&&...) {
+    any = true;
+  }
+};
+template <class D, class R>
+constexpr bool hasSubParameters() {
+  if constexpr (slots::Slot<R>::kCardinality == slots::Cardinality::kChain) {
+    return true;
+  } else {
+    R r{};
+    SubParameterProbe probe;
+    D::fields(probe, r);
+    return probe.any;
+  }
+}
+
 // Decodes one record whose fields start at body.begin; headerAt is where a missing
 // sub-parameter is reported (the parameter's header, or the body of a message).
 template <class D, class R>
+[[gnu::always_inline]] inline void decodeFixedRecord(Decoder& d, Range body, R& rec) {
+  SlotState unused;
+  FieldReader fields(d, body, D::kName, unused);
+  D::fields(fields, rec);
+  fields.done();
+}
+
+template <class D, class R>
 void decodeRecord(Decoder& d, Range body, uint32_t headerAt, R& rec) {
+  if constexpr (!hasSubParameters<D, R>()) {
+    decodeFixedRecord<D>(d, body, rec);
+    return;
+  }
   SlotState state;
   FieldReader fields(d, body, D::kName, state);
   D::fields(fields, rec);
   if (!fields.ok()) return;
-  if (!fields.hasSubParameters()) {
-    fields.done();
-    return;
-  }
   {
     Params it(d, fields.pos(), body.end, D::kName);
     InOrderWalk inOrder(d, it, state, D::kName);

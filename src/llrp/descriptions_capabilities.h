@@ -8,7 +8,7 @@ namespace tessera::llrp::desc {
 struct ReceiveSensitivityTableEntry : Tlv<139> {
   static constexpr const char* kName = "ReceiveSensitivityTableEntry";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u16("Index", r.index);
     v.s16("ReceiveSensitivityValue", r.receiveSensitivityValue);
   }
@@ -17,7 +17,7 @@ struct ReceiveSensitivityTableEntry : Tlv<139> {
 struct PerAntennaReceiveSensitivityRange : Tlv<149> {
   static constexpr const char* kName = "PerAntennaReceiveSensitivityRange";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u16("AntennaID", r.antennaId);
     v.u16("ReceiveSensitivityIndexMin", r.receiveSensitivityIndexMin);
     v.u16("ReceiveSensitivityIndexMax", r.receiveSensitivityIndexMax);
@@ -27,7 +27,7 @@ struct PerAntennaReceiveSensitivityRange : Tlv<149> {
 struct PerAntennaAirProtocol : Tlv<140> {
   static constexpr const char* kName = "PerAntennaAirProtocol";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u16("AntennaID", r.antennaId);
     v.u8v("ProtocolID", r.protocolIds);
   }
@@ -36,7 +36,7 @@ struct PerAntennaAirProtocol : Tlv<140> {
 struct GPIOCapabilities : Tlv<141> {
   static constexpr const char* kName = "GPIOCapabilities";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u16("NumGPIs", r.numGPIs);
     v.u16("NumGPOs", r.numGPOs);
   }
@@ -45,7 +45,7 @@ struct GPIOCapabilities : Tlv<141> {
 struct GeneralDeviceCapabilities : Tlv<137> {
   static constexpr const char* kName = "GeneralDeviceCapabilities";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u16("MaxNumberOfAntennaSupported", r.maxNumberOfAntennaSupported);
     v.bits(1, "CanSetAntennaProperties", r.canSetAntennaProperties);
     v.bits(1, "HasUTCClockCapability", r.hasUTCClockCapability);
@@ -63,7 +63,7 @@ struct GeneralDeviceCapabilities : Tlv<137> {
 struct LLRPCapabilities : Tlv<142> {
   static constexpr const char* kName = "LLRPCapabilities";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.bits(1, "CanDoRFSurvey", r.canDoRFSurvey);
     v.bits(1, "CanReportBufferFillWarning", r.canReportBufferFillWarning);
     v.bits(1, "SupportsClientRequestOpSpec", r.supportsClientRequestOpSpec);
@@ -83,7 +83,7 @@ struct LLRPCapabilities : Tlv<142> {
 struct TransmitPowerLevelTableEntry : Tlv<145> {
   static constexpr const char* kName = "TransmitPowerLevelTableEntry";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u16("Index", r.index);
     v.s16("TransmitPowerValue", r.transmitPowerValue);
   }
@@ -92,7 +92,7 @@ struct TransmitPowerLevelTableEntry : Tlv<145> {
 struct FrequencyHopTable : Tlv<147> {
   static constexpr const char* kName = "FrequencyHopTable";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u8("HopTableID", r.hopTableId);
     v.reserved(8);
     v.u32v("Frequency", r.frequencies);
@@ -102,7 +102,7 @@ struct FrequencyHopTable : Tlv<147> {
 struct FixedFrequencyTable : Tlv<148> {
   static constexpr const char* kName = "FixedFrequencyTable";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u32v("Frequency", r.frequencies);
   }
 };
@@ -110,7 +110,7 @@ struct FixedFrequencyTable : Tlv<148> {
 struct FrequencyInformation : Tlv<146> {
   static constexpr const char* kName = "FrequencyInformation";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.bits(1, "Hopping", r.hopping);
     v.reserved(7);
     v.sub(FrequencyHopTable{}, r.hopTables);
@@ -121,7 +121,7 @@ struct FrequencyInformation : Tlv<146> {
 struct C1G2UHFRFModeTableEntry : Tlv<329> {
   static constexpr const char* kName = "C1G2UHFRFModeTableEntry";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u32("ModeIdentifier", r.modeIdentifier);
     v.bits(1, "DRValue", r.drValue);
     v.bits(1, "EPCHAGTCConformance", r.epcHAGTCConformance);
@@ -140,7 +140,7 @@ struct C1G2UHFRFModeTableEntry : Tlv<329> {
 struct C1G2UHFRFModeTable : Tlv<328> {
   static constexpr const char* kName = "C1G2UHFRFModeTable";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.sub(C1G2UHFRFModeTableEntry{}, r.entries);
   }
 };
@@ -148,7 +148,7 @@ struct C1G2UHFRFModeTable : Tlv<328> {
 struct UHFBandCapabilities : Tlv<144> {
   static constexpr const char* kName = "UHFBandCapabilities";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.sub(TransmitPowerLevelTableEntry{}, r.transmitPowerLevels);
     v.sub(FrequencyInformation{}, r.frequencyInformation);
     v.sub(C1G2UHFRFModeTable{}, r.c1g2RFModeTable);
@@ -158,7 +158,7 @@ struct UHFBandCapabilities : Tlv<144> {
 struct RegulatoryCapabilities : Tlv<143> {
   static constexpr const char* kName = "RegulatoryCapabilities";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u16("CountryCode", r.countryCode);
     v.u16("CommunicationsStandard", r.communicationsStandard);
     v.sub(UHFBandCapabilities{}, r.uhfBandCapabilities);
@@ -169,7 +169,7 @@ struct RegulatoryCapabilities : Tlv<143> {
 struct C1G2LLRPCapabilities : Tlv<327> {
   static constexpr const char* kName = "C1G2LLRPCapabilities";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.bits(1, "CanSupportBlockErase", r.canSupportBlockErase);
     v.bits(1, "CanSupportBlockWrite", r.canSupportBlockWrite);
     v.reserved(6);

@@ -25,17 +25,17 @@ struct Tv {
 };
 
 // The microseconds of a timestamp, whether kept alone or with its UTC/uptime flag.
-inline uint64_t& microseconds(uint64_t& v) { return v; }
-inline const uint64_t& microseconds(const uint64_t& v) { return v; }
-inline uint64_t& microseconds(Timestamp& t) { return t.microseconds; }
-inline const uint64_t& microseconds(const Timestamp& t) { return t.microseconds; }
+constexpr uint64_t& microseconds(uint64_t& v) { return v; }
+constexpr const uint64_t& microseconds(const uint64_t& v) { return v; }
+constexpr uint64_t& microseconds(Timestamp& t) { return t.microseconds; }
+constexpr const uint64_t& microseconds(const Timestamp& t) { return t.microseconds; }
 
 // ---- shared ----
 
 struct Custom : Tlv<1023> {
   static constexpr const char* kName = "Custom";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u32("VendorIdentifier", r.vendorId);
     v.u32("ParameterSubtype", r.subtype);
     v.bytesToEnd("Data", r.data);
@@ -45,7 +45,7 @@ struct Custom : Tlv<1023> {
 struct UTCTimestamp : Tlv<128> {
   static constexpr const char* kName = "UTCTimestamp";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u64("Microseconds", microseconds(r));
   }
 };
@@ -53,7 +53,7 @@ struct UTCTimestamp : Tlv<128> {
 struct Uptime : Tlv<129> {
   static constexpr const char* kName = "Uptime";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u64("Microseconds", microseconds(r));
   }
 };
@@ -61,7 +61,7 @@ struct Uptime : Tlv<129> {
 struct FieldError : Tlv<288> {
   static constexpr const char* kName = "FieldError";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u16("FieldNum", r.fieldNum);
     v.u16("ErrorCode", r.errorCode);
   }
@@ -71,7 +71,7 @@ struct FieldError : Tlv<288> {
 struct ParameterError : Tlv<289> {
   static constexpr const char* kName = "ParameterError";
   template <class V, class R>
-  static constexpr void fields(V& v, R& link) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& link) {
     auto& e = link.element();
     v.u16("ParameterType", e.parameterType);
     v.u16("ErrorCode", e.errorCode);
@@ -84,7 +84,7 @@ struct ParameterError : Tlv<289> {
 struct LLRPStatus : Tlv<287> {
   static constexpr const char* kName = "LLRPStatus";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u16("StatusCode", r.statusCode);
     v.utf8v("ErrorDescription", r.errorDescription);
     v.sub(FieldError{}, r.fieldError);
@@ -99,7 +99,7 @@ struct LLRPStatus : Tlv<287> {
   struct Name : Tv<number> {                                 \
     static constexpr const char* kName = #Name;              \
     template <class V, class R>                              \
-    static constexpr void fields(V& v, R& r) {                         \
+    [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {                         \
       v.width(field, r);                                     \
     }                                                        \
   }
@@ -125,7 +125,7 @@ TESSERA_LLRP_TV_VALUE(OpSpecID, 17, u16, "OpSpecID");
 struct EPC_96 : Tv<13> {
   static constexpr const char* kName = "EPC_96";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u96("EPC", r.epc);
   }
 };
@@ -133,7 +133,7 @@ struct EPC_96 : Tv<13> {
 struct C1G2SingulationDetails : Tv<18> {
   static constexpr const char* kName = "C1G2SingulationDetails";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u16("NumCollisionSlots", r.numCollisionSlots);
     v.u16("NumEmptySlots", r.numEmptySlots);
   }

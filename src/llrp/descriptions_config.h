@@ -10,7 +10,7 @@ namespace tessera::llrp::desc {
 struct C1G2TagInventoryMask : Tlv<332> {
   static constexpr const char* kName = "C1G2TagInventoryMask";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.bits(2, "MB", r.mb);
     v.reserved(6);
     v.u16("Pointer", r.pointer);
@@ -21,7 +21,7 @@ struct C1G2TagInventoryMask : Tlv<332> {
 struct C1G2TagInventoryStateAwareFilterAction : Tlv<333> {
   static constexpr const char* kName = "C1G2TagInventoryStateAwareFilterAction";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u8("Target", r.target);
     v.u8("Action", r.action);
   }
@@ -30,7 +30,7 @@ struct C1G2TagInventoryStateAwareFilterAction : Tlv<333> {
 struct C1G2TagInventoryStateUnawareFilterAction : Tlv<334> {
   static constexpr const char* kName = "C1G2TagInventoryStateUnawareFilterAction";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u8("Action", r.action);
   }
 };
@@ -38,7 +38,7 @@ struct C1G2TagInventoryStateUnawareFilterAction : Tlv<334> {
 struct C1G2Filter : Tlv<331> {
   static constexpr const char* kName = "C1G2Filter";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.bits(2, "T", r.t);
     v.reserved(6);
     v.sub(C1G2TagInventoryMask{}, r.tagInventoryMask);
@@ -50,7 +50,7 @@ struct C1G2Filter : Tlv<331> {
 struct C1G2RFControl : Tlv<335> {
   static constexpr const char* kName = "C1G2RFControl";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u16("ModeIndex", r.modeIndex);
     v.u16("Tari", r.tari);
   }
@@ -59,7 +59,7 @@ struct C1G2RFControl : Tlv<335> {
 struct C1G2TagInventoryStateAwareSingulationAction : Tlv<337> {
   static constexpr const char* kName = "C1G2TagInventoryStateAwareSingulationAction";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.bits(1, "I", r.i);
     v.bits(1, "S", r.s);
     v.reserved(6);
@@ -69,7 +69,7 @@ struct C1G2TagInventoryStateAwareSingulationAction : Tlv<337> {
 struct C1G2SingulationControl : Tlv<336> {
   static constexpr const char* kName = "C1G2SingulationControl";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.bits(2, "Session", r.session);
     v.reserved(6);
     v.u16("TagPopulation", r.tagPopulation);
@@ -81,7 +81,7 @@ struct C1G2SingulationControl : Tlv<336> {
 struct C1G2InventoryCommand : Tlv<330> {
   static constexpr const char* kName = "C1G2InventoryCommand";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.bits(1, "TagInventoryStateAware", r.tagInventoryStateAware);
     v.reserved(7);
     v.sub(C1G2Filter{}, r.filters);
@@ -94,7 +94,7 @@ struct C1G2InventoryCommand : Tlv<330> {
 struct C1G2EPCMemorySelector : Tlv<348> {
   static constexpr const char* kName = "C1G2EPCMemorySelector";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.bits(1, "EnableCRC", r.enableCRC);
     v.bits(1, "EnablePCBits", r.enablePCBits);
     v.reserved(6);
@@ -106,7 +106,7 @@ struct C1G2EPCMemorySelector : Tlv<348> {
 struct RFReceiver : Tlv<223> {
   static constexpr const char* kName = "RFReceiver";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u16("ReceiverSensitivity", r.receiverSensitivity);
   }
 };
@@ -114,7 +114,7 @@ struct RFReceiver : Tlv<223> {
 struct RFTransmitter : Tlv<224> {
   static constexpr const char* kName = "RFTransmitter";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u16("HopTableID", r.hopTableId);
     v.u16("ChannelIndex", r.channelIndex);
     v.u16("TransmitPower", r.transmitPower);
@@ -124,7 +124,7 @@ struct RFTransmitter : Tlv<224> {
 struct AntennaConfiguration : Tlv<222> {
   static constexpr const char* kName = "AntennaConfiguration";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u16("AntennaID", r.antennaId);
     v.sub(RFReceiver{}, r.rfReceiver);
     v.sub(RFTransmitter{}, r.rfTransmitter);
@@ -135,7 +135,7 @@ struct AntennaConfiguration : Tlv<222> {
 struct AntennaProperties : Tlv<221> {
   static constexpr const char* kName = "AntennaProperties";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.bits(1, "AntennaConnected", r.antennaConnected);
     v.reserved(7);
     v.u16("AntennaID", r.antennaId);
@@ -146,7 +146,7 @@ struct AntennaProperties : Tlv<221> {
 struct LLRPConfigurationStateValue : Tlv<217> {
   static constexpr const char* kName = "LLRPConfigurationStateValue";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u32("LLRPConfigurationStateValue", r);
   }
 };
@@ -154,7 +154,7 @@ struct LLRPConfigurationStateValue : Tlv<217> {
 struct Identification : Tlv<218> {
   static constexpr const char* kName = "Identification";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u8("IDType", r.idType);
     v.u8v("ReaderID", r.readerId);
   }
@@ -163,7 +163,7 @@ struct Identification : Tlv<218> {
 struct GPOWriteData : Tlv<219> {
   static constexpr const char* kName = "GPOWriteData";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u16("GPOPortNumber", r.gpoPortNumber);
     v.bits(1, "GPOData", r.gpoData);
     v.reserved(7);
@@ -173,7 +173,7 @@ struct GPOWriteData : Tlv<219> {
 struct KeepaliveSpec : Tlv<220> {
   static constexpr const char* kName = "KeepaliveSpec";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u8("KeepaliveTriggerType", r.keepaliveTriggerType);
     v.u32("PeriodicTriggerValue", r.periodicTriggerValue);
   }
@@ -182,7 +182,7 @@ struct KeepaliveSpec : Tlv<220> {
 struct GPIPortCurrentState : Tlv<225> {
   static constexpr const char* kName = "GPIPortCurrentState";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u16("GPIPortNum", r.gpiPortNum);
     v.bits(1, "Config", r.config);
     v.reserved(7);
@@ -193,7 +193,7 @@ struct GPIPortCurrentState : Tlv<225> {
 struct EventsAndReports : Tlv<226> {
   static constexpr const char* kName = "EventsAndReports";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.bits(1, "HoldEventsAndReportsUponReconnect", r.holdEventsAndReportsUponReconnect);
     v.reserved(7);
   }
@@ -202,7 +202,7 @@ struct EventsAndReports : Tlv<226> {
 struct TagReportContentSelector : Tlv<238> {
   static constexpr const char* kName = "TagReportContentSelector";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.bits(1, "EnableROSpecID", r.enableROSpecId);
     v.bits(1, "EnableSpecIndex", r.enableSpecIndex);
     v.bits(1, "EnableInventoryParameterSpecID", r.enableInventoryParameterSpecId);
@@ -221,7 +221,7 @@ struct TagReportContentSelector : Tlv<238> {
 struct ROReportSpec : Tlv<237> {
   static constexpr const char* kName = "ROReportSpec";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u8("ROReportTrigger", r.roReportTrigger);
     v.u16("N", r.n);
     v.sub(TagReportContentSelector{}, r.tagReportContentSelector);
@@ -232,7 +232,7 @@ struct ROReportSpec : Tlv<237> {
 struct AccessReportSpec : Tlv<239> {
   static constexpr const char* kName = "AccessReportSpec";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u8("AccessReportTrigger", r.accessReportTrigger);
   }
 };
@@ -240,7 +240,7 @@ struct AccessReportSpec : Tlv<239> {
 struct EventNotificationState : Tlv<245> {
   static constexpr const char* kName = "EventNotificationState";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u16("EventType", r.eventType);
     v.bits(1, "NotificationState", r.notificationState);
     v.reserved(7);
@@ -250,7 +250,7 @@ struct EventNotificationState : Tlv<245> {
 struct ReaderEventNotificationSpec : Tlv<244> {
   static constexpr const char* kName = "ReaderEventNotificationSpec";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.sub(EventNotificationState{}, r.eventNotificationStates);
   }
 };
@@ -260,7 +260,7 @@ struct ReaderEventNotificationSpec : Tlv<244> {
 struct PeriodicTriggerValue : Tlv<180> {
   static constexpr const char* kName = "PeriodicTriggerValue";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u32("Offset", r.offset);
     v.u32("Period", r.period);
     v.sub(UTCTimestamp{}, r.utcTimestamp);
@@ -270,7 +270,7 @@ struct PeriodicTriggerValue : Tlv<180> {
 struct GPITriggerValue : Tlv<181> {
   static constexpr const char* kName = "GPITriggerValue";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u16("GPIPortNum", r.gpiPortNum);
     v.bits(1, "GPIEvent", r.gpiEvent);
     v.reserved(7);
@@ -281,7 +281,7 @@ struct GPITriggerValue : Tlv<181> {
 struct ROSpecStartTrigger : Tlv<179> {
   static constexpr const char* kName = "ROSpecStartTrigger";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u8("ROSpecStartTriggerType", r.roSpecStartTriggerType);
     v.sub(PeriodicTriggerValue{}, r.periodicTriggerValue);
     v.sub(GPITriggerValue{}, r.gpiTriggerValue);
@@ -291,7 +291,7 @@ struct ROSpecStartTrigger : Tlv<179> {
 struct ROSpecStopTrigger : Tlv<182> {
   static constexpr const char* kName = "ROSpecStopTrigger";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u8("ROSpecStopTriggerType", r.roSpecStopTriggerType);
     v.u32("DurationTriggerValue", r.durationTriggerValue);
     v.sub(GPITriggerValue{}, r.gpiTriggerValue);
@@ -301,7 +301,7 @@ struct ROSpecStopTrigger : Tlv<182> {
 struct ROBoundarySpec : Tlv<178> {
   static constexpr const char* kName = "ROBoundarySpec";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.sub(ROSpecStartTrigger{}, r.roSpecStartTrigger);
     v.sub(ROSpecStopTrigger{}, r.roSpecStopTrigger);
   }
@@ -310,7 +310,7 @@ struct ROBoundarySpec : Tlv<178> {
 struct TagObservationTrigger : Tlv<185> {
   static constexpr const char* kName = "TagObservationTrigger";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u8("TriggerType", r.triggerType);
     v.reserved(8);
     v.u16("NumberOfTags", r.numberOfTags);
@@ -323,7 +323,7 @@ struct TagObservationTrigger : Tlv<185> {
 struct AISpecStopTrigger : Tlv<184> {
   static constexpr const char* kName = "AISpecStopTrigger";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u8("AISpecStopTriggerType", r.aiSpecStopTriggerType);
     v.u32("DurationTrigger", r.durationTrigger);
     v.sub(GPITriggerValue{}, r.gpiTriggerValue);
@@ -334,7 +334,7 @@ struct AISpecStopTrigger : Tlv<184> {
 struct InventoryParameterSpec : Tlv<186> {
   static constexpr const char* kName = "InventoryParameterSpec";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u16("InventoryParameterSpecID", r.inventoryParameterSpecId);
     v.u8("ProtocolID", r.protocolId);
     v.sub(AntennaConfiguration{}, r.antennaConfigurations);
@@ -345,7 +345,7 @@ struct InventoryParameterSpec : Tlv<186> {
 struct AISpec : Tlv<183> {
   static constexpr const char* kName = "AISpec";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u16v("AntennaIDs", r.antennaIds);
     v.sub(AISpecStopTrigger{}, r.aiSpecStopTrigger);
     v.sub(InventoryParameterSpec{}, r.inventoryParameterSpecs);
@@ -356,7 +356,7 @@ struct AISpec : Tlv<183> {
 struct ROSpec : Tlv<177> {
   static constexpr const char* kName = "ROSpec";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u32("ROSpecID", r.roSpecId);
     v.u8("Priority", r.priority);
     v.u8("CurrentState", r.currentState);

@@ -22,13 +22,13 @@ struct MessageOf;
 template <MessageType k>
 struct MessageOf<EmptyMessage<k>> : Msg<k> {
   template <class V, class R>
-  static constexpr void fields(V&, R&) {}
+  [[gnu::always_inline]] static constexpr void fields(V&, R&) {}
 };
 
 template <MessageType k>
 struct MessageOf<StatusResponse<k>> : Msg<k> {
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.sub(LLRPStatus{}, r.llrpStatus);
   }
 };
@@ -36,7 +36,7 @@ struct MessageOf<StatusResponse<k>> : Msg<k> {
 template <MessageType k>
 struct MessageOf<ROSpecIdRequest<k>> : Msg<k> {
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u32("ROSpecID", r.roSpecId);
   }
 };
@@ -44,7 +44,7 @@ struct MessageOf<ROSpecIdRequest<k>> : Msg<k> {
 template <>
 struct MessageOf<llrp::DeleteAccessSpec> : Msg<MessageType::kDeleteAccessSpec> {
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u32("AccessSpecID", r.accessSpecId);
   }
 };
@@ -52,7 +52,7 @@ struct MessageOf<llrp::DeleteAccessSpec> : Msg<MessageType::kDeleteAccessSpec> {
 template <>
 struct MessageOf<llrp::GetReaderCapabilities> : Msg<MessageType::kGetReaderCapabilities> {
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u8("RequestedData", r.requestedData);
     v.sub(Custom{}, r.customs);
   }
@@ -62,7 +62,7 @@ template <>
 struct MessageOf<llrp::GetReaderCapabilitiesResponse>
     : Msg<MessageType::kGetReaderCapabilitiesResponse> {
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.sub(LLRPStatus{}, r.llrpStatus);
     v.sub(GeneralDeviceCapabilities{}, r.generalDeviceCapabilities);
     v.sub(LLRPCapabilities{}, r.llrpCapabilities);
@@ -75,7 +75,7 @@ struct MessageOf<llrp::GetReaderCapabilitiesResponse>
 template <>
 struct MessageOf<llrp::GetReaderConfig> : Msg<MessageType::kGetReaderConfig> {
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u16("AntennaID", r.antennaId);
     v.u8("RequestedData", r.requestedData);
     v.u16("GPIPortNum", r.gpiPortNum);
@@ -87,7 +87,7 @@ struct MessageOf<llrp::GetReaderConfig> : Msg<MessageType::kGetReaderConfig> {
 template <>
 struct MessageOf<llrp::GetReaderConfigResponse> : Msg<MessageType::kGetReaderConfigResponse> {
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.sub(LLRPStatus{}, r.llrpStatus);
     v.sub(Identification{}, r.identification);
     v.sub(AntennaProperties{}, r.antennaProperties);
@@ -107,7 +107,7 @@ struct MessageOf<llrp::GetReaderConfigResponse> : Msg<MessageType::kGetReaderCon
 template <>
 struct MessageOf<llrp::SetReaderConfig> : Msg<MessageType::kSetReaderConfig> {
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.bits(1, "ResetToFactoryDefault", r.resetToFactoryDefault);
     v.reserved(7);
     v.sub(ReaderEventNotificationSpec{}, r.readerEventNotificationSpec);
@@ -126,7 +126,7 @@ struct MessageOf<llrp::SetReaderConfig> : Msg<MessageType::kSetReaderConfig> {
 template <>
 struct MessageOf<llrp::AddROSpec> : Msg<MessageType::kAddROSpec> {
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.sub(ROSpec{}, r.roSpec);
   }
 };
@@ -134,7 +134,7 @@ struct MessageOf<llrp::AddROSpec> : Msg<MessageType::kAddROSpec> {
 template <>
 struct MessageOf<llrp::ROAccessReport> : Msg<MessageType::kROAccessReport> {
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.sub(TagReportData{}, r.tagReportData);
     v.sub(Custom{}, r.customs);
   }
@@ -143,7 +143,7 @@ struct MessageOf<llrp::ROAccessReport> : Msg<MessageType::kROAccessReport> {
 template <>
 struct MessageOf<llrp::ReaderEventNotification> : Msg<MessageType::kReaderEventNotification> {
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.sub(ReaderEventNotificationData{}, r.readerEventNotificationData);
   }
 };
@@ -151,7 +151,7 @@ struct MessageOf<llrp::ReaderEventNotification> : Msg<MessageType::kReaderEventN
 template <>
 struct MessageOf<llrp::CustomMessage> : Msg<MessageType::kCustomMessage> {
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u32("VendorIdentifier", r.vendorId);
     v.u8("MessageSubtype", r.subtype);
     v.bytesToEnd("Data", r.data);

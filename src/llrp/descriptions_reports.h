@@ -8,7 +8,7 @@ namespace tessera::llrp::desc {
 struct EPCData : Tlv<241> {
   static constexpr const char* kName = "EPCData";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u1v("EPC", r.epc);
   }
 };
@@ -16,7 +16,7 @@ struct EPCData : Tlv<241> {
 struct TagReportData : Tlv<240> {
   static constexpr const char* kName = "TagReportData";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.choice("EPCParameter", r.epc, EPC_96{}, EPCData{});
     v.sub(ROSpecID{}, r.roSpecId);
     v.sub(SpecIndex{}, r.specIndex);
@@ -39,7 +39,7 @@ struct TagReportData : Tlv<240> {
 struct HoppingEvent : Tlv<247> {
   static constexpr const char* kName = "HoppingEvent";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u16("HopTableID", r.hopTableId);
     v.u16("NextChannelIndex", r.nextChannelIndex);
   }
@@ -48,7 +48,7 @@ struct HoppingEvent : Tlv<247> {
 struct GPIEvent : Tlv<248> {
   static constexpr const char* kName = "GPIEvent";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u16("GPIPortNumber", r.gpiPortNumber);
     v.bits(1, "GPIEvent", r.gpiEvent);
     v.reserved(7);
@@ -58,7 +58,7 @@ struct GPIEvent : Tlv<248> {
 struct ROSpecEvent : Tlv<249> {
   static constexpr const char* kName = "ROSpecEvent";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u8("EventType", r.eventType);
     v.u32("ROSpecID", r.roSpecId);
     v.u32("PreemptingROSpecID", r.preemptingROSpecId);
@@ -68,7 +68,7 @@ struct ROSpecEvent : Tlv<249> {
 struct ReportBufferLevelWarningEvent : Tlv<250> {
   static constexpr const char* kName = "ReportBufferLevelWarningEvent";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u8("ReportBufferPercentageFull", r.reportBufferPercentageFull);
   }
 };
@@ -76,13 +76,13 @@ struct ReportBufferLevelWarningEvent : Tlv<250> {
 struct ReportBufferOverflowErrorEvent : Tlv<251> {
   static constexpr const char* kName = "ReportBufferOverflowErrorEvent";
   template <class V, class R>
-  static constexpr void fields(V&, R&) {}
+  [[gnu::always_inline]] static constexpr void fields(V&, R&) {}
 };
 
 struct ReaderExceptionEvent : Tlv<252> {
   static constexpr const char* kName = "ReaderExceptionEvent";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.utf8v("Message", r.message);
     v.sub(ROSpecID{}, r.roSpecId);
     v.sub(SpecIndex{}, r.specIndex);
@@ -97,7 +97,7 @@ struct ReaderExceptionEvent : Tlv<252> {
 struct RFSurveyEvent : Tlv<253> {
   static constexpr const char* kName = "RFSurveyEvent";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u8("EventType", r.eventType);
     v.u32("ROSpecID", r.roSpecId);
     v.u16("SpecIndex", r.specIndex);
@@ -107,7 +107,7 @@ struct RFSurveyEvent : Tlv<253> {
 struct AISpecEvent : Tlv<254> {
   static constexpr const char* kName = "AISpecEvent";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u8("EventType", r.eventType);
     v.u32("ROSpecID", r.roSpecId);
     v.u16("SpecIndex", r.specIndex);
@@ -118,7 +118,7 @@ struct AISpecEvent : Tlv<254> {
 struct AntennaEvent : Tlv<255> {
   static constexpr const char* kName = "AntennaEvent";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u8("EventType", r.eventType);
     v.u16("AntennaID", r.antennaId);
   }
@@ -127,7 +127,7 @@ struct AntennaEvent : Tlv<255> {
 struct ConnectionAttemptEvent : Tlv<256> {
   static constexpr const char* kName = "ConnectionAttemptEvent";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u16("Status", r.status);
   }
 };
@@ -135,13 +135,13 @@ struct ConnectionAttemptEvent : Tlv<256> {
 struct ConnectionCloseEvent : Tlv<257> {
   static constexpr const char* kName = "ConnectionCloseEvent";
   template <class V, class R>
-  static constexpr void fields(V&, R&) {}
+  [[gnu::always_inline]] static constexpr void fields(V&, R&) {}
 };
 
 struct ReaderEventNotificationData : Tlv<246> {
   static constexpr const char* kName = "ReaderEventNotificationData";
   template <class V, class R>
-  static constexpr void fields(V& v, R& r) {
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.choice("Timestamp", r.timestamp, UTCTimestamp{}, Uptime{});
     v.sub(HoppingEvent{}, r.hoppingEvent);
     v.sub(GPIEvent{}, r.gpiEvent);

@@ -30,7 +30,7 @@ struct ChainLink {
 };
 
 template <class List>
-ChainLink<List> chainAt(List& list) {
+constexpr ChainLink<List> chainAt(List& list) {
   return ChainLink<List>{&list, 0};
 }
 

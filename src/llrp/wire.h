@@ -19,11 +19,11 @@ constexpr uint8_t kTvWidth[128] = {
 };
 
 // Big-endian loads.
-inline uint16_t load16(const uint8_t* p) { return static_cast<uint16_t>((p[0] << 8) | p[1]); }
-inline uint32_t load32(const uint8_t* p) {
+[[gnu::always_inline]] inline uint16_t load16(const uint8_t* p) { return static_cast<uint16_t>((p[0] << 8) | p[1]); }
+[[gnu::always_inline]] inline uint32_t load32(const uint8_t* p) {
   return (uint32_t{p[0]} << 24) | (uint32_t{p[1]} << 16) | (uint32_t{p[2]} << 8) | p[3];
 }
-inline uint64_t load64(const uint8_t* p) { return (uint64_t{load32(p)} << 32) | load32(p + 4); }
+[[gnu::always_inline]] inline uint64_t load64(const uint8_t* p) { return (uint64_t{load32(p)} << 32) | load32(p + 4); }
 
 // A half-open byte range of the frame.
 struct Range {
