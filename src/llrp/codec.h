@@ -23,8 +23,11 @@
 namespace tessera::llrp {
 
 // Largest frame accepted or produced, header included. A reader's biggest messages are
-// RO_ACCESS_REPORTs; 1 MiB holds about 15000 fully populated tag reports.
-constexpr uint32_t kMaxFrameSize = 1u << 20;
+// RO_ACCESS_REPORTs; a dense inventory reported only at the end of its ROSpec, with op-spec
+// results, passes 1 MiB. 16 MiB holds about 240000 fully populated tag reports and still
+// refuses a length that is garbage. It is a cap, not a buffer size: nothing is allocated
+// from it.
+constexpr uint32_t kMaxFrameSize = 16u << 20;
 // Size of the message header: type word, length, message ID.
 constexpr uint32_t kHeaderSize = 10;
 // The protocol version this codec speaks (LLRP 1.0.1).

@@ -248,7 +248,7 @@ INSTANTIATE_TEST_SUITE_P(
                   "bad length at byte 2 in header (MessageLength)"},
         Malformed{"ShortHeader", "043E 0000", ErrorCode::kTruncated, 4,
                   "truncated at byte 4 in header"},
-        Malformed{"Oversized", "043D 00100001 00000001", ErrorCode::kFrameTooLarge, 2,
+        Malformed{"Oversized", "043D 01000001 00000001", ErrorCode::kFrameTooLarge, 2,
                   "frame too large at byte 2 in header (MessageLength)"},
         Malformed{"BodyCut", "043D 00000020 00000007 00F0 0016 8D 3008", ErrorCode::kTruncated, 17,
                   "truncated at byte 17 in header (message body)"},
@@ -354,7 +354,7 @@ TEST(LlrpEncode, RefusesRecordsThatDoNotFitTheWire) {
   ROAccessReport big;
   TagReportData t;
   t.customs.push_back(Custom{1, 1, std::vector<uint8_t>(60000)});
-  big.tagReportData.assign(20, t);
+  big.tagReportData.assign(300, t);
   e = encode(Message{1, big}, out);
   EXPECT_EQ(e.code, ErrorCode::kFrameTooLarge) << e.text();
   EXPECT_EQ(out.size(), 1u);

@@ -69,7 +69,7 @@ TEST(LlrpFramer, BrokenHeadersStopTheStream) {
   std::vector<uint8_t> shortLength = ok;
   shortLength.insert(shortLength.end(), {0x04, 0x3E, 0, 0, 0, 4, 0, 0, 0, 1});
   std::vector<uint8_t> huge = ok;
-  huge.insert(huge.end(), {0x04, 0x3D, 0x00, 0x10, 0x00, 0x01, 0, 0, 0, 1});
+  huge.insert(huge.end(), {0x04, 0x3D, 0x01, 0x00, 0x00, 0x01, 0, 0, 0, 1});
   const Case cases[] = {{shortLength, ErrorCode::kBadLength, 12},
                         {huge, ErrorCode::kFrameTooLarge, 12}};
   for (const Case& c : cases) {
