@@ -319,6 +319,13 @@ class FieldReader {
     hasSubs_ = true;
     ++slot_;
   }
+  template <class M, class... Ds>
+  void choices(const char*, M&, Ds...) {
+    hasSubs_ = true;
+    const int i = slot_++;
+    s_.used[i] = 0;
+    s_.seen |= 1u << i;
+  }
   // A record without sub-parameters must end exactly after its fields.
   [[gnu::always_inline]] void done() {
     if (!failed_ && pos_ != end_)
@@ -434,6 +441,25 @@ template <size_t I, class M, class D, class... Rest>
   }
 }
 
+// The next element of a list of choices, when the walker stands on one of its types.
+template <size_t I, class M, class D, class... Rest>
+[[gnu::always_inline]] inline bool takeChoiceElement(Decoder& d, const Params& it, SlotState& s,
+                                                     int i, M& m) {
+  if (it.type == D::kType) {
+    uint32_t& used = s.used[i];
+    auto& element = used < m.size() ? m[used] : m.emplace_back();
+    ++used;
+    using Element = typename M::value_type;
+    decodeParameter<D>(d, it, slots::ChoiceTraits<Element>::template select<I>(element));
+    return true;
+  }
+  if constexpr (sizeof...(Rest) > 0) {
+    return takeChoiceElement<I + 1, M, Rest...>(d, it, s, i, m);
+  } else {
+    return false;
+  }
+}
+
 // Second walk, for frames in the order of the description (as every encoder writes them):
 // each slot takes the sub-parameters of its type that come next. It stops where the frame
 // leaves that order; SubMatcher then places the rest one by one.
@@ -466,6 +492,12 @@ class InOrderWalk : public SkipFields {
     if (more_ && takeChoice<0, M, Ds...>(d_, it_, s_, i, m, parent_))
       more_ = d_.ok() && it_.next();
   }
+  template <class M, class... Ds>
+  [[gnu::always_inline]] void choices(const char*, M& m, Ds...) {
+    const int i = slot_++;
+    while (more_ && takeChoiceElement<0, M, Ds...>(d_, it_, s_, i, m))
+      more_ = d_.ok() && it_.next();
+  }
 
  private:
   Decoder& d_;
@@ -494,6 +526,11 @@ class SubMatcher : public SkipFields {
   [[gnu::always_inline]] void choice(const char*, M& m, Ds...) {
     const int i = slot_++;
     if (!taken_) taken_ = takeChoice<0, M, Ds...>(d_, it_, s_, i, m, parent_);
+  }
+  template <class M, class... Ds>
+  [[gnu::always_inline]] void choices(const char*, M& m, Ds...) {
+    const int i = slot_++;
+    if (!taken_) taken_ = takeChoiceElement<0, M, Ds...>(d_, it_, s_, i, m);
   }
 
  private:
@@ -526,6 +563,11 @@ class SlotFinisher : public SkipFields {
   void choice(const char* name, M&, Ds...) {
     const int i = slot_++;
     if (!((s_.seen >> i) & 1u)) missing(name);
+  }
+  template <class M, class... Ds>
+  [[gnu::always_inline]] void choices(const char*, M& m, Ds...) {
+    const size_t used = s_.used[slot_++];
+    if (used < m.size()) m.erase(m.begin() + static_cast<std::ptrdiff_t>(used), m.end());
   }
 
  private:
@@ -579,6 +621,10 @@ struct SubParameterProbe {
   }
   template <class... A>
   constexpr void choice(A&&...) {
+    any = true;
+  }
+  template <class... A>
+  constexpr void choices(A&&...) {
     any = true;
   }
 };

@@ -353,6 +353,28 @@ struct AISpec : Tlv<183> {
   }
 };
 
+struct RFSurveySpecStopTrigger : Tlv<188> {
+  static constexpr const char* kName = "RFSurveySpecStopTrigger";
+  template <class V, class R>
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
+    v.u8("StopTriggerType", r.stopTriggerType);
+    v.u32("DurationPeriod", r.durationPeriod);
+    v.u32("N", r.n);
+  }
+};
+
+struct RFSurveySpec : Tlv<187> {
+  static constexpr const char* kName = "RFSurveySpec";
+  template <class V, class R>
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
+    v.u16("AntennaID", r.antennaId);
+    v.u32("StartFrequency", r.startFrequency);
+    v.u32("EndFrequency", r.endFrequency);
+    v.sub(RFSurveySpecStopTrigger{}, r.rfSurveySpecStopTrigger);
+    v.sub(Custom{}, r.customs);
+  }
+};
+
 struct ROSpec : Tlv<177> {
   static constexpr const char* kName = "ROSpec";
   template <class V, class R>
@@ -362,6 +384,7 @@ struct ROSpec : Tlv<177> {
     v.u8("CurrentState", r.currentState);
     v.sub(ROBoundarySpec{}, r.roBoundarySpec);
     v.sub(AISpec{}, r.aiSpecs);
+    v.sub(RFSurveySpec{}, r.rfSurveySpecs);
     v.sub(Custom{}, r.customs);
     v.sub(ROReportSpec{}, r.roReportSpec);
   }

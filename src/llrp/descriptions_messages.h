@@ -2,6 +2,7 @@
 // MessageOf<Body> holds the message's name, type number and fields in wire order.
 #pragma once
 
+#include "llrp/descriptions_access.h"
 #include "llrp/descriptions_capabilities.h"
 #include "llrp/descriptions_common.h"
 #include "llrp/descriptions_config.h"
@@ -38,6 +39,40 @@ struct MessageOf<ROSpecIdRequest<k>> : Msg<k> {
   template <class V, class R>
   [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.u32("ROSpecID", r.roSpecId);
+  }
+};
+
+template <MessageType k>
+struct MessageOf<AccessSpecIdRequest<k>> : Msg<k> {
+  template <class V, class R>
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
+    v.u32("AccessSpecID", r.accessSpecId);
+  }
+};
+
+template <>
+struct MessageOf<llrp::GetROSpecsResponse> : Msg<MessageType::kGetROSpecsResponse> {
+  template <class V, class R>
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
+    v.sub(LLRPStatus{}, r.llrpStatus);
+    v.sub(ROSpec{}, r.roSpecs);
+  }
+};
+
+template <>
+struct MessageOf<llrp::AddAccessSpec> : Msg<MessageType::kAddAccessSpec> {
+  template <class V, class R>
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
+    v.sub(AccessSpec{}, r.accessSpec);
+  }
+};
+
+template <>
+struct MessageOf<llrp::GetAccessSpecsResponse> : Msg<MessageType::kGetAccessSpecsResponse> {
+  template <class V, class R>
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
+    v.sub(LLRPStatus{}, r.llrpStatus);
+    v.sub(AccessSpec{}, r.accessSpecs);
   }
 };
 
@@ -136,6 +171,7 @@ struct MessageOf<llrp::ROAccessReport> : Msg<MessageType::kROAccessReport> {
   template <class V, class R>
   [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
     v.sub(TagReportData{}, r.tagReportData);
+    v.sub(RFSurveyReportData{}, r.rfSurveyReportData);
     v.sub(Custom{}, r.customs);
   }
 };

@@ -1,6 +1,7 @@
 // src/llrp/descriptions_reports.h — the parameters of tag reports and reader events.
 #pragma once
 
+#include "llrp/descriptions_access.h"
 #include "llrp/descriptions_common.h"
 
 namespace tessera::llrp::desc {
@@ -32,6 +33,32 @@ struct TagReportData : Tlv<240> {
     v.sub(C1G2_PC{}, r.c1g2PC);
     v.sub(C1G2_CRC{}, r.c1g2CRC);
     v.sub(AccessSpecID{}, r.accessSpecId);
+    v.choices("AccessCommandOpSpecResult", r.opSpecResults, C1G2ReadOpSpecResult{},
+              C1G2WriteOpSpecResult{}, C1G2KillOpSpecResult{}, C1G2LockOpSpecResult{},
+              C1G2BlockEraseOpSpecResult{}, C1G2BlockWriteOpSpecResult{});
+    v.sub(Custom{}, r.customs);
+  }
+};
+
+struct FrequencyRSSILevelEntry : Tlv<243> {
+  static constexpr const char* kName = "FrequencyRSSILevelEntry";
+  template <class V, class R>
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
+    v.u32("Frequency", r.frequency);
+    v.u32("Bandwidth", r.bandwidth);
+    v.s8("AverageRSSI", r.averageRSSI);
+    v.s8("PeakRSSI", r.peakRSSI);
+    v.choice("Timestamp", r.timestamp, UTCTimestamp{}, Uptime{});
+  }
+};
+
+struct RFSurveyReportData : Tlv<242> {
+  static constexpr const char* kName = "RFSurveyReportData";
+  template <class V, class R>
+  [[gnu::always_inline]] static constexpr void fields(V& v, R& r) {
+    v.sub(ROSpecID{}, r.roSpecId);
+    v.sub(SpecIndex{}, r.specIndex);
+    v.sub(FrequencyRSSILevelEntry{}, r.frequencyRSSILevelEntries);
     v.sub(Custom{}, r.customs);
   }
 };

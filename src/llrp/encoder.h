@@ -90,6 +90,10 @@ class Encoder {
   void choice(const char*, const M& m, Ds...) {
     alternative<0, M, Ds...>(m);
   }
+  template <class M, class... Ds>
+  void choices(const char*, const M& m, Ds...) {
+    for (const auto& element : m) alternative<0, typename M::value_type, Ds...>(element);
+  }
 
   // Writes one parameter: TV type byte or TLV header, its fields, its sub-parameters.
   template <class D, class R>

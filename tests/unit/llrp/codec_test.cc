@@ -256,7 +256,7 @@ INSTANTIATE_TEST_SUITE_P(
                   "bad length at byte 10 in header (bytes after the frame)"},
         Malformed{"Version2", "083E 0000000A 00000005", ErrorCode::kBadVersion, 0,
                   "unsupported version at byte 0 in header (Version)"},
-        Malformed{"UnknownMessage", "041A 0000000A 00000005", ErrorCode::kUnknownMessage, 0,
+        Malformed{"UnknownMessage", "0405 0000000A 00000005", ErrorCode::kUnknownMessage, 0,
                   "unknown message type at byte 0 in header (MessageType)"},
         Malformed{"NestedLongerThanParent",
                   "043D 00000020 00000007 00F0 0017 8D 300833B2DDD9014000000001 81 0001 86 CC",
@@ -367,7 +367,7 @@ TEST(LlrpStatusForError, MapsDecodeFailuresToReaderStatusCodes) {
   };
   const Case cases[] = {
       {"083E 0000000A 00000005", StatusCode::kMUnsupportedVersion},
-      {"041A 0000000A 00000005", StatusCode::kMUnsupportedMessage},
+      {"0405 0000000A 00000005", StatusCode::kMUnsupportedMessage},
       {"041E 0000000A 00000009", StatusCode::kMMissingParameter},
       {"043E 0000000B 00000005 00", StatusCode::kMParameterError},
   };

@@ -6,7 +6,7 @@
 #include <random>
 
 #include "llrp/describe.h"
-#include "llrp/llrp_generate.h"
+#include "llrp/random_records.h"
 
 namespace tessera::llrp {
 namespace {
@@ -18,11 +18,11 @@ std::vector<uint8_t> frameOf(const Message& m) {
 }
 
 TEST(LlrpFramer, ReassemblesFramesFromRandomChunks) {
-  testing::Generator gen(11);
+  testing::RandomRecords gen(11);
   std::vector<std::vector<uint8_t>> frames;
   std::vector<uint8_t> stream;
   for (int i = 0; i < 200; ++i) {
-    frames.push_back(frameOf(gen.message(static_cast<size_t>(i) % testing::Generator::kKinds)));
+    frames.push_back(frameOf(gen.message(static_cast<size_t>(i) % testing::RandomRecords::kKinds)));
     stream.insert(stream.end(), frames.back().begin(), frames.back().end());
   }
   std::mt19937 rng(3);
@@ -152,10 +152,10 @@ TEST(LlrpDescribe, RendersOneLinePerMessage) {
 }
 
 TEST(LlrpDescribe, EveryGeneratedMessageRendersOnOneLine) {
-  testing::Generator gen(8);
+  testing::RandomRecords gen(8);
   for (int i = 0; i < 500; ++i) {
     const std::string line =
-        describe(gen.message(static_cast<size_t>(i) % testing::Generator::kKinds));
+        describe(gen.message(static_cast<size_t>(i) % testing::RandomRecords::kKinds));
     EXPECT_EQ(line.find('\n'), std::string::npos) << line;
   }
 }
