@@ -130,23 +130,32 @@ TEST(LlrpDescribe, RendersOneLinePerMessage) {
   };
   const Case cases[] = {
       {Message{5, Keepalive{}}, "KEEPALIVE id=5"},
-      {Message{3, StartROSpec{1}}, "START_ROSPEC id=3 rospec=1"},
-      {Message{4, AddROSpecResponse{}}, "ADD_ROSPEC_RESPONSE id=4 status=M_Success"},
+      {Message{3, StartROSpec{1}}, "START_ROSPEC id=3 ROSpecID=1"},
+      {Message{4, AddROSpecResponse{}},
+       "ADD_ROSPEC_RESPONSE id=4 LLRPStatus(StatusCode=M_Success ErrorDescription=\"\")"},
       {Message{6, ErrorMessage{bad}},
-       "ERROR_MESSAGE id=6 status=M_UnsupportedVersion \"version \\\"2\\\"\""},
+       "ERROR_MESSAGE id=6 LLRPStatus(StatusCode=M_UnsupportedVersion "
+       "ErrorDescription=\"version \\\"2\\\"\")"},
       {Message{7, report},
-       "RO_ACCESS_REPORT id=7 tags=6"
-       " [epc=300833B2DDD9014000000001 ant=1 rssi=-52 seen=2 pc=3000]"
-       " [epc=300833B2DDD9014000000001 ant=1 rssi=-52 seen=2 pc=3000]"
-       " [epc=300833B2DDD9014000000001 ant=1 rssi=-52 seen=2 pc=3000]"
-       " [epc=300833B2DDD9014000000001 ant=1 rssi=-52 seen=2 pc=3000] ... 2 more"},
+       "RO_ACCESS_REPORT id=7"
+       " TagReportData(EPC_96=300833B2DDD9014000000001 AntennaID=1 PeakRSSI=-52 TagSeenCount=2"
+       " C1G2_PC=12288)"
+       " TagReportData(EPC_96=300833B2DDD9014000000001 AntennaID=1 PeakRSSI=-52 TagSeenCount=2"
+       " C1G2_PC=12288)"
+       " TagReportData(EPC_96=300833B2DDD9014000000001 AntennaID=1 PeakRSSI=-52 TagSeenCount=2"
+       " C1G2_PC=12288)"
+       " TagReportData(EPC_96=300833B2DDD9014000000001 AntennaID=1 PeakRSSI=-52 TagSeenCount=2"
+       " C1G2_PC=12288) ... 2 more"},
       {Message{0, attempt},
-       "READER_EVENT_NOTIFICATION id=0 utc=1700000000000000 connection-attempt(status=2)"},
+       "READER_EVENT_NOTIFICATION id=0 ReaderEventNotificationData(UTCTimestamp=1700000000000000"
+       " ConnectionAttemptEvent=2)"},
       {Message{2, AddROSpec{roSpec}},
-       "ADD_ROSPEC id=2 rospec=1 priority=0 state=0 start=immediate stop=duration(5000ms)"
-       " aispec(antennas=0 stop=null ips1)"},
+       "ADD_ROSPEC id=2 ROSpec(ROSpecID=1 Priority=0 CurrentState=0"
+       " ROBoundarySpec(ROSpecStartTrigger=1 ROSpecStopTrigger(ROSpecStopTriggerType=1"
+       " DurationTriggerValue=5000)) AISpec(AntennaIDs=0 AISpecStopTrigger(AISpecStopTriggerType=0"
+       " DurationTrigger=0) InventoryParameterSpec(InventoryParameterSpecID=1 ProtocolID=1)))"},
       {Message{8, CustomMessage{32473, 21, {0xCA, 0xFE}}},
-       "CUSTOM_MESSAGE id=8 vendor=32473 subtype=21 data=CAFE"},
+       "CUSTOM_MESSAGE id=8 VendorIdentifier=32473 MessageSubtype=21 Data=CAFE"},
   };
   for (const Case& c : cases) EXPECT_EQ(describe(c.message), c.line);
 }
