@@ -1,4 +1,4 @@
-// src/llrp/encoder.h — encodes any described record (see descriptions.h) onto a byte vector.
+// src/llrp/encoder.h — encodes any described record (see descriptions_common.h) onto bytes.
 //
 // The description is walked once: fixed fields are appended in order, sub-parameters follow
 // in the order the description lists them, each TLV's length is patched once its body is
