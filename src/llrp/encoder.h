@@ -98,12 +98,13 @@ class Encoder {
   // Writes one parameter: TV type byte or TLV header, its fields, its sub-parameters.
   template <class D, class R>
   [[gnu::always_inline]] void parameter(const R& rec) {
-    const char* outer = parameter_;
-    parameter_ = D::kName;
     if constexpr (D::kTv) {
+      // A TV value is whole bytes of fixed width: nothing in it can fail.
       *grow(1) = static_cast<uint8_t>(0x80 | D::kType);
       D::fields(*this, rec);
     } else {
+      const char* outer = parameter_;
+      parameter_ = D::kName;
       if (++depth_ >= kMaxDepth) {
         // The message body and every level above take one each; deeper would not decode.
         fail(ErrorCode::kTooDeep, "");
@@ -115,8 +116,8 @@ class Encoder {
         patchLength(at);
       }
       --depth_;
+      parameter_ = outer;
     }
-    parameter_ = outer;
   }
   // Writes the fields and sub-parameters of a message body.
   template <class D, class R>
