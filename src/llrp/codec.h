@@ -5,11 +5,13 @@
 // refused before anything is allocated for it. A failure is an Error naming what went wrong,
 // the parameter and field being read and the byte offset in the frame; nothing throws.
 //
-// Sub-parameters may come in any order. A well-formed TLV or TV parameter that is not expected
-// where it stands (including parameters this codec does not model) is skipped; a TV parameter
-// of an unknown type cannot be skipped (its width is unknown), so it fails the frame. A
-// parameter that must appear once and is missing, or that may appear once and repeats, fails
-// the frame. Reserved bits are ignored when read and written as zero.
+// Both directions walk one description per record (descriptions_*.h), which covers every
+// message and parameter of LLRP 1.0.1. Sub-parameters may come in any order; they are written
+// in the order LLRP lists them. A well-formed TLV or TV parameter that is not expected where it
+// stands (a type LLRP does not define there) is skipped; a TV parameter of an unknown type
+// cannot be skipped (its width is unknown), so it fails the frame. A parameter that must
+// appear once and is missing, or that may appear once and repeats, fails the frame. Reserved
+// bits are ignored when read and written as zero.
 #pragma once
 
 #include <cstddef>
