@@ -81,6 +81,38 @@ TEST(LlrpWire, TagReportMixesTvAndTlvParameters) {
              "81 0001"                           // AntennaID
              "86 CC"                             // PeakRSSI -52
              "03FF 000D 00007ED9 00000007 AB");  // Custom
+
+  // A tag that an AccessSpec read: its result comes after AccessSpecID, before the Custom.
+  report.tagReportData[0].accessSpecId = 9;
+  report.tagReportData[0].opSpecResults = {
+      C1G2ReadOpSpecResult{C1G2ReadResultType::kSuccess, 1, {0xE280}}};
+  expectWire(Message{7, report},
+             "043D 0000003D 00000007"
+             "00F0 0033"                         // TagReportData, 51 bytes
+             "8D 300833B2DDD9014000000001"       // EPC_96
+             "81 0001"                           // AntennaID
+             "86 CC"                             // PeakRSSI
+             "90 00000009"                       // AccessSpecID: TV 16
+             "015D 000B 00 0001 0001 E280"       // C1G2ReadOpSpecResult: one word read
+             "03FF 000D 00007ED9 00000007 AB");  // Custom
+}
+
+TEST(LlrpWire, AccessSpecKeepsItsOpSpecsAndVendorOnesInOrder) {
+  AccessSpec spec;
+  spec.accessSpecId = 1;
+  spec.currentState = AccessSpecState::kActive;
+  spec.accessSpecStopTrigger = {AccessSpecStopTriggerType::kOperationCount, 1};
+  spec.accessCommand.tagSpec.targetTags.push_back(
+      C1G2TargetTag{1, true, 0x20, BitString{16, {0xFF, 0xFF}}, BitString{16, {0x30, 0x08}}});
+  spec.accessCommand.opSpecs = {C1G2Read{1, 0, 3, 0, 2}, Custom{32473, 7, {}}};
+  expectWire(Message{4, AddAccessSpec{spec}},
+             "0428 00000053 00000004"
+             "00CF 0049 00000001 0000 01 80 00000000"  // AccessSpec: CurrentState u1 = 1
+             "00D0 0007 01 0001"                       // AccessSpecStopTrigger
+             "00D1 0032"                               // AccessCommand
+             "0152 0013 0153 000F 60 0020 0010 FFFF 0010 3008"  // MB 1, Match 1: 011 00000
+             "0155 000F 0001 00000000 C0 0000 0002"    // C1G2Read: MB 3 in the top two bits
+             "03FF 000C 00007ED9 00000007");           // a vendor's op spec among them
 }
 
 TEST(LlrpWire, EpcDataIsABitCountFollowedByWholeBytes) {
