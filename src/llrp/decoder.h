@@ -19,10 +19,6 @@ namespace tessera::llrp::decoding {
 
 template <class D, class R>
 void decodeRecord(Decoder& d, Range body, uint32_t headerAt, R& rec);
-template <class D, class R>
-constexpr bool hasSubParameters();
-template <class D, class R>
-void decodeFixedRecord(Decoder& d, Range body, R& rec);
 
 // Decodes the sub-parameter the walker stands on with description D.
 template <class D, class R>
@@ -31,8 +27,6 @@ template <class D, class R>
     static_assert(tvWidth<D, R>() == wire::kTvWidth[D::kType], "TV width differs from the table");
     TvReader reader(d.frame + it.body.begin);
     D::fields(reader, rec);
-  } else if constexpr (!hasSubParameters<D, R>()) {
-    decodeFixedRecord<D>(d, it.body, rec);
   } else {
     decodeRecord<D>(d, it.body, it.start, rec);
   }
@@ -229,86 +223,12 @@ class SlotFinisher : public SkipFields {
   int slot_ = 0;
 };
 
-// Tells, at compile time, whether a description lists any sub-parameter.
-struct SubParameterProbe {
-  bool any = false;
-  template <class... A>
-  constexpr void u8(A&&...) {}
-  template <class... A>
-  constexpr void s8(A&&...) {}
-  template <class... A>
-  constexpr void u16(A&&...) {}
-  template <class... A>
-  constexpr void s16(A&&...) {}
-  template <class... A>
-  constexpr void u32(A&&...) {}
-  template <class... A>
-  constexpr void u64(A&&...) {}
-  template <class... A>
-  constexpr void u96(A&&...) {}
-  template <class... A>
-  constexpr void bits(A&&...) {}
-  template <class... A>
-  constexpr void reserved(A&&...) {}
-  template <class... A>
-  constexpr void utf8v(A&&...) {}
-  template <class... A>
-  constexpr void u1v(A&&...) {}
-  template <class... A>
-  constexpr void u8v(A&&...) {}
-  template <class... A>
-  constexpr void u16v(A&&...) {}
-  template <class... A>
-  constexpr void u32v(A&&...) {}
-  template <class... A>
-  constexpr void bytesToEnd(A&&...) {}
-  template <class... A>
-  constexpr void sub(A&&...) {
-    any = true;
-  }
-  template <class... A>
-  constexpr void choice(A&&...) {
-    any = true;
-  }
-  template <class... A>
-  constexpr void choices(A&&...) {
-    any = true;
-  }
-};
+// The walks over the sub-parameters of a record whose fixed fields have been read; out of line,
+// so that a message is not one function holding every level below it.
 template <class D, class R>
-constexpr bool hasSubParameters() {
-  if constexpr (slots::Slot<R>::kCardinality == slots::Cardinality::kChain) {
-    return true;
-  } else {
-    R r{};
-    SubParameterProbe probe;
-    D::fields(probe, r);
-    return probe.any;
-  }
-}
-
-// Decodes one record whose fields start at body.begin; headerAt is where a missing
-// sub-parameter is reported (the parameter's header, or the body of a message).
-template <class D, class R>
-[[gnu::always_inline]] inline void decodeFixedRecord(Decoder& d, Range body, R& rec) {
-  SlotState unused;
-  FieldReader fields(d, body, D::kName, unused);
-  D::fields(fields, rec);
-  fields.done();
-}
-
-template <class D, class R>
-void decodeRecord(Decoder& d, Range body, uint32_t headerAt, R& rec) {
-  if constexpr (!hasSubParameters<D, R>()) {
-    decodeFixedRecord<D>(d, body, rec);
-    return;
-  }
-  SlotState state;
-  FieldReader fields(d, body, D::kName, state);
-  D::fields(fields, rec);
-  if (!fields.ok()) return;
+void decodeSubParameters(Decoder& d, Range rest, uint32_t headerAt, SlotState& state, R& rec) {
   {
-    Params it(d, fields.pos(), body.end, D::kName);
+    Params it(d, rest.begin, rest.end, D::kName);
     InOrderWalk inOrder(d, it, state, D::kName);
     D::fields(inOrder, rec);
     if (inOrder.more()) {
@@ -321,6 +241,24 @@ void decodeRecord(Decoder& d, Range body, uint32_t headerAt, R& rec) {
   }
   SlotFinisher finish(d, state, headerAt, D::kName);
   D::fields(finish, rec);
+}
+
+// Decodes one record whose fields start at body.begin; headerAt is where a missing
+// sub-parameter is reported (the parameter's header, or the body of a message). Inline, so
+// that a record of fixed fields only (whose first walk finds no sub-parameter, which the
+// compiler sees) costs no call.
+template <class D, class R>
+[[gnu::always_inline]] inline void decodeRecord(Decoder& d, Range body, uint32_t headerAt,
+                                                R& rec) {
+  SlotState state;
+  FieldReader fields(d, body, D::kName, state);
+  D::fields(fields, rec);
+  if (!fields.ok()) return;
+  if (!fields.hasSubParameters()) {
+    fields.done();
+    return;
+  }
+  decodeSubParameters<D>(d, Range{fields.pos(), body.end}, headerAt, state, rec);
 }
 
 }  // namespace tessera::llrp::decoding

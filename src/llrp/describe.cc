@@ -75,7 +75,7 @@ class Describer {
         parameter<D>(e);
       }
     } else {
-      slots::forEach(m, [this](const auto& r) { parameter<D>(r); });
+      slots::forEach(m, [this](const auto& r) { this->template parameter<D>(r); });
     }
   }
   template <class M, class... Ds>

@@ -84,7 +84,7 @@ class Encoder {
 
   template <class D, class M>
   [[gnu::always_inline]] void sub(D, const M& m) {
-    slots::forEach(m, [this](const auto& rec) { parameter<D>(rec); });
+    slots::forEach(m, [this](const auto& rec) { this->template parameter<D>(rec); });
   }
   template <class M, class... Ds>
   void choice(const char*, const M& m, Ds...) {
