@@ -5,11 +5,13 @@
 // refused before anything is allocated for it. A failure is an Error naming what went wrong,
 // the parameter and field being read and the byte offset in the frame; nothing throws.
 //
-// Sub-parameters may come in any order. A well-formed TLV or TV parameter that is not expected
-// where it stands (including parameters this codec does not model) is skipped; a TV parameter
-// of an unknown type cannot be skipped (its width is unknown), so it fails the frame. A
-// parameter that must appear once and is missing, or that may appear once and repeats, fails
-// the frame. Reserved bits are ignored when read and written as zero.
+// Both directions walk one description per record (descriptions_*.h), which covers every
+// message and parameter of LLRP 1.0.1. Sub-parameters may come in any order; they are written
+// in the order LLRP lists them. A well-formed TLV or TV parameter that is not expected where it
+// stands (a type LLRP does not define there) is skipped; a TV parameter of an unknown type
+// cannot be skipped (its width is unknown), so it fails the frame. A parameter that must
+// appear once and is missing, or that may appear once and repeats, fails the frame. Reserved
+// bits are ignored when read and written as zero.
 #pragma once
 
 #include <cstddef>
@@ -23,8 +25,11 @@
 namespace tessera::llrp {
 
 // Largest frame accepted or produced, header included. A reader's biggest messages are
-// RO_ACCESS_REPORTs; 1 MiB holds about 15000 fully populated tag reports.
-constexpr uint32_t kMaxFrameSize = 1u << 20;
+// RO_ACCESS_REPORTs; a dense inventory reported only at the end of its ROSpec, with op-spec
+// results, passes 1 MiB. 16 MiB holds about 240000 fully populated tag reports and still
+// refuses a length that is garbage. It is a cap, not a buffer size: nothing is allocated
+// from it.
+constexpr uint32_t kMaxFrameSize = 16u << 20;
 // Size of the message header: type word, length, message ID.
 constexpr uint32_t kHeaderSize = 10;
 // The protocol version this codec speaks (LLRP 1.0.1).

@@ -81,6 +81,38 @@ TEST(LlrpWire, TagReportMixesTvAndTlvParameters) {
              "81 0001"                           // AntennaID
              "86 CC"                             // PeakRSSI -52
              "03FF 000D 00007ED9 00000007 AB");  // Custom
+
+  // A tag that an AccessSpec read: its result comes after AccessSpecID, before the Custom.
+  report.tagReportData[0].accessSpecId = 9;
+  report.tagReportData[0].opSpecResults = {
+      C1G2ReadOpSpecResult{C1G2ReadResultType::kSuccess, 1, {0xE280}}};
+  expectWire(Message{7, report},
+             "043D 0000003D 00000007"
+             "00F0 0033"                         // TagReportData, 51 bytes
+             "8D 300833B2DDD9014000000001"       // EPC_96
+             "81 0001"                           // AntennaID
+             "86 CC"                             // PeakRSSI
+             "90 00000009"                       // AccessSpecID: TV 16
+             "015D 000B 00 0001 0001 E280"       // C1G2ReadOpSpecResult: one word read
+             "03FF 000D 00007ED9 00000007 AB");  // Custom
+}
+
+TEST(LlrpWire, AccessSpecKeepsItsOpSpecsAndVendorOnesInOrder) {
+  AccessSpec spec;
+  spec.accessSpecId = 1;
+  spec.currentState = AccessSpecState::kActive;
+  spec.accessSpecStopTrigger = {AccessSpecStopTriggerType::kOperationCount, 1};
+  spec.accessCommand.tagSpec.targetTags.push_back(
+      C1G2TargetTag{1, true, 0x20, BitString{16, {0xFF, 0xFF}}, BitString{16, {0x30, 0x08}}});
+  spec.accessCommand.opSpecs = {C1G2Read{1, 0, 3, 0, 2}, Custom{32473, 7, {}}};
+  expectWire(Message{4, AddAccessSpec{spec}},
+             "0428 00000053 00000004"
+             "00CF 0049 00000001 0000 01 80 00000000"  // AccessSpec: CurrentState u1 = 1
+             "00D0 0007 01 0001"                       // AccessSpecStopTrigger
+             "00D1 0032"                               // AccessCommand
+             "0152 0013 0153 000F 60 0020 0010 FFFF 0010 3008"  // MB 1, Match 1: 011 00000
+             "0155 000F 0001 00000000 C0 0000 0002"    // C1G2Read: MB 3 in the top two bits
+             "03FF 000C 00007ED9 00000007");           // a vendor's op spec among them
 }
 
 TEST(LlrpWire, EpcDataIsABitCountFollowedByWholeBytes) {
@@ -248,7 +280,7 @@ INSTANTIATE_TEST_SUITE_P(
                   "bad length at byte 2 in header (MessageLength)"},
         Malformed{"ShortHeader", "043E 0000", ErrorCode::kTruncated, 4,
                   "truncated at byte 4 in header"},
-        Malformed{"Oversized", "043D 00100001 00000001", ErrorCode::kFrameTooLarge, 2,
+        Malformed{"Oversized", "043D 01000001 00000001", ErrorCode::kFrameTooLarge, 2,
                   "frame too large at byte 2 in header (MessageLength)"},
         Malformed{"BodyCut", "043D 00000020 00000007 00F0 0016 8D 3008", ErrorCode::kTruncated, 17,
                   "truncated at byte 17 in header (message body)"},
@@ -256,7 +288,7 @@ INSTANTIATE_TEST_SUITE_P(
                   "bad length at byte 10 in header (bytes after the frame)"},
         Malformed{"Version2", "083E 0000000A 00000005", ErrorCode::kBadVersion, 0,
                   "unsupported version at byte 0 in header (Version)"},
-        Malformed{"UnknownMessage", "041A 0000000A 00000005", ErrorCode::kUnknownMessage, 0,
+        Malformed{"UnknownMessage", "0405 0000000A 00000005", ErrorCode::kUnknownMessage, 0,
                   "unknown message type at byte 0 in header (MessageType)"},
         Malformed{"NestedLongerThanParent",
                   "043D 00000020 00000007 00F0 0017 8D 300833B2DDD9014000000001 81 0001 86 CC",
@@ -354,7 +386,7 @@ TEST(LlrpEncode, RefusesRecordsThatDoNotFitTheWire) {
   ROAccessReport big;
   TagReportData t;
   t.customs.push_back(Custom{1, 1, std::vector<uint8_t>(60000)});
-  big.tagReportData.assign(20, t);
+  big.tagReportData.assign(300, t);
   e = encode(Message{1, big}, out);
   EXPECT_EQ(e.code, ErrorCode::kFrameTooLarge) << e.text();
   EXPECT_EQ(out.size(), 1u);
@@ -367,7 +399,7 @@ TEST(LlrpStatusForError, MapsDecodeFailuresToReaderStatusCodes) {
   };
   const Case cases[] = {
       {"083E 0000000A 00000005", StatusCode::kMUnsupportedVersion},
-      {"041A 0000000A 00000005", StatusCode::kMUnsupportedMessage},
+      {"0405 0000000A 00000005", StatusCode::kMUnsupportedMessage},
       {"041E 0000000A 00000009", StatusCode::kMMissingParameter},
       {"043E 0000000B 00000005 00", StatusCode::kMParameterError},
   };

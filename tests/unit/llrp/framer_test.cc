@@ -6,7 +6,7 @@
 #include <random>
 
 #include "llrp/describe.h"
-#include "llrp/llrp_generate.h"
+#include "llrp/random_records.h"
 
 namespace tessera::llrp {
 namespace {
@@ -18,11 +18,11 @@ std::vector<uint8_t> frameOf(const Message& m) {
 }
 
 TEST(LlrpFramer, ReassemblesFramesFromRandomChunks) {
-  testing::Generator gen(11);
+  testing::RandomRecords gen(11);
   std::vector<std::vector<uint8_t>> frames;
   std::vector<uint8_t> stream;
   for (int i = 0; i < 200; ++i) {
-    frames.push_back(frameOf(gen.message(static_cast<size_t>(i) % testing::Generator::kKinds)));
+    frames.push_back(frameOf(gen.message(static_cast<size_t>(i) % testing::RandomRecords::kKinds)));
     stream.insert(stream.end(), frames.back().begin(), frames.back().end());
   }
   std::mt19937 rng(3);
@@ -69,7 +69,7 @@ TEST(LlrpFramer, BrokenHeadersStopTheStream) {
   std::vector<uint8_t> shortLength = ok;
   shortLength.insert(shortLength.end(), {0x04, 0x3E, 0, 0, 0, 4, 0, 0, 0, 1});
   std::vector<uint8_t> huge = ok;
-  huge.insert(huge.end(), {0x04, 0x3D, 0x00, 0x10, 0x00, 0x01, 0, 0, 0, 1});
+  huge.insert(huge.end(), {0x04, 0x3D, 0x01, 0x00, 0x00, 0x01, 0, 0, 0, 1});
   const Case cases[] = {{shortLength, ErrorCode::kBadLength, 12},
                         {huge, ErrorCode::kFrameTooLarge, 12}};
   for (const Case& c : cases) {
@@ -130,32 +130,41 @@ TEST(LlrpDescribe, RendersOneLinePerMessage) {
   };
   const Case cases[] = {
       {Message{5, Keepalive{}}, "KEEPALIVE id=5"},
-      {Message{3, StartROSpec{1}}, "START_ROSPEC id=3 rospec=1"},
-      {Message{4, AddROSpecResponse{}}, "ADD_ROSPEC_RESPONSE id=4 status=M_Success"},
+      {Message{3, StartROSpec{1}}, "START_ROSPEC id=3 ROSpecID=1"},
+      {Message{4, AddROSpecResponse{}},
+       "ADD_ROSPEC_RESPONSE id=4 LLRPStatus(StatusCode=M_Success ErrorDescription=\"\")"},
       {Message{6, ErrorMessage{bad}},
-       "ERROR_MESSAGE id=6 status=M_UnsupportedVersion \"version \\\"2\\\"\""},
+       "ERROR_MESSAGE id=6 LLRPStatus(StatusCode=M_UnsupportedVersion "
+       "ErrorDescription=\"version \\\"2\\\"\")"},
       {Message{7, report},
-       "RO_ACCESS_REPORT id=7 tags=6"
-       " [epc=300833B2DDD9014000000001 ant=1 rssi=-52 seen=2 pc=3000]"
-       " [epc=300833B2DDD9014000000001 ant=1 rssi=-52 seen=2 pc=3000]"
-       " [epc=300833B2DDD9014000000001 ant=1 rssi=-52 seen=2 pc=3000]"
-       " [epc=300833B2DDD9014000000001 ant=1 rssi=-52 seen=2 pc=3000] ... 2 more"},
+       "RO_ACCESS_REPORT id=7"
+       " TagReportData(EPC_96=300833B2DDD9014000000001 AntennaID=1 PeakRSSI=-52 TagSeenCount=2"
+       " C1G2_PC=12288)"
+       " TagReportData(EPC_96=300833B2DDD9014000000001 AntennaID=1 PeakRSSI=-52 TagSeenCount=2"
+       " C1G2_PC=12288)"
+       " TagReportData(EPC_96=300833B2DDD9014000000001 AntennaID=1 PeakRSSI=-52 TagSeenCount=2"
+       " C1G2_PC=12288)"
+       " TagReportData(EPC_96=300833B2DDD9014000000001 AntennaID=1 PeakRSSI=-52 TagSeenCount=2"
+       " C1G2_PC=12288) ... 2 more"},
       {Message{0, attempt},
-       "READER_EVENT_NOTIFICATION id=0 utc=1700000000000000 connection-attempt(status=2)"},
+       "READER_EVENT_NOTIFICATION id=0 ReaderEventNotificationData(UTCTimestamp=1700000000000000"
+       " ConnectionAttemptEvent=2)"},
       {Message{2, AddROSpec{roSpec}},
-       "ADD_ROSPEC id=2 rospec=1 priority=0 state=0 start=immediate stop=duration(5000ms)"
-       " aispec(antennas=0 stop=null ips1)"},
+       "ADD_ROSPEC id=2 ROSpec(ROSpecID=1 Priority=0 CurrentState=0"
+       " ROBoundarySpec(ROSpecStartTrigger=1 ROSpecStopTrigger(ROSpecStopTriggerType=1"
+       " DurationTriggerValue=5000)) AISpec(AntennaIDs=0 AISpecStopTrigger(AISpecStopTriggerType=0"
+       " DurationTrigger=0) InventoryParameterSpec(InventoryParameterSpecID=1 ProtocolID=1)))"},
       {Message{8, CustomMessage{32473, 21, {0xCA, 0xFE}}},
-       "CUSTOM_MESSAGE id=8 vendor=32473 subtype=21 data=CAFE"},
+       "CUSTOM_MESSAGE id=8 VendorIdentifier=32473 MessageSubtype=21 Data=CAFE"},
   };
   for (const Case& c : cases) EXPECT_EQ(describe(c.message), c.line);
 }
 
 TEST(LlrpDescribe, EveryGeneratedMessageRendersOnOneLine) {
-  testing::Generator gen(8);
+  testing::RandomRecords gen(8);
   for (int i = 0; i < 500; ++i) {
     const std::string line =
-        describe(gen.message(static_cast<size_t>(i) % testing::Generator::kKinds));
+        describe(gen.message(static_cast<size_t>(i) % testing::RandomRecords::kKinds));
     EXPECT_EQ(line.find('\n'), std::string::npos) << line;
   }
 }
