@@ -105,8 +105,10 @@ def exercise(sim):
     c.request_ok(DISABLE_ROSPEC, U32.pack(0), DISABLE_ROSPEC_RESPONSE)
     c.request_ok(DELETE_ROSPEC, U32.pack(0), DELETE_ROSPEC_RESPONSE)
     c.request_ok(DELETE_ACCESSSPEC, U32.pack(0), DELETE_ACCESSSPEC_RESPONSE)
-    t, _ = c.transact(26, b"", 36)  # GET_ROSPECS: not supported, ERROR_MESSAGE
-    assert t == ERROR_MESSAGE
+    t, body = c.transact(26, b"", 36)  # GET_ROSPECS: not supported, its response says so
+    assert (t, simctl.status_of(body)[0]) == (36, 109)
+    t, body = c.transact(KEEPALIVE, b"", ERROR_MESSAGE)  # a reader's message: ERROR_MESSAGE
+    assert (t, simctl.status_of(body)[0]) == (ERROR_MESSAGE, 109)
     c.send(CUSTOM_MESSAGE, U32.pack(simctl.VENDOR) + bytes([simctl.SAVE_SUBTYPE]))
     c.recv(CUSTOM_MESSAGE)
     c.request_ok(CLOSE_CONNECTION, b"", CLOSE_CONNECTION_RESPONSE)
@@ -171,7 +173,7 @@ class Tshark(unittest.TestCase):
                 ENABLE_ROSPEC_RESPONSE, START_ROSPEC_RESPONSE, RO_ACCESS_REPORT, KEEPALIVE,
                 KEEPALIVE_ACK, GET_REPORT, STOP_ROSPEC_RESPONSE, DISABLE_ROSPEC_RESPONSE,
                 DELETE_ROSPEC_RESPONSE, DELETE_ACCESSSPEC_RESPONSE, ERROR_MESSAGE, CUSTOM_MESSAGE,
-                CLOSE_CONNECTION, CLOSE_CONNECTION_RESPONSE}
+                CLOSE_CONNECTION, CLOSE_CONNECTION_RESPONSE, 26, 36}  # GET_ROSPECS, its response
 
     def setUp(self):
         self.tshark = shutil.which("tshark")
