@@ -25,7 +25,7 @@
 namespace tessera::llrp {
 
 // Largest frame accepted or produced, header included. A reader's biggest messages are
-// RO_ACCESS_REPORTs; a dense inventory reported only at the end of its ROSpec, with op-spec
+// RO_ACCESS_REPORTs; a dense inventory reported only at the end of its ROSpec, with OpSpec
 // results, passes 1 MiB. 16 MiB holds about 240000 fully populated tag reports and still
 // refuses a length that is garbage. It is a cap, not a buffer size: nothing is allocated
 // from it.

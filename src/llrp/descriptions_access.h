@@ -1,5 +1,5 @@
-// src/llrp/descriptions_access.h — the parameters of tag access: AccessSpec, its op specs and
-// the op spec results that come back in tag reports.
+// src/llrp/descriptions_access.h — the parameters of tag access: AccessSpec, its OpSpecs and
+// the OpSpec results that come back in tag reports.
 #pragma once
 
 #include "llrp/descriptions_common.h"
@@ -129,9 +129,9 @@ struct AccessSpec : Tlv<207> {
   }
 };
 
-// ---- op spec results ----
+// ---- OpSpec results ----
 
-// The results that carry nothing but their code and op spec.
+// The results that carry nothing but their code and OpSpec.
 #define TESSERA_LLRP_PLAIN_RESULT(Name, number)                          \
   struct Name : Tlv<number> {                                            \
     static constexpr const char* kName = #Name;                          \

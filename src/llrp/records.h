@@ -10,12 +10,12 @@
 // Custom parameters (type 1023) are kept wherever LLRP allows them, as vendor + subtype +
 // bytes. Every parameter of LLRP 1.0.1 is modelled, so a frame from a conformant peer
 // survives decode and encode whole; the one reordering left is a Custom placed between two
-// AISpecs of a ROSpec or between two op spec results of a TagReportData, which is kept after
+// AISpecs of a ROSpec or between two OpSpec results of a TagReportData, which is kept after
 // them (the members that hold them predate the lists of choices).
 //
 // The records are split by area: records_common.h (enumerations, shared parameters),
 // records_config.h (capabilities, configuration, ROSpec), records_access.h (AccessSpec,
-// op specs and their results, RF survey); this file holds reports, events and messages.
+// OpSpecs and their results, RF survey); this file holds reports, events and messages.
 #pragma once
 
 #include <array>

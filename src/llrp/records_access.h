@@ -1,4 +1,4 @@
-// src/llrp/records_access.h — LLRP tag access (AccessSpec, op specs, their results) and the RF
+// src/llrp/records_access.h — LLRP tag access (AccessSpec, OpSpecs, their results) and the RF
 // survey, as plain typed records.
 #pragma once
 
@@ -27,7 +27,7 @@ enum class C1G2LockDataField : uint8_t {
   kTIDMemory = 3,
   kUserMemory = 4,
 };
-// The result codes of the op specs that read or write tag memory; kill and lock share the
+// The result codes of the OpSpecs that read or write tag memory; kill and lock share the
 // first and last values and number the rest as LLRP lists them.
 enum class C1G2ReadResultType : uint8_t {
   kSuccess = 0,
@@ -160,7 +160,7 @@ using OpSpec =
 
 struct AccessCommand {  // 209
   C1G2TagSpec tagSpec;
-  std::vector<OpSpec> opSpecs;  // Custom parameters after the op specs are kept here too
+  std::vector<OpSpec> opSpecs;  // Custom parameters after the OpSpecs are kept here too
   bool operator==(const AccessCommand&) const = default;
 };
 
@@ -184,7 +184,7 @@ struct AccessSpec {  // 207
 };
 
 // ---------------------------------------------------------------------------------------------
-// Op spec results, carried in TagReportData
+// OpSpec results, carried in TagReportData
 // ---------------------------------------------------------------------------------------------
 
 struct C1G2ReadOpSpecResult {  // 349
@@ -226,7 +226,7 @@ struct C1G2BlockWriteOpSpecResult {  // 354
   bool operator==(const C1G2BlockWriteOpSpecResult&) const = default;
 };
 
-// The result of one op spec. A vendor's result (Custom) is kept in TagReportData::customs.
+// The result of one OpSpec. A vendor's result (Custom) is kept in TagReportData::customs.
 using OpSpecResult =
     std::variant<C1G2ReadOpSpecResult, C1G2WriteOpSpecResult, C1G2KillOpSpecResult,
                  C1G2LockOpSpecResult, C1G2BlockEraseOpSpecResult, C1G2BlockWriteOpSpecResult>;

@@ -98,21 +98,21 @@ TEST(LlrpWire, TagReportMixesTvAndTlvParameters) {
 }
 
 TEST(LlrpWire, AccessSpecKeepsItsOpSpecsAndVendorOnesInOrder) {
-  AccessSpec spec;
-  spec.accessSpecId = 1;
-  spec.currentState = AccessSpecState::kActive;
-  spec.accessSpecStopTrigger = {AccessSpecStopTriggerType::kOperationCount, 1};
-  spec.accessCommand.tagSpec.targetTags.push_back(
+  AccessSpec accessSpec;
+  accessSpec.accessSpecId = 1;
+  accessSpec.currentState = AccessSpecState::kActive;
+  accessSpec.accessSpecStopTrigger = {AccessSpecStopTriggerType::kOperationCount, 1};
+  accessSpec.accessCommand.tagSpec.targetTags.push_back(
       C1G2TargetTag{1, true, 0x20, BitString{16, {0xFF, 0xFF}}, BitString{16, {0x30, 0x08}}});
-  spec.accessCommand.opSpecs = {C1G2Read{1, 0, 3, 0, 2}, Custom{32473, 7, {}}};
-  expectWire(Message{4, AddAccessSpec{spec}},
+  accessSpec.accessCommand.opSpecs = {C1G2Read{1, 0, 3, 0, 2}, Custom{32473, 7, {}}};
+  expectWire(Message{4, AddAccessSpec{accessSpec}},
              "0428 00000053 00000004"
              "00CF 0049 00000001 0000 01 80 00000000"  // AccessSpec: CurrentState u1 = 1
              "00D0 0007 01 0001"                       // AccessSpecStopTrigger
              "00D1 0032"                               // AccessCommand
              "0152 0013 0153 000F 60 0020 0010 FFFF 0010 3008"  // MB 1, Match 1: 011 00000
              "0155 000F 0001 00000000 C0 0000 0002"    // C1G2Read: MB 3 in the top two bits
-             "03FF 000C 00007ED9 00000007");           // a vendor's op spec among them
+             "03FF 000C 00007ED9 00000007");           // a vendor's OpSpec among them
 }
 
 TEST(LlrpWire, EpcDataIsABitCountFollowedByWholeBytes) {

@@ -119,7 +119,7 @@ TEST(LlrpRoundTrip, RandomMessagesOfEveryKindSurviveEncodeAndDecode) {
 
 // Writes seed frames into $TESSERA_WRITE_CORPUS, the libFuzzer seed corpus
 // (fuzz/corpus/llrp_decode): one random frame per message kind, and frames that carry what a
-// random one may miss (op specs, op spec results, Custom at the extension points). Does
+// random one may miss (OpSpecs, OpSpec results, Custom at the extension points). Does
 // nothing when the variable is not set.
 TEST(LlrpCorpus, WritesSeedFramesWhenAsked) {
   const char* dir = std::getenv("TESSERA_WRITE_CORPUS");
@@ -168,8 +168,8 @@ TEST(LlrpCorpus, WritesSeedFramesWhenAsked) {
   }
   write("RO_ACCESS_REPORT_with_op_results", Message{41, report});
 
-  ROSpec spec;
-  spec.roSpecId = 1;
+  ROSpec roSpec;
+  roSpec.roSpecId = 1;
   InventoryParameterSpec ips{1, AirProtocol::kEPCGlobalClass1Gen2, {}, {vendor}};
   AntennaConfiguration antenna;
   C1G2InventoryCommand command;
@@ -180,12 +180,12 @@ TEST(LlrpCorpus, WritesSeedFramesWhenAsked) {
   ai.antennaIds = {0};
   ai.inventoryParameterSpecs.push_back(ips);
   ai.customs = {vendor};
-  spec.aiSpecs.push_back(ai);
-  spec.rfSurveySpecs.push_back(RFSurveySpec{1, 902750, 927250, {}, {vendor}});
-  spec.customs = {vendor};
-  spec.roReportSpec = ROReportSpec{};
-  spec.roReportSpec->customs = {vendor};
-  write("ADD_ROSPEC_with_customs", Message{42, AddROSpec{spec}});
+  roSpec.aiSpecs.push_back(ai);
+  roSpec.rfSurveySpecs.push_back(RFSurveySpec{1, 902750, 927250, {}, {vendor}});
+  roSpec.customs = {vendor};
+  roSpec.roReportSpec = ROReportSpec{};
+  roSpec.roReportSpec->customs = {vendor};
+  write("ADD_ROSPEC_with_customs", Message{42, AddROSpec{roSpec}});
 }
 
 }  // namespace
