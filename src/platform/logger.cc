@@ -30,6 +30,8 @@ Logger::Logger() {
 }
 
 Logger& Logger::instance() {
+  // Built at first use and never destroyed: a thread still running while the process exits (a
+  // relay worker, a reader API thread) may log after main has returned.
   static Logger* const logger = new Logger();
   return *logger;
 }
