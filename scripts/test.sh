@@ -74,3 +74,9 @@ for b in $builds; do
     *) echo "unknown build '$b'"; exit 2 ;;
   esac
 done
+
+# The suite's size against the product's: tests are meant to stay at a quarter to a third.
+lines() { find "$@" -type f \( -name '*.cc' -o -name '*.h' -o -name '*.py' -o -name '*.js' -o -name '*.sh' \) -print0 | xargs -0 cat | wc -l; }
+test_lines=$(lines tests)
+product_lines=$(lines src tools)
+echo "tests: $test_lines lines, product: $product_lines lines (src/, tools/), ratio $((100 * test_lines / product_lines)) %"
