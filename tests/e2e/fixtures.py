@@ -165,9 +165,9 @@ class Bench:
     """A simulator, a configuration root and a tessera connected to the simulator."""
 
     def __init__(self, sim_args=("--tags", "20", "--rate", "200"), serial=None, relay=None,
-                 with_serial_line=True, tessera_args=(), **config):
+                 with_serial_line=True, tessera_args=(), env=None, **config):
         self.sim = Simulator(sim_args).start()
-        self.tessera = Tessera(reader_port=self.sim.llrp_port, extra_args=tessera_args)
+        self.tessera = Tessera(reader_port=self.sim.llrp_port, extra_args=tessera_args, env=env)
         write_config(self.tessera.root, serial=serial, relay=relay, **config)
         self.line = SerialLine(self.tessera.root) if with_serial_line else None
         self.tessera.start()

@@ -150,6 +150,23 @@ class HttpPostTest(RelayHttpCase):
             self.assertRegex(beat["timeStamp"], STAMP)
         self.assertEqual(b.sim.stats()["reads_sent"], 0)
 
+    def test_proxies_from_the_environment_stay_out_and_a_configured_one_takes_plain_posts(self):
+        sink = self.sink()
+        proxy = connect_proxy(os.path.join(self.dir, "proxy.jsonl"))
+        self.addCleanup(proxy.stop)
+        dead = "http://127.0.0.1:%d" % free_port()
+        url = "http://127.0.0.1:%d/plain" % sink.port
+        b = self.bench(http_section(url), env={"http_proxy": dead, "all_proxy": dead})
+        self.assertEqual(b.tessera.command(START), b"httppoststart:0\r\n\r\n")
+        self.assertTrue(wait_until(sink.entries, timeout=20))
+        self.assertEqual(b.tessera.command("disconnect\r\n"), b"ok\r\n\r\n")
+        self.assertEqual(proxy.entries(), [])
+        write_config(b.tessera.root, relay={"TagrelayMode": "1"}, extra_lines=[
+            http_section(url, HTTPProxyServerURL="127.0.0.1", HTTPProxyPort=proxy.port)])
+        self.assertEqual(b.tessera.command(START), b"httppoststart:0\r\n\r\n")
+        self.assertTrue(wait_until(proxy.entries, timeout=20))
+        self.assertEqual(proxy.entries()[0]["request"], "POST %s/ HTTP/1.1" % url)
+
 
 class NoReadLostTest(RelayHttpCase):
     """Counts, not timings: every read the simulator sent reaches the server, and the service's
