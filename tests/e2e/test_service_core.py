@@ -112,11 +112,13 @@ class LoggingAndStartTest(unittest.TestCase):
         for value in ("Enable", "1"):
             t = Tessera(env={"MVM_DEBUG": value}).start(wait_ready=False)
             try:
-                wait_until(lambda: t._data_channel_up(), timeout=10)
+                # Silence proves nothing from a process that died: it must serve and stop cleanly.
+                self.assertTrue(wait_until(t._data_channel_up, timeout=10), value)
                 time.sleep(0.2)
                 self.assertEqual(t.output(), "", value)
+                self.assertIsNone(t.proc.poll(), value)
+                self.assertEqual(t.stop(), 0, value)
             finally:
-                t.stop()
                 t.close()
 
     def test_inherited_descriptors_are_closed_up_to_the_first_gap(self):
