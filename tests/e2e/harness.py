@@ -11,9 +11,10 @@ import tempfile
 import threading
 import time
 
-BIN = os.environ.get("TESSERA_BIN", os.path.join(os.path.dirname(__file__), "../../build/bin"))
+BIN = os.environ.get("TESSERA_BIN") or os.path.join(os.path.dirname(os.path.abspath(__file__)),
+                                                   "..", "..", "build", "bin")
 SANITIZER_MARKS = ("ERROR: AddressSanitizer", "ERROR: LeakSanitizer", "WARNING: ThreadSanitizer",
-                   "runtime error:", "ERROR: ThreadSanitizer")
+                   "ERROR: ThreadSanitizer", "runtime error:", "SUMMARY: UndefinedBehaviorSanitizer")
 # Multiplies the product's fixed waits (retries, reconnects, pauses) in tests.
 WAIT_SCALE = "0.01"
 
@@ -45,6 +46,7 @@ def free_port():
 
 
 def wait_until(predicate, timeout=10.0, interval=0.02):
+    """Polls predicate until it returns a true value or the time is up; its last value."""
     deadline = time.monotonic() + timeout
     while time.monotonic() < deadline:
         value = predicate()

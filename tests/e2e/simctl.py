@@ -18,34 +18,12 @@ import subprocess
 import tempfile
 import time
 
-SANITIZER_MARKS = ("ERROR: AddressSanitizer", "ERROR: LeakSanitizer", "WARNING: ThreadSanitizer",
-                   "runtime error:", "SUMMARY: UndefinedBehaviorSanitizer")
+from harness import BIN, SANITIZER_MARKS, wait_until
 
 VENDOR = 32473          # the simulator's vendor number
 PHASE_SUBTYPE = 1       # Custom parameter in TagReportData: s16 raw phase
 SAVE_SUBTYPE = 1        # CUSTOM_MESSAGE: save configuration
 SAVE_REPLY_SUBTYPE = 2  # CUSTOM_MESSAGE: its reply, data = LLRPStatus
-
-
-def binary():
-    """Path of tessera-readersim: $TESSERA_BIN, else build/bin beside the sources."""
-    bindir = os.environ.get("TESSERA_BIN")
-    if not bindir:
-        here = os.path.dirname(os.path.abspath(__file__))
-        bindir = os.path.join(here, "..", "..", "build", "bin")
-    return os.path.join(bindir, "tessera-readersim")
-
-
-def wait_for(predicate, timeout=5.0, interval=0.02):
-    """Polls predicate until it returns a true value (returned) or the time is up (None)."""
-    deadline = time.monotonic() + timeout
-    while True:
-        value = predicate()
-        if value:
-            return value
-        if time.monotonic() >= deadline:
-            return None
-        time.sleep(interval)
 
 
 class Simulator:
@@ -65,7 +43,7 @@ class Simulator:
     def start(self, timeout=10.0):
         self._dir = tempfile.TemporaryDirectory(prefix="readersim-")
         ready = os.path.join(self._dir.name, "ready")
-        argv = [binary(), "--port", "0", "--control", "0", "--ready-file", ready] + self.args
+        argv = [os.path.join(BIN, "tessera-readersim"), "--port", "0", "--control", "0", "--ready-file", ready] + self.args
         if self.verbose:
             argv.append("--verbose")
         self._stderr = open(os.path.join(self._dir.name, "stderr"), "w+")
@@ -82,7 +60,7 @@ class Simulator:
                 return None
 
         try:
-            found = wait_for(ports, timeout)
+            found = wait_until(ports, timeout)
         except RuntimeError:
             self.stop(check=False)
             raise

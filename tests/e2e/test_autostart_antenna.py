@@ -7,7 +7,7 @@ import time
 import unittest
 
 from fixtures import SerialLine, write_config
-from harness import Tessera, free_port, recv_zero_terminated, wait_until
+from harness import Tessera, free_port
 from simctl import Simulator
 
 
@@ -138,13 +138,27 @@ class AntennaCommandTest(unittest.TestCase):
     def connect(self):
         self.assertEqual(self.t.command("setup.connection_config=,5084 0 ,\r\n"), b"ok\r\n\r\n")
 
-    def test_set_one_antenna_persists_and_reports_all(self):
+    def test_set_antenna_config_persists_at_the_last_flagged_entry_and_reports_all(self):
         self.connect()
-        text = self.result("setup.set_antenna_config=,1 20 1 ,\r\n")
-        self.assertTrue(text.startswith("SetAntennaInfo:Success 1 20,2 "), text)
-        self.assertEqual(text.count(","), 4)
+        steps = [
+            # (command, start of the report, "Persisted" lines in the log after it)
+            (",1 20 1 ,", "SetAntennaInfo:Success 1 20,2 ", 1),
+            (",1 30 1 ,2 31 1 ,3 32 0 ,", "SetAntennaInfo:Success 1 30,2 31,3 32,4 ", 2),
+            # A last entry with ID 0 saves nothing and sends only the report.
+            (",2 40 1 ,0 0 0 ,", "1 30,2 40,", 2),
+            (",9 40 0 ,", "SetAntennaInfo:Error RFID_GetAntennaConfig Failed", 2),
+        ]
+        for command, report, persisted in steps:
+            with self.subTest(command):
+                text = self.result("setup.set_antenna_config=%s\r\n" % command)
+                self.assertTrue(text.startswith(report), text)
+                self.assertRegex(text, r"1 \d+,2 \d+,3 \d+,4 \d+,$")
+                time.sleep(0.3)
+                self.assertEqual(len(self.t.wait_for_line("Persisted", timeout=0) or []),
+                                 persisted)
         self.assertTrue(self.t.wait_for_line("Antenna 1 Configuration Persisted"))
-        self.assertEqual(self.result("setup.get_antenna_config=\r\n")[:17], "AntennaData:1 20,")
+        self.assertTrue(self.t.wait_for_line("Last Antenna 3 Configuration Persisted"))
+        self.assertEqual(self.result("setup.get_antenna_config=\r\n")[:17], "AntennaData:1 30,")
 
     def test_init_reports_the_power_table_and_line_end_does_not(self):
         self.connect()
@@ -152,26 +166,6 @@ class AntennaCommandTest(unittest.TestCase):
         self.assertTrue(text.startswith("AntennaInitData: 4, 10.0 10.2 10.5 10.8 11.0"), text)
         self.assertTrue(text.endswith(" 29.8 30.0"), text[-40:])
         self.assertTrue(self.result("setup.get_antenna_config=Init\r\n").startswith("AntennaData:1 "))
-
-    def test_several_persist_flags_save_once_at_the_last_entry(self):
-        self.connect()
-        text = self.result("setup.set_antenna_config=,1 30 1 ,2 31 1 ,3 32 0 ,\r\n")
-        self.assertTrue(text.startswith("SetAntennaInfo:Success 1 30,2 31,3 32,4 "), text)
-        self.assertTrue(self.t.wait_for_line("Last Antenna 3 Configuration Persisted"))
-        self.assertEqual(len(self.t.wait_for_line("Persisted", timeout=0, count=1)), 1)
-
-    def test_last_entry_with_id_0_saves_nothing_and_sends_only_the_report(self):
-        self.connect()
-        text = self.result("setup.set_antenna_config=,2 40 1 ,0 0 0 ,\r\n")
-        self.assertTrue(text.startswith("1 "), text)
-        self.assertIn(",2 40,", text)
-        self.assertFalse(self.t.wait_for_line("Persisted", timeout=0.3))
-
-    def test_an_antenna_the_reader_does_not_have_is_an_error_then_the_report(self):
-        self.connect()
-        text = self.result("setup.set_antenna_config=,9 40 0 ,\r\n")
-        self.assertTrue(text.startswith("SetAntennaInfo:Error RFID_GetAntennaConfig Failed"), text)
-        self.assertRegex(text, r"Failed[ \d]\d1 \d+,2 \d+,3 \d+,4 \d+,$")
 
     def test_no_reader_and_no_key_value(self):
         text = self.result("setup.get_antenna_config=\r\n")

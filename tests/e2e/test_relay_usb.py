@@ -3,7 +3,6 @@ reports written to <root>/dev/hidg0, which the test creates as a plain file) and
 files under <root>/media/usbdrive, mounted as far as <root>/proc/mounts says)."""
 
 import os
-import re
 import sys
 import time
 import unittest

@@ -2,7 +2,6 @@
 uevent path, inherited descriptors, console logging and the orderly stop."""
 
 import os
-import socket
 import subprocess
 import threading
 import time
