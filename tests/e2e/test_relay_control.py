@@ -64,6 +64,9 @@ class RelayCommandTest(unittest.TestCase):
             ("disconnect\r\n", b"ok\r\n\r\n", 1),
             (start(1), STARTED, 2),
             ("disconnect\r\n", b"ok\r\n\r\n", 2),
+            # A plain inventory's connection blocks the relay as its own would.
+            ("setup.connection_config=,5084 0 ,\r\n", b"ok\r\n\r\n", 3),
+            (start(1), b"httppoststart:2\r\n\r\n", 3),
         ]
         for command, reply, connections in steps:
             with self.subTest(command=command):
@@ -82,12 +85,6 @@ class RelayCommandTest(unittest.TestCase):
         self.assertTrue(t.wait_for_line(
             r"^E-Tagrelay: Feature is not enabled in configuration\.$", timeout=5))
         self.assertEqual(self.sim.stats()["connections"], 0)
-
-    def test_a_connection_that_exists_answers_2(self):
-        t = self.tessera()
-        self.assertEqual(t.command("setup.connection_config=,5084 0 ,\r\n"), b"ok\r\n\r\n")
-        self.assertEqual(t.command(start(1)), b"httppoststart:2\r\n\r\n")
-        self.assertEqual(self.sim.stats()["connections"], 1)
 
     def test_an_unreachable_reader_is_tried_15_times(self):
         t = self.tessera(reader_port=free_port())

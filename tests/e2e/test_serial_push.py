@@ -145,20 +145,22 @@ class FailingStartTest(unittest.TestCase):
         self.addCleanup(cleanup)
         return t, serial_line
 
-    def test_missing_serial_port_answers_1(self):
-        t, _ = self.start(line=False)
-        self.assertEqual(t.command(START), b"PushDataStart:1\r\n\r\n")
-        self.assertTrue(t.wait_for_line("Unable to Open Serial Port."))
-
-    def test_mode_not_push_answers_2(self):
-        t, _ = self.start(serial={"Mode": "0"})
-        self.assertEqual(t.command(START), b"PushDataStart:2\r\n\r\n")
-
-    def test_existing_connection_answers_3(self):
-        t, _ = self.start()
-        self.assertEqual(t.command("setup.connection_config=,5084 0 ,\r\n"), b"ok\r\n\r\n")
-        self.assertEqual(t.command(START), b"PushDataStart:3\r\n\r\n")
-        self.assertTrue(t.wait_for_line("Connection Exists already"))
+    def test_a_start_that_cannot_run_answers_its_reason(self):
+        cases = [
+            # (serial section, a line to open, a command before, reply, log line)
+            ({}, False, None, b"PushDataStart:1\r\n\r\n", "Unable to Open Serial Port."),
+            ({"Mode": "0"}, True, None, b"PushDataStart:2\r\n\r\n", None),
+            ({}, True, "setup.connection_config=,5084 0 ,\r\n", b"PushDataStart:3\r\n\r\n",
+             "Connection Exists already"),
+        ]
+        for serial, line, before, reply, log in cases:
+            with self.subTest(reply=reply):
+                t, _ = self.start(serial=serial, line=line)
+                if before:
+                    self.assertEqual(t.command(before), b"ok\r\n\r\n")
+                self.assertEqual(t.command(START), reply)
+                if log:
+                    self.assertTrue(t.wait_for_line(log))
 
     def test_unreachable_reader_answers_4_then_the_connection_reply(self):
         t, _ = self.start(reader_port=free_port())
@@ -244,9 +246,12 @@ class CommandSetTest(unittest.TestCase):
         self.assertGreater(stats["reads_discarded_no_client"], 0)
         self.assertGreater(stats["reads_out"], 0)
 
-    def test_disconnect_notifies_the_data_channel_and_disconnect2_does_not(self):
+    def test_disconnect_notifies_the_newest_data_channel_client_and_disconnect2_does_not(self):
+        old = self.t.data_client()
         data = self.t.data_client()
+        self.addCleanup(old.close)
         self.addCleanup(data.close)
+        self.assertEqual(old.recv(16), b"")  # replaced, so closed by the service
         self.assertEqual(self.t.command(START), b"PushDataStart:0\r\n\r\n")
         self.assertEqual(self.t.command("disconnect\r\n"), b"ok\r\n\r\n")
         messages = recv_zero_terminated(data, count=3, timeout=5)
@@ -267,15 +272,6 @@ class CommandSetTest(unittest.TestCase):
                      "getInventoryStatus" + "disconnect\r\n", "x" * 256):
             self.assertEqual(self.t.command(text)[:6], b"ok\r\n\r\n"
                              if not text.startswith("getInventoryStatus") else b"Invent")
-
-    def test_the_newest_data_channel_client_gets_the_notifications(self):
-        old = self.t.data_client()
-        new = self.t.data_client()
-        self.addCleanup(old.close)
-        self.addCleanup(new.close)
-        self.assertEqual(old.recv(16), b"")  # replaced, so closed by the service
-        self.assertEqual(self.t.command("disconnect\r\n"), b"ok\r\n\r\n")
-        self.assertEqual(recv_zero_terminated(new, count=1), ["DISCONNECTION_EVENT"])
 
 
 class ReaderFaultTest(unittest.TestCase):
