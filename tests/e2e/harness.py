@@ -11,8 +11,9 @@ import tempfile
 import threading
 import time
 
-BIN = os.environ.get("TESSERA_BIN") or os.path.join(os.path.dirname(os.path.abspath(__file__)),
-                                                   "..", "..", "build", "bin")
+SOURCE = os.path.abspath(os.environ.get("TESSERA_SOURCE") or
+                         os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", ".."))
+BIN = os.environ.get("TESSERA_BIN") or os.path.join(SOURCE, "build", "bin")
 SANITIZER_MARKS = ("ERROR: AddressSanitizer", "ERROR: LeakSanitizer", "WARNING: ThreadSanitizer",
                    "ERROR: ThreadSanitizer", "runtime error:", "SUMMARY: UndefinedBehaviorSanitizer")
 # Multiplies the product's fixed waits (retries, reconnects, pauses) in tests.

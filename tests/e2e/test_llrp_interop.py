@@ -12,7 +12,7 @@ import time
 import unittest
 
 import simctl
-from harness import wait_until
+from harness import SOURCE, wait_until
 from simctl import (ADD_ROSPEC, ADD_ROSPEC_RESPONSE, CLOSE_CONNECTION, CLOSE_CONNECTION_RESPONSE,
                     CUSTOM_MESSAGE, DELETE_ACCESSSPEC, DELETE_ACCESSSPEC_RESPONSE, DELETE_ROSPEC,
                     DELETE_ROSPEC_RESPONSE, DISABLE_ROSPEC, DISABLE_ROSPEC_RESPONSE, ENABLE_ROSPEC,
@@ -23,7 +23,6 @@ from simctl import (ADD_ROSPEC, ADD_ROSPEC_RESPONSE, CLOSE_CONNECTION, CLOSE_CON
                     STOP_ROSPEC, STOP_ROSPEC_RESPONSE, LlrpClient, Simulator, tlv)
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-SOURCE = os.environ.get("TESSERA_SOURCE", os.path.join(HERE, "..", ".."))
 U32 = struct.Struct(">I")
 
 
