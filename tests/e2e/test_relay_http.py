@@ -6,7 +6,6 @@ import base64
 import os
 import re
 import shutil
-import subprocess
 import sys
 import tempfile
 import time
@@ -16,6 +15,7 @@ sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "pee
 
 from fixtures import Bench, settle, write_config  # noqa: E402
 from harness import free_port, wait_until  # noqa: E402
+from mqtt_peers import make_ca_and_server  # noqa: E402
 from relay_peers import connect_proxy, http_section, http_sink, posted_reports  # noqa: E402
 
 START = "setup.operating_mode_Tagrelay=,5084 0 1 ,\r\n"
@@ -222,21 +222,11 @@ class NoReadLostTest(RelayHttpCase):
         self.assertEqual(len(set(keys)), len(keys), "a read arrived twice")
 
 
-def make_certificate(folder, name):
-    """A self-signed certificate for 127.0.0.1 (and its key); the certificate's path."""
-    cert, key = os.path.join(folder, name + ".crt"), os.path.join(folder, name + ".key")
-    subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt",
-                    "ec_paramgen_curve:prime256v1", "-nodes", "-days", "2", "-subj",
-                    "/CN=127.0.0.1", "-addext", "subjectAltName=IP:127.0.0.1", "-keyout", key,
-                    "-out", cert], check=True, capture_output=True)
-    return cert, key
-
-
 @unittest.skipIf(shutil.which("openssl") is None, "openssl is not installed")
 class HttpsAndProxyTest(RelayHttpCase):
     def test_tls_verification_uses_the_ca_file_under_the_root(self):
-        cert, key = make_certificate(self.dir, "server")
-        other, _ = make_certificate(self.dir, "other")
+        ca, cert, key = make_ca_and_server(self.dir, "server")
+        other, _, _ = make_ca_and_server(self.dir, "other")
         sink = self.sink("--cert", cert, "--key", key)
         url = "https://127.0.0.1:%d/secure" % sink.port
         b = self.bench(http_section(url, VerifyPeer=1, VerifyHost=1))
@@ -261,9 +251,9 @@ class HttpsAndProxyTest(RelayHttpCase):
         restart(other, VerifyPeer=0, VerifyHost=0)
         self.assertTrue(wait_until(lambda: len(sink.entries()) >= 2, timeout=20))
         self.assertEqual(t.command("disconnect\r\n"), b"ok\r\n\r\n")
-        # Verification on with the server's own certificate as the CA file.
+        # Verification on with the server's CA as the CA file.
         posts = len(sink.entries())
-        restart(cert, VerifyPeer=1, VerifyHost=1)
+        restart(ca, VerifyPeer=1, VerifyHost=1)
         self.assertTrue(wait_until(lambda: len(sink.entries()) >= posts + 2, timeout=20))
         lines = t.output().split("\n")
         started = max(i for i, l in enumerate(lines) if l == "I-Tagrelay: Inventory started")
