@@ -13,7 +13,7 @@ import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "peers"))
 
-from fixtures import Bench, settle, write_config  # noqa: E402
+from fixtures import Bench, settle, stamp_key, write_config  # noqa: E402
 from harness import free_port, wait_until  # noqa: E402
 from mqtt_peers import make_ca_and_server  # noqa: E402
 from relay_peers import connect_proxy, http_section, http_sink, posted_reports  # noqa: E402
@@ -21,16 +21,11 @@ from relay_peers import connect_proxy, http_section, http_sink, posted_reports  
 START = "setup.operating_mode_Tagrelay=,5084 0 1 ,\r\n"
 STANDBY = "setup.operating_mode=standby\r\n"
 MAC = re.compile(r"^([0-9A-F]{2}(:[0-9A-F]{2}){5})?$")
-STAMP = re.compile(r"^(\d\d)/(\d\d)/(\d{4}) (\d\d:\d\d:\d\d:\d{3})$")
+STAMP = re.compile(r"^\d\d/\d\d/\d{4} \d\d:\d\d:\d\d:\d{3}$")
 
 
 def tag_reads(reports):
     return [r for report in reports for r in report["tag_reads"]]
-
-
-def time_key(record):
-    day, month, year, rest = STAMP.match(record["timeStamp"]).groups()
-    return year, month, day, rest
 
 
 class RelayHttpCase(unittest.TestCase):
@@ -66,8 +61,10 @@ class RelayHttpCase(unittest.TestCase):
         self.assertEqual(len(reads), sent)
         keys = [(r["epc"], r["antennaPort"], r["timeStamp"]) for r in reads]
         self.assertEqual(len(set(keys)), len(keys), "a read was posted twice")
-        self.assertEqual([time_key(r) for r in reads], sorted(time_key(r) for r in reads),
-                         "reads out of order")
+        stamps = [r["timeStamp"] for r in reads]
+        for stamp in stamps:
+            self.assertRegex(stamp, STAMP)
+        self.assertEqual(stamps, sorted(stamps, key=stamp_key), "reads out of order")
 
 
 class HttpPostTest(RelayHttpCase):

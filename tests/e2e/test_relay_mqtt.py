@@ -13,7 +13,7 @@ import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "peers"))
 
-from fixtures import Bench, settle, write_config  # noqa: E402
+from fixtures import Bench, settle, stamp_key, write_config  # noqa: E402
 from harness import wait_until  # noqa: E402
 from mqtt_peers import Broker, Subscriber, make_ca_and_server, mqtt_section, retained  # noqa: E402
 
@@ -72,7 +72,7 @@ class MqttRelayTest(unittest.TestCase):
         reads = self.reads(sub)
         self.assertEqual(len({key(r) for r in reads}), len(reads), "a read arrived twice")
         stamps = [r["timeStamp"] for r in reads]
-        self.assertEqual(stamps, sorted(stamps, key=lambda s: (s[6:10], s[3:5], s[:2], s[11:])))
+        self.assertEqual(stamps, sorted(stamps, key=stamp_key))
         for m in self.messages(sub):
             self.assertEqual(list(m), ["reader_name", "mac_address", "tag_reads"])
             self.assertEqual(m["reader_name"], "Dock Door 1")

@@ -7,7 +7,7 @@ import tempfile
 import time
 import unittest
 
-from fixtures import Bench, SerialLine, crc_ok, settle, write_config
+from fixtures import Bench, SerialLine, crc_ok, settle, stamp_key, write_config
 from harness import Tessera, free_port, recv_until, recv_zero_terminated, wait_until
 from simctl import Simulator
 
@@ -53,8 +53,7 @@ class SerialPushTest(unittest.TestCase):
             self.assertRegex(rssi, r"^-\d+$")
             self.assertRegex(stamp, r"^\d\d/\d\d/\d{4} \d\d:\d\d:\d\d:\d{3}$")
         stamps = [l.split(",")[3] for l in body]
-        key = [(s[6:10], s[3:5], s[0:2], s[11:]) for s in stamps]
-        self.assertEqual(key, sorted(key), "reads out of order")
+        self.assertEqual(stamps, sorted(stamps, key=stamp_key), "reads out of order")
         self.assertIn(b"InventoryRunning:PushData", b.tessera.command("getInventoryStatus"))
 
     def test_at_link_speed_every_read_reaches_the_line(self):
