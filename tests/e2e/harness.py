@@ -87,9 +87,11 @@ class Tessera:
     def path(self, appliance_path):
         return os.path.join(self.root, appliance_path.lstrip("/"))
 
-    def start(self, wait_ready=True):
+    def start(self, wait_ready=True, **popen):
+        """Starts the process (popen: more subprocess.Popen arguments)."""
+        popen.setdefault("pass_fds", self.pass_fds)
         self.proc = subprocess.Popen(self.args, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                                     env=self.env, pass_fds=self.pass_fds)
+                                     env=self.env, **popen)
         threading.Thread(target=self._read_stdout, daemon=True).start()
         threading.Thread(target=self._read_stderr, daemon=True).start()
         if wait_ready:

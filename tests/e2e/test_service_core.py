@@ -3,7 +3,6 @@ uevent path, inherited descriptors, console logging and the orderly stop."""
 
 import os
 import subprocess
-import threading
 import time
 import unittest
 
@@ -131,11 +130,7 @@ class LoggingAndStartTest(unittest.TestCase):
                 pass
         t = Tessera()
         try:
-            t.proc = subprocess.Popen(t.args, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                                      env=t.env, preexec_fn=child_setup, close_fds=False)
-            threading.Thread(target=t._read_stdout, daemon=True).start()
-            threading.Thread(target=t._read_stderr, daemon=True).start()
-            self.assertTrue(t.wait_for_line("Waiting for command channel connections"))
+            t.start(preexec_fn=child_setup, close_fds=False)
             fd_dir = "/proc/%d/fd" % t.proc.pid
             links = {int(n): os.readlink(os.path.join(fd_dir, n)) for n in os.listdir(fd_dir)}
             self.assertEqual(links.get(6), names[6])
