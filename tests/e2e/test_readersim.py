@@ -291,11 +291,12 @@ class Operation(unittest.TestCase):
             self.assertEqual(wait_rospec_event(c, 1), (1, 2))
             self.assertEqual(sim.control("gpi 9 1"), "error no GPI port 9 (1..4)")
 
-    def test_tag_observation_stops_after_n_tags(self):
+    def test_immediate_start_and_tag_observation_stop_after_n_tags(self):
         with Simulator(["--tags", "50", "--rate", "1000"]) as sim:
             c = connect(sim)
             stop = simctl.ai_stop(3, extra=simctl.tag_observation(0, tags=7, timeout_ms=5000))
-            run_rospec(c, simctl.rospec(1, ai_stop=stop), 1)
+            # Immediate: enabling starts it.
+            run_rospec(c, simctl.rospec(1, start_type=1, ai_stop=stop), 1, start=False)
             epcs = collect_epcs(c)
             self.assertEqual(len(epcs), 7)
 
