@@ -7,7 +7,6 @@ import os
 import socket
 import subprocess
 import sys
-import time
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
 from harness import free_port, wait_until  # noqa: E402
