@@ -56,6 +56,11 @@ def write_config(root, serial=None, relay=None, antennas=((1, 81), (2, 81), (3, 
             f.write("%s=%s\n" % (key, value))
 
 
+def stamp_key(stamp):
+    """Sort key of a "dd/mm/yyyy hh:mm:ss:mmm" time stamp."""
+    return stamp[6:10], stamp[3:5], stamp[:2], stamp[11:]
+
+
 def crc16(data):
     """CRC-16 with polynomial 0x1021, initial value 0xFFFF and final inversion (GENIBUS)."""
     crc = 0xFFFF
@@ -131,16 +136,11 @@ class SerialLine:
             self.counted += (last + chunk).count(b"\r\n")
             last = chunk[-1:]
 
-    def close_master(self):
-        if self.master is not None:
-            os.close(self.master)
-            self.master = None
-
     def close(self):
-        self.close_master()
-        if self.slave is not None:
-            os.close(self.slave)
-            self.slave = None
+        for end in ("master", "slave"):
+            if getattr(self, end) is not None:
+                os.close(getattr(self, end))
+                setattr(self, end, None)
 
 
 def settle(bench, received, timeout=60.0, accounted=lambda stats: stats["reads_out"]):
@@ -165,9 +165,9 @@ class Bench:
     """A simulator, a configuration root and a tessera connected to the simulator."""
 
     def __init__(self, sim_args=("--tags", "20", "--rate", "200"), serial=None, relay=None,
-                 with_serial_line=True, tessera_args=(), **config):
+                 with_serial_line=True, tessera_args=(), env=None, **config):
         self.sim = Simulator(sim_args).start()
-        self.tessera = Tessera(reader_port=self.sim.llrp_port, extra_args=tessera_args)
+        self.tessera = Tessera(reader_port=self.sim.llrp_port, extra_args=tessera_args, env=env)
         write_config(self.tessera.root, serial=serial, relay=relay, **config)
         self.line = SerialLine(self.tessera.root) if with_serial_line else None
         self.tessera.start()

@@ -11,9 +11,11 @@ import tempfile
 import threading
 import time
 
-BIN = os.environ.get("TESSERA_BIN", os.path.join(os.path.dirname(__file__), "../../build/bin"))
+SOURCE = os.path.abspath(os.environ.get("TESSERA_SOURCE") or
+                         os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", ".."))
+BIN = os.environ.get("TESSERA_BIN") or os.path.join(SOURCE, "build", "bin")
 SANITIZER_MARKS = ("ERROR: AddressSanitizer", "ERROR: LeakSanitizer", "WARNING: ThreadSanitizer",
-                   "runtime error:", "ERROR: ThreadSanitizer")
+                   "ERROR: ThreadSanitizer", "runtime error:", "SUMMARY: UndefinedBehaviorSanitizer")
 # Multiplies the product's fixed waits (retries, reconnects, pauses) in tests.
 WAIT_SCALE = "0.01"
 
@@ -45,6 +47,7 @@ def free_port():
 
 
 def wait_until(predicate, timeout=10.0, interval=0.02):
+    """Polls predicate until it returns a true value or the time is up; its last value."""
     deadline = time.monotonic() + timeout
     while time.monotonic() < deadline:
         value = predicate()
@@ -84,9 +87,11 @@ class Tessera:
     def path(self, appliance_path):
         return os.path.join(self.root, appliance_path.lstrip("/"))
 
-    def start(self, wait_ready=True):
+    def start(self, wait_ready=True, **popen):
+        """Starts the process (popen: more subprocess.Popen arguments)."""
+        popen.setdefault("pass_fds", self.pass_fds)
         self.proc = subprocess.Popen(self.args, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                                     env=self.env, pass_fds=self.pass_fds)
+                                     env=self.env, **popen)
         threading.Thread(target=self._read_stdout, daemon=True).start()
         threading.Thread(target=self._read_stderr, daemon=True).start()
         if wait_ready:

@@ -18,8 +18,7 @@ import subprocess
 import tempfile
 import time
 
-SANITIZER_MARKS = ("ERROR: AddressSanitizer", "ERROR: LeakSanitizer", "WARNING: ThreadSanitizer",
-                   "runtime error:", "SUMMARY: UndefinedBehaviorSanitizer")
+from harness import BIN, SANITIZER_MARKS, wait_until
 
 VENDOR = 32473          # the simulator's vendor number
 PHASE_SUBTYPE = 1       # Custom parameter in TagReportData: s16 raw phase
@@ -27,33 +26,11 @@ SAVE_SUBTYPE = 1        # CUSTOM_MESSAGE: save configuration
 SAVE_REPLY_SUBTYPE = 2  # CUSTOM_MESSAGE: its reply, data = LLRPStatus
 
 
-def binary():
-    """Path of tessera-readersim: $TESSERA_BIN, else build/bin beside the sources."""
-    bindir = os.environ.get("TESSERA_BIN")
-    if not bindir:
-        here = os.path.dirname(os.path.abspath(__file__))
-        bindir = os.path.join(here, "..", "..", "build", "bin")
-    return os.path.join(bindir, "tessera-readersim")
-
-
-def wait_for(predicate, timeout=5.0, interval=0.02):
-    """Polls predicate until it returns a true value (returned) or the time is up (None)."""
-    deadline = time.monotonic() + timeout
-    while True:
-        value = predicate()
-        if value:
-            return value
-        if time.monotonic() >= deadline:
-            return None
-        time.sleep(interval)
-
-
 class Simulator:
     """One simulator process on free loopback ports (LLRP and control)."""
 
-    def __init__(self, args=(), verbose=False):
+    def __init__(self, args=()):
         self.args = list(args)
-        self.verbose = verbose
         self.proc = None
         self.llrp_port = 0
         self.control_port = 0
@@ -65,9 +42,8 @@ class Simulator:
     def start(self, timeout=10.0):
         self._dir = tempfile.TemporaryDirectory(prefix="readersim-")
         ready = os.path.join(self._dir.name, "ready")
-        argv = [binary(), "--port", "0", "--control", "0", "--ready-file", ready] + self.args
-        if self.verbose:
-            argv.append("--verbose")
+        argv = [os.path.join(BIN, "tessera-readersim"), "--port", "0", "--control", "0",
+                "--ready-file", ready] + self.args
         self._stderr = open(os.path.join(self._dir.name, "stderr"), "w+")
         self.proc = subprocess.Popen(argv, stdout=subprocess.DEVNULL, stderr=self._stderr)
 
@@ -82,7 +58,7 @@ class Simulator:
                 return None
 
         try:
-            found = wait_for(ports, timeout)
+            found = wait_until(ports, timeout)
         except RuntimeError:
             self.stop(check=False)
             raise
@@ -222,6 +198,12 @@ def connection_status(body):
     return struct.unpack(">H", found[0])[0] if found else None
 
 
+# TV parameters of a TagReportData: type -> (key, struct format).
+TAG_FIELDS = {1: ("antenna", ">H"), 2: ("first_seen", ">Q"), 4: ("last_seen", ">Q"),
+              6: ("rssi", ">b"), 7: ("channel", ">H"), 8: ("seen_count", ">H"),
+              9: ("rospec_id", ">I"), 12: ("pc", ">H"), 14: ("spec_index", ">H")}
+
+
 def tag_reports(body):
     """Dicts of the TagReportData of an RO_ACCESS_REPORT: epc (hex) and the fields present."""
     reports = []
@@ -233,28 +215,11 @@ def tag_reports(body):
             elif t == 241:
                 bits = struct.unpack_from(">H", v)[0]
                 d["epc"] = v[2:2 + (bits + 7) // 8].hex().upper()
-            elif t == 1:
-                d["antenna"] = struct.unpack(">H", v)[0]
-            elif t == 6:
-                d["rssi"] = struct.unpack(">b", v)[0]
-            elif t == 7:
-                d["channel"] = struct.unpack(">H", v)[0]
-            elif t == 2:
-                d["first_seen"] = struct.unpack(">Q", v)[0]
-            elif t == 4:
-                d["last_seen"] = struct.unpack(">Q", v)[0]
-            elif t == 8:
-                d["seen_count"] = struct.unpack(">H", v)[0]
-            elif t == 9:
-                d["rospec_id"] = struct.unpack(">I", v)[0]
-            elif t == 14:
-                d["spec_index"] = struct.unpack(">H", v)[0]
-            elif t == 12:
-                d["pc"] = struct.unpack(">H", v)[0]
-            elif t == 1023:
-                vendor, subtype = struct.unpack_from(">II", v)
-                if vendor == VENDOR and subtype == PHASE_SUBTYPE:
-                    d["phase"] = struct.unpack_from(">h", v, 8)[0]
+            elif t in TAG_FIELDS:
+                name, fmt = TAG_FIELDS[t]
+                d[name] = struct.unpack(fmt, v)[0]
+            elif t == 1023 and struct.unpack_from(">II", v) == (VENDOR, PHASE_SUBTYPE):
+                d["phase"] = struct.unpack_from(">h", v, 8)[0]
         reports.append(d)
     return reports
 
@@ -373,11 +338,15 @@ class LlrpClient:
                 raise ConnectionError("reader closed the connection")
             self.buf += chunk
 
-    def recv(self, msg_type=None, timeout=5.0, match=None):
-        """The next message (type, id, body) of msg_type (any when None) for which match(body)
-        holds; others received meanwhile stay in the backlog."""
+    def recv(self, msg_type=None, timeout=5.0, match=None, msg_id=None):
+        """The next message (type, id, body) of msg_type (any when None; or one of a tuple) with
+        msg_id (any when None) for which match(body) holds; others received meanwhile stay in
+        the backlog."""
+        types = msg_type if isinstance(msg_type, tuple) else (msg_type,)
+
         def wanted(m):
-            return (msg_type is None or m[0] == msg_type) and (match is None or match(m[2]))
+            return ((msg_type is None or m[0] in types) and (msg_id is None or m[1] == msg_id)
+                    and (match is None or match(m[2])))
         for i, m in enumerate(self.backlog):
             if wanted(m):
                 return self.backlog.pop(i)
@@ -390,17 +359,9 @@ class LlrpClient:
 
     def transact(self, msg_type, body, response_type, timeout=5.0):
         """Sends a request and returns (response type, body) of the reply with its ID."""
-        msg_id = self.send(msg_type, body)
-        deadline = time.monotonic() + timeout
-        for i, m in enumerate(self.backlog):
-            if m[1] == msg_id and m[0] in (response_type, ERROR_MESSAGE):
-                self.backlog.pop(i)
-                return m[0], m[2]
-        while True:
-            m = self._read_one(deadline)
-            if m[1] == msg_id and m[0] in (response_type, ERROR_MESSAGE):
-                return m[0], m[2]
-            self.backlog.append(m)
+        t, _, reply = self.recv((response_type, ERROR_MESSAGE), timeout,
+                                msg_id=self.send(msg_type, body))
+        return t, reply
 
     def request_ok(self, msg_type, body, response_type):
         """transact() that asserts a response with status M_Success."""

@@ -10,12 +10,10 @@ import time
 import unittest
 
 from fixtures import SerialLine, crc_ok, write_config
-from harness import Tessera
+from harness import SOURCE, Tessera
 from simctl import Simulator
 
 ARMHF_TESSERA = os.environ.get("TESSERA_ARMHF_TESSERA", "")
-SOURCE = os.environ.get("TESSERA_SOURCE",
-                        os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", ".."))
 START = "setup.operating_mode_serialPort=,5084 0 ,\r\n"
 
 

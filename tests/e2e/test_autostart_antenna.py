@@ -7,7 +7,7 @@ import time
 import unittest
 
 from fixtures import SerialLine, write_config
-from harness import Tessera, free_port, recv_zero_terminated, wait_until
+from harness import Tessera, free_port
 from simctl import Simulator
 
 
@@ -30,23 +30,13 @@ class AutostartTest(unittest.TestCase):
         t.close()
         self.assertEqual(status, 0, t.output()[-2000:])
 
-    def test_serial_push_with_autostart_starts_at_every_service_start(self):
+    def test_serial_push_autostarts_at_every_start_unless_the_cloud_holds_it_back(self):
         line = SerialLine(self.root)
         self.addCleanup(line.close)
-        for _ in range(2):
-            t = self.boot(serial={"IsAutostart": "1"}, relay={"IsAutostart": "1"})
-            self.assertTrue(t.wait_for_line("Tessera: Started Serial Port Push at Boot time"))
-            self.assertEqual(t.command("getInventoryStatus"), b"InventoryRunning:PushData\r\n\r\n")
-            self.assertTrue(line.read_lines(count=3))
-            # The relay section is neither read nor marked when the serial push starts.
-            self.assertFalse(os.path.exists(os.path.join(self.root, "var/volatile/isbooted")))
-            self.stop(t)
-
-    def test_cloud_auto_connect_holds_back_only_with_both_flags(self):
-        line = SerialLine(self.root)
-        self.addCleanup(line.close)
-        for enrolled, auto, held in (("1", "1", True), ("1", "0", False), ("0", "1", False)):
-            t = self.boot(serial={"IsAutostart": "1"},
+        for enrolled, auto, held in (("0", "0", False), ("1", "1", True), ("1", "0", False),
+                                     ("0", "1", False)):
+            lines = len(line.read_lines(timeout=0))
+            t = self.boot(serial={"IsAutostart": "1"}, relay=None if held else {"IsAutostart": "1"},
                           cloud={"ENROLLED": enrolled, "AUTO_CONNECT": auto})
             if held:
                 self.assertTrue(t.wait_for_line(
@@ -55,6 +45,11 @@ class AutostartTest(unittest.TestCase):
                 self.assertEqual(t.command("getInventoryStatus"), b"InventoryStandby\r\n\r\n")
             else:
                 self.assertTrue(t.wait_for_line("Tessera: Started Serial Port Push at Boot time"))
+                self.assertEqual(t.command("getInventoryStatus"),
+                                 b"InventoryRunning:PushData\r\n\r\n")
+                self.assertGreaterEqual(len(line.read_lines(count=lines + 3)), lines + 3)
+                # The relay section is neither read nor marked when the serial push starts.
+                self.assertFalse(os.path.exists(os.path.join(self.root, "var/volatile/isbooted")))
             self.stop(t)
 
     def test_relay_autostart_runs_once_per_boot(self):
@@ -138,13 +133,27 @@ class AntennaCommandTest(unittest.TestCase):
     def connect(self):
         self.assertEqual(self.t.command("setup.connection_config=,5084 0 ,\r\n"), b"ok\r\n\r\n")
 
-    def test_set_one_antenna_persists_and_reports_all(self):
+    def test_set_antenna_config_persists_at_the_last_flagged_entry_and_reports_all(self):
         self.connect()
-        text = self.result("setup.set_antenna_config=,1 20 1 ,\r\n")
-        self.assertTrue(text.startswith("SetAntennaInfo:Success 1 20,2 "), text)
-        self.assertEqual(text.count(","), 4)
+        steps = [
+            # (command, start of the report, "Persisted" lines in the log after it)
+            (",1 20 1 ,", "SetAntennaInfo:Success 1 20,2 ", 1),
+            (",1 30 1 ,2 31 1 ,3 32 0 ,", "SetAntennaInfo:Success 1 30,2 31,3 32,4 ", 2),
+            # A last entry with ID 0 saves nothing and sends only the report.
+            (",2 40 1 ,0 0 0 ,", "1 30,2 40,", 2),
+            (",9 40 0 ,", "SetAntennaInfo:Error RFID_GetAntennaConfig Failed", 2),
+        ]
+        for command, report, persisted in steps:
+            with self.subTest(command):
+                text = self.result("setup.set_antenna_config=%s\r\n" % command)
+                self.assertTrue(text.startswith(report), text)
+                self.assertRegex(text, r"1 \d+,2 \d+,3 \d+,4 \d+,$")
+                time.sleep(0.3)
+                self.assertEqual(len(self.t.wait_for_line("Persisted", timeout=0) or []),
+                                 persisted)
         self.assertTrue(self.t.wait_for_line("Antenna 1 Configuration Persisted"))
-        self.assertEqual(self.result("setup.get_antenna_config=\r\n")[:17], "AntennaData:1 20,")
+        self.assertTrue(self.t.wait_for_line("Last Antenna 3 Configuration Persisted"))
+        self.assertEqual(self.result("setup.get_antenna_config=\r\n")[:17], "AntennaData:1 30,")
 
     def test_init_reports_the_power_table_and_line_end_does_not(self):
         self.connect()
@@ -152,26 +161,6 @@ class AntennaCommandTest(unittest.TestCase):
         self.assertTrue(text.startswith("AntennaInitData: 4, 10.0 10.2 10.5 10.8 11.0"), text)
         self.assertTrue(text.endswith(" 29.8 30.0"), text[-40:])
         self.assertTrue(self.result("setup.get_antenna_config=Init\r\n").startswith("AntennaData:1 "))
-
-    def test_several_persist_flags_save_once_at_the_last_entry(self):
-        self.connect()
-        text = self.result("setup.set_antenna_config=,1 30 1 ,2 31 1 ,3 32 0 ,\r\n")
-        self.assertTrue(text.startswith("SetAntennaInfo:Success 1 30,2 31,3 32,4 "), text)
-        self.assertTrue(self.t.wait_for_line("Last Antenna 3 Configuration Persisted"))
-        self.assertEqual(len(self.t.wait_for_line("Persisted", timeout=0, count=1)), 1)
-
-    def test_last_entry_with_id_0_saves_nothing_and_sends_only_the_report(self):
-        self.connect()
-        text = self.result("setup.set_antenna_config=,2 40 1 ,0 0 0 ,\r\n")
-        self.assertTrue(text.startswith("1 "), text)
-        self.assertIn(",2 40,", text)
-        self.assertFalse(self.t.wait_for_line("Persisted", timeout=0.3))
-
-    def test_an_antenna_the_reader_does_not_have_is_an_error_then_the_report(self):
-        self.connect()
-        text = self.result("setup.set_antenna_config=,9 40 0 ,\r\n")
-        self.assertTrue(text.startswith("SetAntennaInfo:Error RFID_GetAntennaConfig Failed"), text)
-        self.assertRegex(text, r"Failed[ \d]\d1 \d+,2 \d+,3 \d+,4 \d+,$")
 
     def test_no_reader_and_no_key_value(self):
         text = self.result("setup.get_antenna_config=\r\n")

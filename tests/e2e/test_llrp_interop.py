@@ -12,6 +12,7 @@ import time
 import unittest
 
 import simctl
+from harness import SOURCE, wait_until
 from simctl import (ADD_ROSPEC, ADD_ROSPEC_RESPONSE, CLOSE_CONNECTION, CLOSE_CONNECTION_RESPONSE,
                     CUSTOM_MESSAGE, DELETE_ACCESSSPEC, DELETE_ACCESSSPEC_RESPONSE, DELETE_ROSPEC,
                     DELETE_ROSPEC_RESPONSE, DISABLE_ROSPEC, DISABLE_ROSPEC_RESPONSE, ENABLE_ROSPEC,
@@ -22,7 +23,6 @@ from simctl import (ADD_ROSPEC, ADD_ROSPEC_RESPONSE, CLOSE_CONNECTION, CLOSE_CON
                     STOP_ROSPEC, STOP_ROSPEC_RESPONSE, LlrpClient, Simulator, tlv)
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-SOURCE = os.environ.get("TESSERA_SOURCE", os.path.join(HERE, "..", ".."))
 U32 = struct.Struct(">I")
 
 
@@ -41,7 +41,7 @@ class Llrpjs(unittest.TestCase):
             self.assertEqual(run.returncode, 0, run.stderr)
             out = json.loads(run.stdout)
             stats = sim.stats()
-            self.assertTrue(simctl.wait_for(lambda: sim.stats()["client_connected"] == 0))
+            self.assertTrue(wait_until(lambda: sim.stats()["client_connected"] == 0))
             closed_by_request = "connection closed at the client's request" in sim.stderr()
         if out["closeStatus"] == "no reply":
             # llrpjs still held an earlier message when the reply and the close arrived; the

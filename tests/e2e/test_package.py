@@ -10,10 +10,8 @@ import subprocess
 import tempfile
 import unittest
 
-from harness import Tessera
+from harness import SOURCE, Tessera
 
-SOURCE = os.path.abspath(os.environ.get(
-    "TESSERA_SOURCE", os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..")))
 DEMO = os.path.join(SOURCE, "tests", "data", "demo")
 
 

@@ -64,6 +64,9 @@ class RelayCommandTest(unittest.TestCase):
             ("disconnect\r\n", b"ok\r\n\r\n", 1),
             (start(1), STARTED, 2),
             ("disconnect\r\n", b"ok\r\n\r\n", 2),
+            # A plain inventory's connection blocks the relay as its own would.
+            ("setup.connection_config=,5084 0 ,\r\n", b"ok\r\n\r\n", 3),
+            (start(1), b"httppoststart:2\r\n\r\n", 3),
         ]
         for command, reply, connections in steps:
             with self.subTest(command=command):
@@ -82,12 +85,6 @@ class RelayCommandTest(unittest.TestCase):
         self.assertTrue(t.wait_for_line(
             r"^E-Tagrelay: Feature is not enabled in configuration\.$", timeout=5))
         self.assertEqual(self.sim.stats()["connections"], 0)
-
-    def test_a_connection_that_exists_answers_2(self):
-        t = self.tessera()
-        self.assertEqual(t.command("setup.connection_config=,5084 0 ,\r\n"), b"ok\r\n\r\n")
-        self.assertEqual(t.command(start(1)), b"httppoststart:2\r\n\r\n")
-        self.assertEqual(self.sim.stats()["connections"], 1)
 
     def test_an_unreachable_reader_is_tried_15_times(self):
         t = self.tessera(reader_port=free_port())
@@ -143,80 +140,85 @@ class RelayStopTest(unittest.TestCase):
                                                                    "\n".join(t.lines[-30:])))
             at = found + 1
 
-    def test_sigterm_while_posting_to_a_server(self):
+    def test_sigterm_while_each_output_mode_is_busy(self):
         tmp = tempfile.TemporaryDirectory()
         self.addCleanup(tmp.cleanup)
         sink = http_sink(os.path.join(tmp.name, "posts.jsonl"))
         self.addCleanup(sink.stop)
-        b = self.bench(1, extra_lines=[http_section("http://127.0.0.1:%d/x" % sink.port)])
-        self.assertEqual(b.tessera.command(start(1)), STARTED)
-        self.assertTrue(wait_until(lambda: sink.entries(), timeout=20))
-        self.assert_clean_stop(b.tessera)
-
-    def test_sigterm_while_a_post_waits_on_a_server_that_never_answers(self):
         # A listener that never accepts: the connection completes in the kernel and the post
         # waits for an answer (libcurl would give up after 30 s).
-        with socket.socket() as stalled:
-            stalled.bind(("127.0.0.1", 0))
-            stalled.listen(8)
-            url = "http://127.0.0.1:%d/x" % stalled.getsockname()[1]
-            b = self.bench(1, extra_lines=[http_section(url)])
-            t = b.tessera
-            self.assertEqual(t.command(start(1)), STARTED)
-            self.assertTrue(wait_until(lambda: b.sim.stats()["reads_sent"] > 0, timeout=20))
-            time.sleep(1.5)  # the worker's post is under way
-            self.assertNotIn("HTTP POST Error", t.output())
-            self.assert_clean_stop(t, timeout=10)
+        stalled = socket.socket()
+        self.addCleanup(stalled.close)
+        stalled.bind(("127.0.0.1", 0))
+        stalled.listen(8)
+        tcp_port = free_port()
+        clients = []
 
-    def test_sigterm_while_typing_on_the_hid_keyboard(self):
-        b = self.bench(2, data_format={})
-        t = b.tessera
-        for path, text in (("/dev/hidg0", ""), (VBUS, "on\n")):
-            os.makedirs(os.path.dirname(t.path(path)), exist_ok=True)
-            with open(t.path(path), "w") as f:
-                f.write(text)
-        self.assertEqual(t.command(start(2)), STARTED)
-        self.assertTrue(wait_until(lambda: os.path.getsize(t.path("/dev/hidg0")) > 0, timeout=20))
-        self.assert_clean_stop(t)
-        # The USB device port went back to the Ethernet gadget.
-        self.assertEqual(t.shell_commands()[-len(ETHERNET_COMMANDS):], ETHERNET_COMMANDS)
+        def files(t, contents):
+            """Creates the appliance's files (a None text: a folder)."""
+            for path, text in contents:
+                os.makedirs(t.path(path) if text is None else os.path.dirname(t.path(path)),
+                            exist_ok=True)
+                if text is not None:
+                    with open(t.path(path), "w") as f:
+                        f.write(text)
 
-    def test_sigterm_while_a_tcpip_client_reads_and_while_none_is_connected(self):
-        for with_client in (True, False):
-            with self.subTest(with_client=with_client):
-                port = free_port()
-                b = self.bench(3, tcpip={"Port": str(port)})
-                t = b.tessera
-                self.assertEqual(t.command(start(3)), STARTED)
-                client = None
-                if with_client:
-                    client = ReportStream(port)
-                    self.addCleanup(client.close)
-                    self.assertTrue(wait_until(lambda: client.reports(), timeout=20))
-                else:
-                    self.assertTrue(wait_until(lambda: b.sim.stats()["reads_sent"] > 0,
-                                               timeout=20))
-                self.assert_clean_stop(t)
-                if client is not None:
-                    self.assertTrue(wait_until(lambda: client.closed, timeout=5))
-                # Both the client and the listening socket were closed: the port is free.
-                # (SO_REUSEADDR lets the bind pass the closed connection's TIME_WAIT, not a
-                # listener.)
-                with socket.socket() as again:
-                    again.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-                    again.bind(("127.0.0.1", port))
-                    again.listen(1)
+        def reading(b):
+            return wait_until(lambda: b.sim.stats()["reads_sent"] > 0, timeout=20)
 
-    def test_sigterm_while_writing_to_the_usb_drive(self):
-        b = self.bench(4, data_format={})
-        t = b.tessera
-        os.makedirs(t.path("/media/usbdrive"))
-        os.makedirs(t.path("/proc"))
-        with open(t.path("/proc/mounts"), "w") as f:
-            f.write("/dev/sda1 /media/usbdrive vfat rw 0 0\n")
-        self.assertEqual(t.command(start(4)), STARTED)
-        self.assertTrue(wait_until(lambda: os.listdir(t.path("/media/usbdrive")), timeout=20))
-        self.assert_clean_stop(t)
+        def post_under_way(b):
+            reading(b)
+            time.sleep(1.5)
+            return "HTTP POST Error" not in b.tessera.output()
+
+        def tcp_client(b):
+            clients.append(ReportStream(tcp_port))
+            self.addCleanup(clients[-1].close)
+            return wait_until(clients[-1].reports, timeout=20)
+
+        def port_freed(t):
+            if clients:
+                self.assertTrue(wait_until(lambda: clients[-1].closed, timeout=5))
+            # Both the client and the listening socket were closed. (SO_REUSEADDR lets the bind
+            # pass the closed connection's TIME_WAIT, not a listener.)
+            with socket.socket() as again:
+                again.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+                again.bind(("127.0.0.1", tcp_port))
+                again.listen(1)
+
+        def back_to_ethernet(t):
+            self.assertEqual(t.shell_commands()[-len(ETHERNET_COMMANDS):], ETHERNET_COMMANDS)
+
+        usb = (("/media/usbdrive", None),
+               ("/proc/mounts", "/dev/sda1 /media/usbdrive vfat rw 0 0\n"))
+        cases = [
+            # (name, mode, configuration, files, busy when true, check after the stop)
+            ("posting", 1, {"extra_lines": [http_section("http://127.0.0.1:%d/x" % sink.port)]},
+             (), lambda b: wait_until(sink.entries, timeout=20), None),
+            ("post never answered", 1, {"extra_lines": [http_section(
+                "http://127.0.0.1:%d/x" % stalled.getsockname()[1])]}, (), post_under_way, None),
+            ("hid keyboard", 2, {"data_format": {}}, (("/dev/hidg0", ""), (VBUS, "on\n")),
+             lambda b: wait_until(lambda: os.path.getsize(b.tessera.path("/dev/hidg0")),
+                                  timeout=20), back_to_ethernet),
+            ("tcpip client", 3, {"tcpip": {"Port": str(tcp_port)}}, (), tcp_client, port_freed),
+            ("tcpip, no client", 3, {"tcpip": {"Port": str(tcp_port)}}, (), reading, port_freed),
+            ("usb drive", 4, {"data_format": {}}, usb,
+             lambda b: wait_until(lambda: os.listdir(b.tessera.path("/media/usbdrive")),
+                                  timeout=20), None),
+        ]
+        for name, mode, config, contents, busy, after in cases:
+            with self.subTest(name):
+                clients.clear()
+                b = Bench(relay={"TagrelayMode": str(mode)}, with_serial_line=False, **config)
+                try:
+                    files(b.tessera, contents)
+                    self.assertEqual(b.tessera.command(start(mode)), STARTED)
+                    self.assertTrue(busy(b))
+                    self.assert_clean_stop(b.tessera)
+                    if after:
+                        after(b.tessera)
+                finally:
+                    b.close()
 
     def test_disconnect_twice_then_sigterm_stops_the_relay_a_second_time(self):
         port = free_port()

@@ -6,7 +6,6 @@ import base64
 import os
 import re
 import shutil
-import subprocess
 import sys
 import tempfile
 import time
@@ -14,23 +13,19 @@ import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "peers"))
 
-from fixtures import Bench, settle, write_config  # noqa: E402
+from fixtures import Bench, settle, stamp_key, write_config  # noqa: E402
 from harness import free_port, wait_until  # noqa: E402
+from mqtt_peers import make_ca_and_server  # noqa: E402
 from relay_peers import connect_proxy, http_section, http_sink, posted_reports  # noqa: E402
 
 START = "setup.operating_mode_Tagrelay=,5084 0 1 ,\r\n"
 STANDBY = "setup.operating_mode=standby\r\n"
 MAC = re.compile(r"^([0-9A-F]{2}(:[0-9A-F]{2}){5})?$")
-STAMP = re.compile(r"^(\d\d)/(\d\d)/(\d{4}) (\d\d:\d\d:\d\d:\d{3})$")
+STAMP = re.compile(r"^\d\d/\d\d/\d{4} \d\d:\d\d:\d\d:\d{3}$")
 
 
 def tag_reads(reports):
     return [r for report in reports for r in report["tag_reads"]]
-
-
-def time_key(record):
-    day, month, year, rest = STAMP.match(record["timeStamp"]).groups()
-    return year, month, day, rest
 
 
 class RelayHttpCase(unittest.TestCase):
@@ -66,8 +61,10 @@ class RelayHttpCase(unittest.TestCase):
         self.assertEqual(len(reads), sent)
         keys = [(r["epc"], r["antennaPort"], r["timeStamp"]) for r in reads]
         self.assertEqual(len(set(keys)), len(keys), "a read was posted twice")
-        self.assertEqual([time_key(r) for r in reads], sorted(time_key(r) for r in reads),
-                         "reads out of order")
+        stamps = [r["timeStamp"] for r in reads]
+        for stamp in stamps:
+            self.assertRegex(stamp, STAMP)
+        self.assertEqual(stamps, sorted(stamps, key=stamp_key), "reads out of order")
 
 
 class HttpPostTest(RelayHttpCase):
@@ -150,6 +147,23 @@ class HttpPostTest(RelayHttpCase):
             self.assertRegex(beat["timeStamp"], STAMP)
         self.assertEqual(b.sim.stats()["reads_sent"], 0)
 
+    def test_proxies_from_the_environment_stay_out_and_a_configured_one_takes_plain_posts(self):
+        sink = self.sink()
+        proxy = connect_proxy(os.path.join(self.dir, "proxy.jsonl"))
+        self.addCleanup(proxy.stop)
+        dead = "http://127.0.0.1:%d" % free_port()
+        url = "http://127.0.0.1:%d/plain" % sink.port
+        b = self.bench(http_section(url), env={"http_proxy": dead, "all_proxy": dead})
+        self.assertEqual(b.tessera.command(START), b"httppoststart:0\r\n\r\n")
+        self.assertTrue(wait_until(sink.entries, timeout=20))
+        self.assertEqual(b.tessera.command("disconnect\r\n"), b"ok\r\n\r\n")
+        self.assertEqual(proxy.entries(), [])
+        write_config(b.tessera.root, relay={"TagrelayMode": "1"}, extra_lines=[
+            http_section(url, HTTPProxyServerURL="127.0.0.1", HTTPProxyPort=proxy.port)])
+        self.assertEqual(b.tessera.command(START), b"httppoststart:0\r\n\r\n")
+        self.assertTrue(wait_until(proxy.entries, timeout=20))
+        self.assertEqual(proxy.entries()[0]["request"], "POST %s/ HTTP/1.1" % url)
+
 
 class NoReadLostTest(RelayHttpCase):
     """Counts, not timings: every read the simulator sent reaches the server, and the service's
@@ -205,21 +219,11 @@ class NoReadLostTest(RelayHttpCase):
         self.assertEqual(len(set(keys)), len(keys), "a read arrived twice")
 
 
-def make_certificate(folder, name):
-    """A self-signed certificate for 127.0.0.1 (and its key); the certificate's path."""
-    cert, key = os.path.join(folder, name + ".crt"), os.path.join(folder, name + ".key")
-    subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt",
-                    "ec_paramgen_curve:prime256v1", "-nodes", "-days", "2", "-subj",
-                    "/CN=127.0.0.1", "-addext", "subjectAltName=IP:127.0.0.1", "-keyout", key,
-                    "-out", cert], check=True, capture_output=True)
-    return cert, key
-
-
 @unittest.skipIf(shutil.which("openssl") is None, "openssl is not installed")
 class HttpsAndProxyTest(RelayHttpCase):
     def test_tls_verification_uses_the_ca_file_under_the_root(self):
-        cert, key = make_certificate(self.dir, "server")
-        other, _ = make_certificate(self.dir, "other")
+        ca, cert, key = make_ca_and_server(self.dir, "server")
+        other, _, _ = make_ca_and_server(self.dir, "other")
         sink = self.sink("--cert", cert, "--key", key)
         url = "https://127.0.0.1:%d/secure" % sink.port
         b = self.bench(http_section(url, VerifyPeer=1, VerifyHost=1))
@@ -244,9 +248,9 @@ class HttpsAndProxyTest(RelayHttpCase):
         restart(other, VerifyPeer=0, VerifyHost=0)
         self.assertTrue(wait_until(lambda: len(sink.entries()) >= 2, timeout=20))
         self.assertEqual(t.command("disconnect\r\n"), b"ok\r\n\r\n")
-        # Verification on with the server's own certificate as the CA file.
+        # Verification on with the server's CA as the CA file.
         posts = len(sink.entries())
-        restart(cert, VerifyPeer=1, VerifyHost=1)
+        restart(ca, VerifyPeer=1, VerifyHost=1)
         self.assertTrue(wait_until(lambda: len(sink.entries()) >= posts + 2, timeout=20))
         lines = t.output().split("\n")
         started = max(i for i, l in enumerate(lines) if l == "I-Tagrelay: Inventory started")

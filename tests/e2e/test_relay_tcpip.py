@@ -109,17 +109,6 @@ class TcpIpRelayTest(unittest.TestCase):
         self.assertTrue(wait_until(lambda: not second.texts()[1], timeout=10))
         self.assert_reports(second)
 
-    def test_heartbeats_make_reports_while_no_tag_is_in_view(self):
-        b = self.bench(sim_args=("--tags", "0"), relay={"HeartBeatPeriod": "1"})
-        self.assertEqual(b.tessera.command(START), b"httppoststart:0\r\n\r\n")
-        client = self.client()
-        self.assertTrue(wait_until(lambda: len(client.reports()) >= 2, timeout=20))
-        for report in client.reports():
-            (beat,) = report["tag_reads"]
-            self.assertEqual(beat["epc"], "********")
-            self.assertEqual(beat["isHeartBeat"], "true")
-        self.assertEqual(client.texts()[1], "")
-
     def test_a_relay_port_in_use_fails_every_attempt(self):
         b = self.bench()
         with socket.socket() as squatter:

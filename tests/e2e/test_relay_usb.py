@@ -3,7 +3,6 @@ reports written to <root>/dev/hidg0, which the test creates as a plain file) and
 files under <root>/media/usbdrive, mounted as far as <root>/proc/mounts says)."""
 
 import os
-import re
 import sys
 import time
 import unittest
@@ -23,6 +22,13 @@ def write(path, text):
     os.makedirs(os.path.dirname(path), exist_ok=True)
     with open(path, "w") as f:
         f.write(text)
+
+
+def typed(hid):
+    """The text typed so far into the keyboard node (whole press/release pairs)."""
+    with open(hid, "rb") as f:
+        data = f.read()
+    return decode_hid(data[:len(data) // 16 * 16])
 
 
 def key_value_bench(test, mode, tag_meta_data, line_ending, sim_args, data_format=(), **extra):
@@ -58,14 +64,9 @@ class UsbHidRelayTest(unittest.TestCase):
         write(t.path(VBUS), "on\n")
         self.assertTrue(wait_until(lambda: os.path.getsize(hid) > 0, timeout=20))
         self.assertEqual(t.command(STANDBY), b"ok\r\n\r\n")
-
-        def typed():
-            with open(hid, "rb") as f:
-                data = f.read()
-            return decode_hid(data[:len(data) // 16 * 16])
         sent = lambda: b.sim.stats()["reads_sent"]
-        wait_until(lambda: typed().count("\r\n") == sent(), timeout=15, interval=0.1)
-        text = typed()
+        wait_until(lambda: typed(hid).count("\r\n") == sent(), timeout=15, interval=0.1)
+        text = typed(hid)
         # Key=value lines of EPC and antenna: upper-case hex is typed lower, the CR as Ctrl+M.
         lines = text.split("\r\n")
         self.assertEqual(lines[-1], "")
@@ -87,15 +88,11 @@ class UsbHidRelayTest(unittest.TestCase):
         self.assertTrue(wait_until(lambda: os.path.getsize(t.path("/dev/hidg0")) >= 16 * 20,
                                    timeout=20))
         self.assertEqual(t.command(STANDBY), b"ok\r\n\r\n")
-
-        def typed():
-            with open(t.path("/dev/hidg0"), "rb") as f:
-                data = f.read()
-            return decode_hid(data[:len(data) // 16 * 16])
         sent = lambda: b.sim.stats()["reads_sent"]
-        wait_until(lambda: typed().count("epc") == sent(), timeout=15, interval=0.1)
+        hid = t.path("/dev/hidg0")
+        wait_until(lambda: typed(hid).count("epc") == sent(), timeout=15, interval=0.1)
         # {"epc":"<hex>"}, is typed as epc<hex>, : braces, quotes and colons have no key.
-        self.assertRegex(typed(), r"^(epc[0-9a-f]{24},){%d}$" % sent())
+        self.assertRegex(typed(hid), r"^(epc[0-9a-f]{24},){%d}$" % sent())
 
     def test_a_start_without_the_hid_node_switches_back_after_each_attempt(self):
         b = Bench(sim_args=("--tags", "5"), with_serial_line=False, relay={"TagrelayMode": "2"},

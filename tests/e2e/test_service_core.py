@@ -2,9 +2,7 @@
 uevent path, inherited descriptors, console logging and the orderly stop."""
 
 import os
-import socket
 import subprocess
-import threading
 import time
 import unittest
 
@@ -15,13 +13,6 @@ class CommandLineTest(unittest.TestCase):
     def run_tessera(self, *args):
         return subprocess.run([os.path.join(BIN, "tessera"), *args], capture_output=True,
                               text=True, timeout=30)
-
-    def test_help_lists_every_option(self):
-        r = self.run_tessera("--help")
-        self.assertEqual(r.returncode, 0)
-        for option in ("--root", "--command-port", "--data-port", "--reader-host", "--reader-port",
-                       "--record-shell", "--wait-scale", "--check-config", "MVM_DEBUG"):
-            self.assertIn(option, r.stdout)
 
     def test_bad_options_exit_2_with_a_message(self):
         for args, words in ((["--bogus"], "unknown option '--bogus'"),
@@ -73,13 +64,15 @@ class CommandServerTest(unittest.TestCase):
 
     def test_a_full_read_is_one_text_and_the_rest_follows(self):
         with self.t.connect() as c:
-            c.sendall(b"x" * 300)
-            # 256 bytes make one text, the other 44 a second one: two replies.
+            # 256 bytes make one text and the rest a second one, each starting with the command:
+            # a bound one byte off either way leaves a text that starts elsewhere ("ok").
+            status = b"getInventoryStatus"
+            c.sendall(status + b"x" * (256 - len(status)) + status)
             data = b""
             deadline = time.monotonic() + 5
             while data.count(b"\r\n\r\n") < 2 and time.monotonic() < deadline:
                 data += recv_until(c, b"\r\n\r\n", 1)
-            self.assertEqual(data, b"ok\r\n\r\n" * 2)
+            self.assertEqual(data, b"InventoryStandby\r\n\r\n" * 2)
 
     def test_uevent_for_a_removed_block_device_unmounts_the_drive(self):
         pid = self.t.proc.pid
@@ -100,23 +93,20 @@ class LoggingAndStartTest(unittest.TestCase):
             self.assertTrue(t.wait_for_line(r"^I-Logger from tessera$"))
             self.assertTrue(t.wait_for_line(r"^E-Waiting for command channel connections\.\.\.$"))
             # A command text with % signs is never formatted a second time.
-            t.command("%s%n%d")
-            status = t.stop()
-            out = t.output()
-        self.assertEqual(status, 0)
-        for line in ("I-Caught SIGNAL: 15... Cleanup function.", "Killing Threads.. Done",
-                     "I-cleanup tcp channels end "):
-            self.assertIn(line, out)
+            self.assertEqual(t.command("%s%n%d"), b"ok\r\n\r\n")
+            self.assertEqual(t.stop(), 0)
 
     def test_mvm_debug_must_be_exactly_enable(self):
         for value in ("Enable", "1"):
             t = Tessera(env={"MVM_DEBUG": value}).start(wait_ready=False)
             try:
-                wait_until(lambda: t._data_channel_up(), timeout=10)
+                # Silence proves nothing from a process that died: it must serve and stop cleanly.
+                self.assertTrue(wait_until(t._data_channel_up, timeout=10), value)
                 time.sleep(0.2)
                 self.assertEqual(t.output(), "", value)
+                self.assertIsNone(t.proc.poll(), value)
+                self.assertEqual(t.stop(), 0, value)
             finally:
-                t.stop()
                 t.close()
 
     def test_inherited_descriptors_are_closed_up_to_the_first_gap(self):
@@ -140,11 +130,7 @@ class LoggingAndStartTest(unittest.TestCase):
                 pass
         t = Tessera()
         try:
-            t.proc = subprocess.Popen(t.args, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                                      env=t.env, preexec_fn=child_setup, close_fds=False)
-            threading.Thread(target=t._read_stdout, daemon=True).start()
-            threading.Thread(target=t._read_stderr, daemon=True).start()
-            self.assertTrue(t.wait_for_line("Waiting for command channel connections"))
+            t.start(preexec_fn=child_setup, close_fds=False)
             fd_dir = "/proc/%d/fd" % t.proc.pid
             links = {int(n): os.readlink(os.path.join(fd_dir, n)) for n in os.listdir(fd_dir)}
             self.assertEqual(links.get(6), names[6])

@@ -1,13 +1,12 @@
 """Debian's mosquitto broker started on a free loopback port with a configuration file written
 here, a mosquitto_sub that records every message of a topic, the retained message of a topic,
-an MQTTConfig line and CA/server certificates made by openssl. Used by the MQTT relay tests,
-bench/relay_throughput.py and the MQTT demo."""
+an MQTTConfig line and CA/server certificates made by openssl. Used by the MQTT relay tests
+(the certificates by the HTTPS test too), bench/relay_throughput.py and the MQTT demo."""
 
 import os
 import socket
 import subprocess
 import sys
-import time
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
 from harness import free_port, wait_until  # noqa: E402

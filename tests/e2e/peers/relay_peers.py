@@ -170,17 +170,3 @@ def decode_hid(data):
         out.extend(USAGE_CHARS[k] for k in keys)
     return "".join(out)
 
-
-def wait_stable(read, timeout=15.0, quiet=0.5):
-    """Calls read() until its value has not changed for `quiet` seconds (or the time is up)."""
-    deadline = time.monotonic() + timeout
-    value = read()
-    since = time.monotonic()
-    while time.monotonic() < deadline:
-        time.sleep(0.05)
-        now = read()
-        if now != value:
-            value, since = now, time.monotonic()
-        elif time.monotonic() - since >= quiet:
-            break
-    return value
