@@ -1,5 +1,5 @@
 // tests/unit/readerapi/sim_process.h — starts tessera-readersim from $TESSERA_BIN on free ports
-// for one test and talks to its control port.
+// for one test and talks to its control port; and free loopback ports for scripted peers.
 #pragma once
 
 #include <arpa/inet.h>
@@ -21,6 +21,20 @@
 #include <vector>
 
 namespace tessera::testing {
+
+// A TCP socket bound to a free loopback port (listening when asked); its port goes to `port`.
+inline int loopbackSocket(bool listening, int& port) {
+  const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in a{};
+  a.sin_family = AF_INET;
+  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  if (::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0) return -1;
+  if (listening && ::listen(fd, 4) != 0) return -1;
+  socklen_t len = sizeof a;
+  ::getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
+  port = ntohs(a.sin_port);
+  return fd;
+}
 
 class SimProcess {
  public:
