@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -11,27 +12,12 @@
 namespace tessera::llrp {
 namespace {
 
-int hexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  return -1;
-}
-
 // Bytes from hex digits; blanks and any other separators are ignored.
-std::vector<uint8_t> hex(const std::string& text) {
+std::vector<uint8_t> hex(std::string text) {
+  std::erase_if(text, [](char c) { return !std::isxdigit(static_cast<unsigned char>(c)); });
   std::vector<uint8_t> out;
-  int high = -1;
-  for (char c : text) {
-    const int v = hexDigit(c);
-    if (v < 0) continue;
-    if (high < 0) {
-      high = v;
-    } else {
-      out.push_back(static_cast<uint8_t>(high << 4 | v));
-      high = -1;
-    }
-  }
+  for (size_t i = 0; i + 1 < text.size(); i += 2)
+    out.push_back(static_cast<uint8_t>(std::stoi(text.substr(i, 2), nullptr, 16)));
   return out;
 }
 

@@ -1,6 +1,6 @@
 // The reader API against the reader simulator over loopback: connecting and refusals, each
-// trigger kind, tag read contents, a dropped link and reconnection, buffer overflow, antenna
-// power and saving the configuration, and back-pressure on a consumer that pauses.
+// trigger kind, tag read contents, a dropped link and reconnection, antenna power and saving
+// the configuration, and back-pressure on a consumer that pauses.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
