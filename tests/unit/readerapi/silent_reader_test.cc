@@ -6,9 +6,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <chrono>
-#include <condition_variable>
-#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -19,8 +16,6 @@
 
 namespace tessera {
 namespace {
-
-using namespace std::chrono_literals;
 
 // Listens on a free loopback port; each client in turn gets a greeting and, while answering is
 // on, a success reply to every request until it leaves or the peer stops.
@@ -112,18 +107,6 @@ ConnectionOptions quickOptions(ConnectionSettings& s) {
   return o;
 }
 
-struct LostFlag {
-  std::mutex lock;  // guards lost
-  std::condition_variable changed;
-  bool lost = false;
-  static void onEvent(ReaderHandle, uint32_t code, void* context) {
-    auto* f = static_cast<LostFlag*>(context);
-    std::lock_guard g(f->lock);
-    if (code == DISCONNECTION_EVENT) f->lost = true;
-    f->changed.notify_all();
-  }
-};
-
 TEST(SilentReader, AnUnansweredRequestOrMissingKeepalivesEndTheConnection) {
   ScriptedPeer peer(false);
   ConnectionSettings s;
@@ -139,16 +122,12 @@ TEST(SilentReader, AnUnansweredRequestOrMissingKeepalivesEndTheConnection) {
   peer.answer(true);
   h = 0;
   ASSERT_EQ(RFID_ConnectW(&h, L"127.0.0.1", peer.port(), 0, &o), RFID_API_SUCCESS);
-  LostFlag flag;
-  const uint32_t events[] = {DISCONNECTION_EVENT};
-  ASSERT_EQ(
-      RFID_RegisterEventNotificationCallback(h, events, 1, nullptr, &LostFlag::onEvent, &flag),
-      RFID_API_SUCCESS);
+  testing::Recorder rec;
+  ASSERT_EQ(RFID_RegisterEventNotificationCallback(h, testing::kAllEvents, 12, nullptr,
+                                                   &testing::Recorder::onEvent, &rec),
+            RFID_API_SUCCESS);
   peer.answer(false);  // the TCP connection stays up; no keepalive ever comes
-  {
-    std::unique_lock g(flag.lock);
-    ASSERT_TRUE(flag.changed.wait_for(g, 5s, [&] { return flag.lost; }));
-  }
+  ASSERT_TRUE(rec.waitEvent(DISCONNECTION_EVENT, 1));
   DisconnectionEventData d;
   ASSERT_EQ(RFID_GetEventData(h, DISCONNECTION_EVENT, &d), RFID_API_SUCCESS);
   EXPECT_EQ(d.reason, CONNECTION_LOST);
