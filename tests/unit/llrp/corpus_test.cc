@@ -2,7 +2,6 @@
 // whatever decodes encodes back to the same bytes, and a frame cut short fails cleanly.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -115,77 +114,6 @@ TEST(LlrpRoundTrip, RandomMessagesOfEveryKindSurviveEncodeAndDecode) {
     ASSERT_TRUE(decode(bytes, reused).ok());
     ASSERT_EQ(reused, m) << "a Message decoded into before holds nothing of its last frame";
   }
-}
-
-// Writes seed frames into $TESSERA_WRITE_CORPUS, the libFuzzer seed corpus
-// (fuzz/corpus/llrp_decode): one random frame per message kind, and frames that carry what a
-// random one may miss (OpSpecs, OpSpec results, Custom at the extension points). Does
-// nothing when the variable is not set.
-TEST(LlrpCorpus, WritesSeedFramesWhenAsked) {
-  const char* dir = std::getenv("TESSERA_WRITE_CORPUS");
-  if (dir == nullptr) GTEST_SKIP() << "TESSERA_WRITE_CORPUS not set";
-  auto write = [dir](const std::string& name, const Message& m) {
-    std::vector<uint8_t> bytes;
-    ASSERT_TRUE(encode(m, bytes).ok()) << name;
-    std::ofstream(std::string(dir) + "/" + name + ".bin", std::ios::binary)
-        .write(reinterpret_cast<const char*>(bytes.data()),
-               static_cast<std::streamsize>(bytes.size()));
-  };
-  RandomRecords random(1);
-  for (size_t k = 0; k < RandomRecords::kKinds; ++k) {
-    const Message m = random.message(k);
-    write(messageName(messageType(m.body)), m);
-  }
-  const Custom vendor{32473, 7, {0xCA, 0xFE}};
-
-  AccessSpec access;
-  access.accessSpecId = 9;
-  access.currentState = AccessSpecState::kActive;
-  access.accessSpecStopTrigger = {AccessSpecStopTriggerType::kOperationCount, 1};
-  access.accessCommand.tagSpec.targetTags.push_back(
-      C1G2TargetTag{1, true, 32, BitString{16, {0xFF, 0xFF}}, BitString{16, {0x30, 0x08}}});
-  access.accessCommand.opSpecs = {
-      C1G2Read{1, 0, 3, 0, 2},
-      C1G2Write{2, 0x12345678, 3, 0, {0xBEEF, 0xCAFE}},
-      C1G2Lock{3, 0, {{C1G2LockPrivilege::kPermaLock, C1G2LockDataField::kEPCMemory}}},
-      vendor,
-      C1G2BlockWrite{4, 0, 1, 2, {0x3000}}};
-  access.accessReportSpec = AccessReportSpec{AccessReportTriggerType::kEndOfAccessSpec};
-  access.customs = {vendor};
-  write("ADD_ACCESSSPEC_with_op_specs", Message{40, AddAccessSpec{access}});
-
-  ROAccessReport report;
-  for (uint8_t i = 0; i < 3; ++i) {
-    TagReportData tag;
-    tag.epc = EPC96{{0x30, 0x08, 0x33, 0xB2, 0xDD, 0xD9, 0x01, 0x40, 0, 0, 0, i}};
-    tag.antennaId = 1;
-    tag.accessSpecId = 9;
-    tag.opSpecResults = {C1G2ReadOpSpecResult{C1G2ReadResultType::kSuccess, 1, {0xE280, i}},
-                         C1G2WriteOpSpecResult{C1G2WriteResultType::kSuccess, 2, 2},
-                         C1G2LockOpSpecResult{C1G2LockResultType::kNoResponseFromTag, 3}};
-    tag.customs = {vendor};
-    report.tagReportData.push_back(tag);
-  }
-  write("RO_ACCESS_REPORT_with_op_results", Message{41, report});
-
-  ROSpec roSpec;
-  roSpec.roSpecId = 1;
-  InventoryParameterSpec ips{1, AirProtocol::kEPCGlobalClass1Gen2, {}, {vendor}};
-  AntennaConfiguration antenna;
-  C1G2InventoryCommand command;
-  command.customs = {vendor};
-  antenna.inventoryCommands.push_back(command);
-  ips.antennaConfigurations.push_back(antenna);
-  AISpec ai;
-  ai.antennaIds = {0};
-  ai.inventoryParameterSpecs.push_back(ips);
-  ai.customs = {vendor};
-  roSpec.aiSpecs.push_back(ai);
-  roSpec.rfSurveySpecs.push_back(RFSurveySpec{1, 902750, 927250, {}, {vendor}});
-  roSpec.customs = {vendor};
-  roSpec.roReportSpec = ROReportSpec{};
-  roSpec.roReportSpec->customs = {vendor};
-  write("ADD_ROSPEC_with_customs", Message{42, AddROSpec{roSpec}});
 }
 
 }  // namespace

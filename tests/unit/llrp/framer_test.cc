@@ -45,20 +45,6 @@ TEST(LlrpFramer, ReassemblesFramesFromRandomChunks) {
   }
 }
 
-TEST(LlrpFramer, WaitsForTheWholeHeaderAndBody) {
-  const std::vector<uint8_t> keepalive = frameOf(Message{5, Keepalive{}});
-  Framer framer;
-  std::vector<uint8_t> frame;
-  for (size_t i = 0; i + 1 < keepalive.size(); ++i) {
-    ASSERT_EQ(framer.feed(std::span(keepalive).subspan(i, 1)), 0);
-    EXPECT_EQ(framer.pop(frame), 0) << "after " << i + 1 << " bytes";
-  }
-  ASSERT_EQ(framer.feed(std::span(keepalive).subspan(keepalive.size() - 1)), 0);
-  EXPECT_EQ(framer.pop(frame), 1);
-  EXPECT_EQ(frame, keepalive);
-  EXPECT_EQ(framer.pop(frame), 0);
-}
-
 TEST(LlrpFramer, BrokenHeadersStopTheStream) {
   struct Case {
     std::vector<uint8_t> bytes;

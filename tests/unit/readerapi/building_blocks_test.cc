@@ -3,11 +3,11 @@
 
 #include <cwchar>
 #include <set>
-#include <thread>
 #include <string>
+#include <thread>
 
-#include "readerapi/rospec_builder.h"
 #include "readerapi/rfid_api.h"
+#include "readerapi/rospec_builder.h"
 #include "readerapi/tag_buffer.h"
 
 namespace tessera::readerapi {
@@ -45,19 +45,30 @@ TEST(TagBuffer, KeepsEveryReadInOrderAcrossTheMarksAndBeyondTheRing) {
   EXPECT_EQ(b.popped(), 22u);
 }
 
+// A broken interrupt shows as a wait that lasts to its deadline: the receive thread would then
+// sit out a whole wait at every stop.
 TEST(TagBuffer, AWaitForRoomEndsWhenInterruptedOrDrained) {
   TagBuffer b(10);
   for (uint8_t i = 0; i < 9; ++i) b.push(readWithId(i));
-  const auto never = std::chrono::steady_clock::now() + std::chrono::hours(1);
-  // An interrupt given before the wait is not lost: the wait returns at once (or the test hangs).
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  // Given before the wait, the interrupt is not lost.
   b.interruptWait();
-  EXPECT_FALSE(b.waitForRoom(never));
+  EXPECT_FALSE(b.waitForRoom(deadline));
+  EXPECT_LT(std::chrono::steady_clock::now(), deadline);
+  // Given during the wait, it wakes the waiter.
+  bool roomAfterInterrupt = true;
+  std::thread waiter([&] { roomAfterInterrupt = b.waitForRoom(deadline); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  b.interruptWait();
+  waiter.join();
+  EXPECT_FALSE(roomAfterInterrupt);
+  EXPECT_LT(std::chrono::steady_clock::now(), deadline);
   std::thread consumer([&] {
     ReaderTagData out;
     while (b.pop(out)) {
     }
   });
-  EXPECT_TRUE(b.waitForRoom(never));
+  EXPECT_TRUE(b.waitForRoom(deadline));
   consumer.join();
 }
 
@@ -91,33 +102,8 @@ InventoryRequest requestWith(StartTriggerType start, StopTriggerType stop) {
   return r;
 }
 
-TEST(RoSpecBuilder, StartTriggers) {
-  struct Case {
-    StartTriggerType start;
-    llrp::ROSpecStartTriggerType expected;
-    bool needsStart;
-  };
-  const Case cases[] = {
-      {StartTriggerType::Immediate, llrp::ROSpecStartTriggerType::kNull, true},
-      {StartTriggerType::Periodic, llrp::ROSpecStartTriggerType::kPeriodic, false},
-      {StartTriggerType::Gpi, llrp::ROSpecStartTriggerType::kGPI, false},
-  };
-  for (const auto& c : cases) {
-    bool needsStart = false;
-    auto roSpec = buildRoSpec(requestWith(c.start, StopTriggerType::None), needsStart);
-    const auto& st = roSpec.roBoundarySpec.roSpecStartTrigger;
-    EXPECT_EQ(st.roSpecStartTriggerType, c.expected);
-    EXPECT_EQ(needsStart, c.needsStart);
-    if (c.start == StartTriggerType::Periodic) {
-      EXPECT_EQ(st.periodicTriggerValue->period, 1500u);
-    }
-    if (c.start == StartTriggerType::Gpi) {
-      EXPECT_EQ(st.gpiTriggerValue->gpiPortNum, 1);
-      EXPECT_TRUE(st.gpiTriggerValue->gpiEvent);  // flag false: the input goes high
-    }
-  }
-}
-
+// Start triggers are checked against the simulator (reader_session_test.cc), which starts only
+// on the trigger it was given; the stop triggers' values are not all visible there.
 TEST(RoSpecBuilder, StopTriggers) {
   bool needsStart;
   auto dur =
@@ -190,17 +176,10 @@ TEST(ErrorDescriptions, EveryStatusHasItsOwnText) {
   std::set<std::wstring> texts;
   for (uint32_t s : statuses) {
     std::wstring t = RFID_GetErrorDescriptionW(s);
-    EXPECT_NE(t, L"Unknown status") << s;
+    EXPECT_NE(t, RFID_GetErrorDescriptionW(9999)) << s;
     texts.insert(t);
   }
   EXPECT_EQ(texts.size(), std::size(statuses));
-  EXPECT_STREQ(RFID_GetErrorDescriptionW(RFID_CONNECTION_REFUSED),
-               L"Connection refused: nothing listens at the reader port");
-  EXPECT_STREQ(RFID_GetErrorDescriptionW(RFID_CONNECTION_DENIED),
-               L"Connection denied by the reader");
-  EXPECT_STREQ(RFID_GetErrorDescriptionW(RFID_CONNECTION_TIMEOUT),
-               L"Connection timed out: the reader did not answer");
-  EXPECT_STREQ(RFID_GetErrorDescriptionW(9999), L"Unknown status");
 }
 
 TEST(Handles, UnknownHandlesFailWithoutTouchingTheReader) {

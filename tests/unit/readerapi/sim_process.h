@@ -1,5 +1,6 @@
 // tests/unit/readerapi/sim_process.h — starts tessera-readersim from $TESSERA_BIN on free ports
-// for one test and talks to its control port.
+// for one test and talks to its control port; free loopback ports for scripted peers, and a
+// recorder of the events the reader API calls back with.
 #pragma once
 
 #include <arpa/inet.h>
@@ -12,15 +13,91 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <mutex>
 #include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "readerapi/rfid_api.h"
+
 namespace tessera::testing {
+
+// A TCP socket bound to a free loopback port (listening when asked); its port goes to `port`.
+inline int loopbackSocket(bool listening, int& port) {
+  const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in a{};
+  a.sin_family = AF_INET;
+  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  if (::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0) return -1;
+  if (listening && ::listen(fd, 4) != 0) return -1;
+  socklen_t len = sizeof a;
+  ::getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
+  port = ntohs(a.sin_port);
+  return fd;
+}
+
+constexpr uint32_t kAllEvents[] = {0, 1, 9, 2, 3, 8, 4, 5, 6, 7, 10, 11};
+
+// Counts the events of one handle; optionally drains tag reads from inside the callback.
+struct Recorder {
+  std::mutex lock;  // guards every member below
+  std::condition_variable changed;
+  uint32_t counts[kRfidEventTypeCount] = {};
+  uint64_t reads = 0;
+  ReaderTagData last;
+  bool drain = true;
+  RfidStatus requestFromCallback = RFID_API_SUCCESS;
+  bool tryRequest = false;
+
+  static void onEvent(ReaderHandle h, uint32_t code, void* context) {
+    auto* r = static_cast<Recorder*>(context);
+    bool drain, tryRequest;
+    {
+      std::lock_guard g(r->lock);
+      drain = r->drain;
+      tryRequest = r->tryRequest;
+    }
+    uint64_t got = 0;
+    ReaderTagData t;
+    if (code == TAG_READ_EVENT && drain) {
+      while (RFID_GetReadTag(h, &t) == RFID_API_SUCCESS) {
+        ++got;
+      }
+    }
+    RfidStatus fromCallback = RFID_API_SUCCESS;
+    if (tryRequest) fromCallback = RFID_StopInventory(h);
+    std::lock_guard g(r->lock);
+    if (code < kRfidEventTypeCount) ++r->counts[code];
+    if (got > 0) r->last = t;
+    r->reads += got;
+    if (tryRequest) r->requestFromCallback = fromCallback;
+    r->changed.notify_all();
+  }
+
+  bool waitEvent(uint32_t code, uint32_t atLeast,
+                 std::chrono::milliseconds timeout = std::chrono::seconds(5)) {
+    std::unique_lock g(lock);
+    return changed.wait_for(g, timeout, [&] { return counts[code] >= atLeast; });
+  }
+  bool waitReads(uint64_t atLeast, std::chrono::milliseconds timeout = std::chrono::seconds(5)) {
+    std::unique_lock g(lock);
+    return changed.wait_for(g, timeout, [&] { return reads >= atLeast; });
+  }
+  uint32_t count(uint32_t code) {
+    std::lock_guard g(lock);
+    return counts[code];
+  }
+  void reset() {
+    std::lock_guard g(lock);
+    for (auto& c : counts) c = 0;
+    reads = 0;
+  }
+};
 
 class SimProcess {
  public:
