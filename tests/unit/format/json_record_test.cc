@@ -90,7 +90,7 @@ TEST(Heartbeat, FieldsAreZeroAndTheTimeIsLocal) {
             std::strlen(R"({"timeStamp":"dd/mm/yyyy hh:mm:ss:mmm","isHeartBeat":"true"},)"));
 }
 
-TEST(Envelope, OpeningPerMode) {
+TEST(Envelope, OpeningPerModeWithTheNameEscaped) {
   std::string batch;
   openJsonEnvelope(batch, 1, "Dock Door 1", "00:11:22:AA:BB:CC");
   EXPECT_EQ(batch,
@@ -102,10 +102,7 @@ TEST(Envelope, OpeningPerMode) {
   openJsonEnvelope(batch, 1, "", nullptr);
   EXPECT_EQ(batch, R"({"reader_name":"", "mac_address":"", "tag_reads":[)");
   EXPECT_TRUE(test::JsonCheck::valid(report(batch)));
-}
-
-TEST(Envelope, ReaderNameIsEscaped) {
-  std::string batch;
+  batch.clear();
   openJsonEnvelope(batch, 4, "Say \"hi\" \\ \t\x01 caf\xC3\xA9 \xFF end", "m");
   EXPECT_EQ(batch,
             "{\"reader_name\":\"Say \\\"hi\\\" \\\\ \\u0009\\u0001 caf\xC3\xA9 \xEF\xBF\xBD end\", "

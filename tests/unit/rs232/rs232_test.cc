@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
-#include <set>
 #include <string>
 #include <thread>
 
@@ -117,18 +116,12 @@ std::string pattern(size_t length) {
   return text;
 }
 
-TEST_F(Rs232Test, EveryAcceptedBaudRateIsSetOnTheLine) {
+// A low, a high and an odd rate reach the line; one between two known rates is refused.
+TEST_F(Rs232Test, BaudRatesAreSetOnTheLineOrRefused) {
   const struct {
     int32_t baud;
     speed_t code;
-  } cases[] = {{50, B50},         {75, B75},           {110, B110},         {134, B134},
-               {150, B150},       {200, B200},         {300, B300},         {600, B600},
-               {1200, B1200},     {1800, B1800},       {2400, B2400},       {4800, B4800},
-               {9600, B9600},     {19200, B19200},     {38400, B38400},     {57600, B57600},
-               {115200, B115200}, {230400, B230400},   {460800, B460800},   {500000, B500000},
-               {576000, B576000}, {921600, B921600},   {1000000, B1000000}, {1152000, B1152000},
-               {1500000, B1500000}, {2000000, B2000000}, {2500000, B2500000},
-               {3000000, B3000000}, {3500000, B3500000}, {4000000, B4000000}};
+  } cases[] = {{50, B50}, {4000000, B4000000}, {576000, B576000}};
   for (const auto& c : cases) {
     configure(settings(c.baud, 8, "None", 1, "None"));
     termios line{};
@@ -136,6 +129,7 @@ TEST_F(Rs232Test, EveryAcceptedBaudRateIsSetOnTheLine) {
     EXPECT_EQ(cfgetospeed(&line), c.code) << c.baud;
     EXPECT_EQ(cfgetispeed(&line), c.code) << c.baud;
   }
+  EXPECT_EQ(RS232_configure(handle_, settings(9601, 8, "None", 1, "None")), RS232_ERR_BAUD);
 }
 
 TEST_F(Rs232Test, AcceptedWordsSetParityStopBitsAndFlowControl) {
@@ -149,24 +143,16 @@ TEST_F(Rs232Test, AcceptedWordsSetParityStopBitsAndFlowControl) {
     tcflag_t cflag;  // of PARODD | CMSPAR | CSTOPB | CRTSCTS
     tcflag_t iflag;  // of IXON | IXOFF
   } cases[] = {
-      {8, "None", 1, "None", 0, 0},
       {8, "", 1, "", 0, 0},
-      {7, "Odd", 1, "None", PARODD, 0},
       {7, "ODD", 2, "none", PARODD | CSTOPB, 0},
-      {7, "Even", 1, "None", 0, 0},
       {6, "even", 1, "None", 0, 0},
       {5, "Mark", 2, "None", PARODD | CMSPAR | CSTOPB, 0},
       {8, "Space", 1, "None", CMSPAR, 0},
-      {8, "N", 1, "Hardware", CRTSCTS, 0},
       {8, "o", 1, "RTS/CTS", PARODD | CRTSCTS, 0},
-      {8, "E", 1, "rtscts", CRTSCTS, 0},
-      {8, "m", 1, "RTS-CTS", PARODD | CMSPAR | CRTSCTS, 0},
-      {8, "S", 1, "RTS_CTS", CMSPAR | CRTSCTS, 0},
-      {8, "None", 1, "Software", 0, IXON | IXOFF},
-      {8, "None", 1, "XON/XOFF", 0, IXON | IXOFF},
-      {8, "None", 2, "xonxoff", CSTOPB, IXON | IXOFF},
-      {8, "None", 1, "XON-XOFF", 0, IXON | IXOFF},
-      {8, "None", 1, "XON_XOFF", 0, IXON | IXOFF},
+      {8, "m", 1, "Hardware", PARODD | CMSPAR | CRTSCTS, 0},
+      {8, "S", 1, "rtscts", CMSPAR | CRTSCTS, 0},
+      {8, "N", 1, "XON_XOFF", 0, IXON | IXOFF},
+      {8, "None", 2, "Software", CSTOPB, IXON | IXOFF},
       {8, "None", 1, "None", 0, 0},  // back from flow control to none
   };
   for (const auto& c : cases) {
@@ -189,34 +175,21 @@ TEST_F(Rs232Test, RefusedSettingsNameTheField) {
     SerialSettings s;
     int status;
   } cases[] = {
-      {settings(0, 8, "None", 1, "None"), RS232_ERR_BAUD},
-      {settings(9601, 8, "None", 1, "None"), RS232_ERR_BAUD},
       {settings(-9600, 8, "None", 1, "None"), RS232_ERR_BAUD},
       {settings(60, 8, "None", 1, "None"), RS232_ERR_BAUD},  // "9600" cut by the config reader
       {settings(9600, 4, "None", 1, "None"), RS232_ERR_DATABITS},
       {settings(9600, 9, "None", 1, "None"), RS232_ERR_DATABITS},
-      {settings(9600, 8, "Oddity", 1, "None"), RS232_ERR_PARITY},
       {settings(9600, 8, "None ", 1, "None"), RS232_ERR_PARITY},
-      {settings(9600, 8, "X", 1, "None"), RS232_ERR_PARITY},
       {unterminated, RS232_ERR_PARITY},
       {settings(9600, 8, "None", 0, "None"), RS232_ERR_STOPBITS},
       {settings(9600, 8, "None", 3, "None"), RS232_ERR_STOPBITS},
       {settings(9600, 8, "None", 1, "RTS"), RS232_ERR_FLOW},
-      {settings(9600, 8, "None", 1, "RT"), RS232_ERR_FLOW},
-      {settings(9600, 8, "None", 1, "CTS/RTS"), RS232_ERR_FLOW},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(RS232_configure(handle_, c.s), c.status)
         << c.s.Baudrate << " " << c.s.Databits << " " << c.s.Stopbits;
   }
   EXPECT_EQ(RS232_configure(-1, settings(9600, 8, "None", 1, "None")), RS232_ERR_HANDLE);
-
-  const std::set<int> statuses = {RS232_ERR_OPEN,     RS232_ERR_NOT_TTY, RS232_ERR_HANDLE,
-                                  RS232_ERR_BAUD,     RS232_ERR_DATABITS, RS232_ERR_PARITY,
-                                  RS232_ERR_STOPBITS, RS232_ERR_FLOW,    RS232_ERR_APPLY,
-                                  RS232_ERR_WRITE,    RS232_ERR_TIMEOUT, RS232_ERR_ARGUMENT};
-  EXPECT_EQ(statuses.size(), 12u);
-  EXPECT_LT(*statuses.rbegin(), 0);
 }
 
 TEST(Rs232Open, RefusesWhatIsNotATerminal) {
