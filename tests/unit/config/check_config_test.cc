@@ -97,9 +97,11 @@ TEST(CheckConfig, ReportsCutAndRefusedValuesWithTheirKeys) {
       std::string(200, 'x') + "\" />\n");
   auto [result, text] = runCheck();
   EXPECT_EQ(result, 1) << text;
-  EXPECT_HAS(text, "PROBLEM: SerialPortConf Parity: value \"NoneAtAllReally\" cut to 11 characters");
-  EXPECT_HAS(text, "PROBLEM: SerialPortConf InventoryControl: value \"S7,Immediate,TAG:1,1\" refused "
-                   "(Invalid Session Type.\n)");
+  EXPECT_HAS(text,
+             "PROBLEM: SerialPortConf Parity: value \"NoneAtAllReally\" cut to 11 characters");
+  EXPECT_HAS(text,
+             "PROBLEM: SerialPortConf InventoryControl: value \"S7,Immediate,TAG:1,1\" refused "
+             "(Invalid Session Type.\n)");
   EXPECT_HAS(text, "  => serial push mode NOT usable\n");
   EXPECT_HAS(text, "PROBLEM: Port 70000 is no TCP port");
   EXPECT_HAS(text, "missing (former value kept): TagMetaData, InventoryControl");

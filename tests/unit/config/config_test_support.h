@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include "platform/platform.h"
 
@@ -61,5 +62,29 @@ class TempRoot {
   }
   std::string dir_;
 };
+
+// A row of a section reader's table: the files read in turn ("": no file), each holding its
+// lines between "<AdvReaderConfig>" lines, and the summary of the records after the last read.
+struct Row {
+  std::vector<std::string> files;
+  std::string expected;
+};
+
+// Reads each row into fresh records with `read(records)`, which returns their summary.
+template <typename Records, typename Read>
+void readRows(const std::vector<Row>& rows, Read read) {
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.files.back().substr(0, 200));
+    TempRoot root;
+    Records records;
+    std::string got;
+    for (const std::string& file : row.files) {
+      if (file.empty()) root.config(nullptr);
+      if (!file.empty()) root.config("<AdvReaderConfig>\n" + file + "\n</AdvReaderConfig>\n");
+      got = read(records);
+    }
+    EXPECT_EQ(got, row.expected);
+  }
+}
 
 }  // namespace tessera::test

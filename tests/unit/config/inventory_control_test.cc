@@ -18,8 +18,9 @@ std::string summary(const InventoryControlConfig& c) {
   EXPECT_EQ(r.tagReportTrigger + r.tagReportOptions, 0u);  // set by the inventory starters
   auto n = [](auto value) { return std::to_string(static_cast<int64_t>(value)); };
   std::string text = "S";  // appended, not "S" + ..., for GCC 12's false -Wrestrict
-  return text + n(c.Session) + " delay " + n(c.StartDelay) + " start " + "IPG"[static_cast<int>(r.start.type)] + "/" +
-         n(r.start.periodMs) + "/" + n(r.start.gpiPort) + " stop " + "NDGTR"[static_cast<int>(r.stop.type)] + "/" +
+  return text + n(c.Session) + " delay " + n(c.StartDelay) + " start " +
+         "IPG"[static_cast<int>(r.start.type)] + "/" + n(r.start.periodMs) + "/" +
+         n(r.start.gpiPort) + " stop " + "NDGTR"[static_cast<int>(r.stop.type)] + "/" +
          n(r.stop.durationMs) + "/" + n(r.stop.gpiPort) + "/" + n(r.stop.tagCount) + "/" +
          n(r.stop.roundCount) + (r.hasValueBlock ? " value " + n(r.valueBlock.value) : "");
 }
@@ -41,8 +42,7 @@ TEST(InventoryControl, AcceptedTexts) {
       {"S2,Periodic:12ms,Delay:-1,-2",
        "S2 delay 0 start P/12/0 stop D/4294967295/0/0/0 value 4294967294"},
       // The working copy keeps 1023 characters: the number is cut, the rest parses.
-      {overLong.c_str(),
-       "S0 delay 0 start I/0/0 stop D/5000/0/0/0 value 4294967295"},
+      {overLong.c_str(), "S0 delay 0 start I/0/0 stop D/5000/0/0/0 value 4294967295"},
   };
   for (const auto& row : rows) {
     InventoryControlConfig config;

@@ -2,7 +2,6 @@
 
 #include <cstring>
 #include <string>
-#include <vector>
 
 #include "config/http_post_conf.h"
 #include "config/output_conf.h"
@@ -11,49 +10,34 @@
 namespace tessera {
 namespace {
 
-// Each row of these tables reads its files in turn ("": no file), each holding its section line
-// between others, into the same records. Format starts as "KeyValuePair" and Delimiter as "Tab";
-// the result is the last read's.
-struct Row {
-  std::vector<std::string> files;
-  std::string expected;
-};
-
-template <typename Records, typename Read>
-void readRows(const std::vector<Row>& rows, Read read) {
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.files.back());
-    test::TempRoot root;
-    Records records;
-    DataFormatConfig format;
+// The records of each table; Format starts as "KeyValuePair" and Delimiter as "Tab".
+template <typename T>
+struct Records {
+  Records() {
     std::strcpy(format.Format, "KeyValuePair");
     std::strcpy(format.Delimiter, "Tab");
-    std::string got;
-    for (const std::string& file : row.files) {
-      if (file.empty()) root.config(nullptr);
-      if (!file.empty()) root.config("<AdvReaderConfig>\n" + file + "\n</AdvReaderConfig>\n");
-      got = read(records, format);
-    }
-    EXPECT_EQ(got, row.expected);
   }
-}
+  T section;
+  DataFormatConfig format;
+  ReaderName name;
+};
 
 TEST(OutputSections, TcpIpConfig) {
   // Format is set to "JSON" whatever the outcome.
-  readRows<TcpIpConfig>(
+  test::readRows<Records<TcpIpConfig>>(
       {{{""}, "0|0|JSON,Tab"},
        {{R"(<TCPIPConfig Port=5000 />)"}, "1|0|JSON,Tab"},  // unquoted: loses its ends
        {{R"(<TCPIPConfig Other="1" Port="6001"/>)"}, "1|6001|JSON,Tab"},
        {{R"(<Other TCPIPConfig Port="1"/>)"}, "-1|0|JSON,Tab"}},
-      [](TcpIpConfig& tcp, DataFormatConfig& format) {
-        int32_t result = readTcpIpConfig(tcp, format);
-        return std::to_string(result) + "|" + std::to_string(tcp.Port) + "|" + format.Format +
-               "," + format.Delimiter;
+      [](Records<TcpIpConfig>& r) {
+        int32_t result = readTcpIpConfig(r.section, r.format);
+        return std::to_string(result) + "|" + std::to_string(r.section.Port) + "|" +
+               r.format.Format + "," + r.format.Delimiter;
       });
 }
 
 TEST(OutputSections, TagrelayDataFormat) {
-  readRows<int>(
+  test::readRows<Records<int>>(
       {{{""}, "0|KeyValuePair,,,,,"},
        {{R"(<Other TagrelayDataFormat Format="JSON"/>)"}, "-1|KeyValuePair,,,,,"},
        {{R"(<TagrelayDataFormat Format="JSON" DataPrefix="" DataSuffix="#" Delimiter="Space"/>)"},
@@ -66,18 +50,14 @@ TEST(OutputSections, TagrelayDataFormat) {
          "\" Delimiter=\"Semicolon\" DataPrefix=\"" + std::string(200, 'p') +
          "\" TimestampFormat=\"Numeric\"/>"},
         "1|" + std::string(31, 'F') + ",Semicol,,Numeric," + std::string(127, 'p') + ","}},
-      [](int&, DataFormatConfig& format) {
-        int32_t result = readDataFormatConfig(format);
+      [](Records<int>& r) {
+        const DataFormatConfig& format = r.format;
+        int32_t result = readDataFormatConfig(r.format);
         return std::to_string(result) + "|" + format.Format + "," + format.Delimiter + "," +
                format.LineEnding + "," + format.TimestampFormat + "," + format.DataPrefix + "," +
                format.DataSuffix;
       });
 }
-
-struct HttpRecords {
-  HttpPostConfig http;
-  ReaderName name;
-};
 
 TEST(OutputSections, HttpPostConfig) {
   const std::string proxied =
@@ -88,7 +68,7 @@ TEST(OutputSections, HttpPostConfig) {
   const std::string longUrl = "http://" + std::string(200, 'h') + ".example/";
   // Names in single quotes keep their blanks; in double quotes a name runs up to the next "=".
   const char* named = R"(<HTTPPostConfig ReaderName='Gate 4 / North' HTTPUserName="u1" />)";
-  readRows<HttpRecords>(
+  test::readRows<Records<HttpPostConfig>>(
       {{{""}, "0|,0,0,0,,,0|0,,0,0,0,,|"},
        {{R"(<Other HTTPPostConfig HTTPUserName="u"/>)"}, "-1|,0,0,0,,,0|0,,0,0,0,,|"},
        {{proxied},
@@ -107,17 +87,18 @@ TEST(OutputSections, HttpPostConfig) {
        {{R"(<HTTPPostConfig HTTPUserName="admin"/>)"}, "1|,0,0,0,admin\",,0|0,,0,0,0,,|"},
        {{"<HTTPPostConfig HTTPServerURL=\"" + longUrl + "\" HTTPPassword=\"pw\" />"},
         "1|" + longUrl.substr(0, 127) + ",0,0,0,,pw,0|0,,0,0,0,,|"}},
-      [](HttpRecords& r, DataFormatConfig& format) {
-        const HttpPostConfig& h = r.http;
-        int32_t result = readHttpPostConfig(r.http, r.name, format);
-        EXPECT_STREQ(format.Format, "JSON");  // set whatever the outcome
-        return std::to_string(result) + "|" + h.HTTPServerURL + "," +
-               std::to_string(h.VerifyPeer) + "," + std::to_string(h.VerifyHost) + "," +
-               std::to_string(h.HTTPAuthenticationType) + "," + h.HTTPUserName + "," + h.HTTPPassword + "," +
+      [](Records<HttpPostConfig>& r) {
+        const HttpPostConfig& h = r.section;
+        int32_t result = readHttpPostConfig(r.section, r.name, r.format);
+        EXPECT_STREQ(r.format.Format, "JSON");  // set whatever the outcome
+        return std::to_string(result) + "|" + h.HTTPServerURL + "," + std::to_string(h.VerifyPeer) +
+               "," + std::to_string(h.VerifyHost) + "," + std::to_string(h.HTTPAuthenticationType) +
+               "," + h.HTTPUserName + "," + h.HTTPPassword + "," +
                std::to_string(h.HTTPPostInterval) + "|" + std::to_string(h.ProxyEnabled) + "," +
                h.HTTPProxyServerURL + "," + std::to_string(h.HTTPProxyPort) + "," +
-               std::to_string(h.HTTPProxyTunnel) + "," + std::to_string(h.HTTPProxyAuthenticationType) + "," +
-               h.HTTPProxyUserName + "," + h.HTTPProxyPassword + "|" + r.name.text;
+               std::to_string(h.HTTPProxyTunnel) + "," +
+               std::to_string(h.HTTPProxyAuthenticationType) + "," + h.HTTPProxyUserName + "," +
+               h.HTTPProxyPassword + "|" + r.name.text;
       });
 }
 
@@ -125,9 +106,8 @@ TEST(OutputSections, AuthenticationNamesMapToLibcurlMasks) {
   const struct {
     const char* name;
     uint32_t mask;
-  } names[] = {{"none", 0},         {"basic", 1},          {"digest", 2},
-               {"ntlm_wb", 32},     {"any", 0xFFFFFFEFu},  {"only", 0x80000000u},
-               {"basic ", 0xFFFFFFFFu}};
+  } names[] = {{"none", 0},          {"basic", 1},          {"digest", 2},          {"ntlm_wb", 32},
+               {"any", 0xFFFFFFEFu}, {"only", 0x80000000u}, {"basic ", 0xFFFFFFFFu}};
   for (const auto& n : names) EXPECT_EQ(httpAuthTypeFromName(n.name), n.mask) << n.name;
 }
 

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
 
 #include "config_test_support.h"
 #include "platform/logger.h"
@@ -11,9 +10,16 @@
 namespace tessera {
 namespace {
 
+struct Records {
+  RelayConfig relay;
+  InventoryControlConfig inventory;
+};
+
 // result|relayMode,IsAutostart,TagMetaData,InventoryControl,PreFilterMode,PreFilters,
-// HeartBeatPeriod,HeartbeatEnabled|AntennaId:TxPower of each antenna line.
-std::string summary(int32_t result, const RelayConfig& r) {
+// HeartBeatPeriod,HeartbeatEnabled|AntennaId:TxPower of each antenna line, after a read.
+std::string readAndSummarize(Records& records) {
+  int32_t result = readRelayConfig(records.relay, records.inventory);
+  const RelayConfig& r = records.relay;
   std::string text = std::to_string(result) + "|" + std::to_string(r.relayMode) + "," +
                      std::to_string(r.IsAutostart) + "," + std::to_string(r.TagMetaData) + "," +
                      r.InventoryControl + "," + std::to_string(r.PreFilterMode) + "," +
@@ -25,60 +31,46 @@ std::string summary(int32_t result, const RelayConfig& r) {
   return text;
 }
 
-// Each row reads its files in turn (nullptr: no file) into the same records; the result is the
-// last read's.
 TEST(RelayConf, Sections) {
-  const std::string overLong = "<TagrelayConfig TagrelayMode=\"1\" InventoryControl=\"S0,Immediate,Delay:1," +
-                               std::string(300, '1') + "\" PreFilters=\"" + std::string(400, 'F') +
-                               "\" TagMetaData=\"3\"/>";
-  const struct {
-    std::vector<const char*> files;
-    const char* expected;
-  } rows[] = {
-      // Only the first relay section counts, whichever of the two names it has.
-      {{"<TagrelayConfig TagrelayMode=\"3\" TagMetaData=\"1\"/>\n"
-        "<EasyTagrelayConfig EasyTagrelayMode=\"1\" TagMetaData=\"2\"/>"},
-       "0|3,0,1,,0,,0,0|"},
-      {{"<EasyTagrelayConfig EasyTagrelayMode=\"4\"/>\n<TagrelayConfig TagrelayMode=\"2\"/>"},
-       "0|4,0,0,,0,,0,0|"},
-      {{R"(<TagrelayConfig TagrelayMode="1" PreFilterMode="3" IsAutostart="1"/>)"},
-       "0|1,1,0,,0,,0,0|"},
-      {{R"(<TagrelayConfig TagrelayMode="1" PreFilters="1,0,E280" PreFilterMode="2"/>)"},
-       "0|1,0,0,,2,1,0,E280,0,0|"},
-      // Antenna lines anywhere; a key a line leaves out keeps the previous line's value.
-      {{"<AntennaConfig AntennaId=\"2\" AntennaTxPower=\"280\"/>\n"
-        "<TagrelayConfig TagrelayMode=\"1\"/>\n<AntennaConfig AntennaId=\"3\"/>\n"
-        "<AntennaConfig AntennaTxPower=\"100\" AntennaId=\"257\"/>"},
-       "0|1,0,0,,0,,0,0|2:280 3:280 1:100 "},
-      // Each read rebuilds the list; a first line without keys starts from 0.
-      {{"<AntennaConfig AntennaId=\"2\" AntennaTxPower=\"280\"/>", "<AntennaConfig/>"},
-       "0|0,0,0,,0,,0,0|0:0 "},
-      // Mode 0 stops reading at once: later keys and antenna lines are not read.
-      {{R"(<TagrelayConfig TagrelayMode="1" HeartBeatPeriod="10"/>)",
-        "<AntennaConfig AntennaId=\"1\"/>\n<TagrelayConfig TagMetaData=\"7\" TagrelayMode=\"0\" "
-        "IsAutostart=\"1\" HeartBeatPeriod=\"5\"/>\n<AntennaConfig AntennaId=\"2\"/>"},
-       "0|0,0,7,,0,,10,0|1:0 "},
-      {{R"(<TagrelayConfig TagrelayMode="2" InventoryControl="S5,Immediate,TAG:1,1" HeartBeatPeriod="30"/>)"},
-       "-1|2,0,0,S5,Immediate,TAG:1,1,0,,30,1|"},
-      {{overLong.c_str()}, "-1|1,0,3,,0,,0,0|"},
-      // A missing section or file keeps the fields that are not reset by every read.
-      {{R"(<TagrelayConfig TagrelayMode="3" TagMetaData="5" HeartBeatPeriod="9" IsAutostart="1" PreFilterMode="1"/>)",
-        "<AntennaConfig AntennaId=\"4\"/>"},
-       "0|3,0,5,,0,,9,1|4:0 "},
-      {{R"(<TagrelayConfig TagrelayMode="3" HeartBeatPeriod="9"/>)", nullptr}, "0|3,0,0,,0,,9,1|"},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.files.back() ? row.files.back() : "no file");
-    test::TempRoot root;
-    RelayConfig relay;
-    InventoryControlConfig inventory;
-    int32_t result = 0;
-    for (const char* file : row.files) {
-      root.config(file);
-      result = readRelayConfig(relay, inventory);
-    }
-    EXPECT_EQ(summary(result, relay), row.expected);
-  }
+  const std::string overLong =
+      "<TagrelayConfig TagrelayMode=\"1\" InventoryControl=\"S0,Immediate,Delay:1," +
+      std::string(300, '1') + "\" PreFilters=\"" + std::string(400, 'F') + "\" TagMetaData=\"3\"/>";
+  test::readRows<Records>(
+      {
+          // Only the first relay section counts, whichever of the two names it has.
+          {{"<TagrelayConfig TagrelayMode=\"3\" TagMetaData=\"1\"/>\n"
+            "<EasyTagrelayConfig EasyTagrelayMode=\"1\" TagMetaData=\"2\"/>"},
+           "0|3,0,1,,0,,0,0|"},
+          {{"<EasyTagrelayConfig EasyTagrelayMode=\"4\"/>\n<TagrelayConfig TagrelayMode=\"2\"/>"},
+           "0|4,0,0,,0,,0,0|"},
+          {{R"(<TagrelayConfig TagrelayMode="1" PreFilterMode="3" IsAutostart="1"/>)"},
+           "0|1,1,0,,0,,0,0|"},
+          {{R"(<TagrelayConfig TagrelayMode="1" PreFilters="1,0,E280" PreFilterMode="2"/>)"},
+           "0|1,0,0,,2,1,0,E280,0,0|"},
+          // Antenna lines anywhere; a key a line leaves out keeps the previous line's value.
+          {{"<AntennaConfig AntennaId=\"2\" AntennaTxPower=\"280\"/>\n"
+            "<TagrelayConfig TagrelayMode=\"1\"/>\n<AntennaConfig AntennaId=\"3\"/>\n"
+            "<AntennaConfig AntennaTxPower=\"100\" AntennaId=\"257\"/>"},
+           "0|1,0,0,,0,,0,0|2:280 3:280 1:100 "},
+          // Each read rebuilds the list; a first line without keys starts from 0.
+          {{"<AntennaConfig AntennaId=\"2\" AntennaTxPower=\"280\"/>", "<AntennaConfig/>"},
+           "0|0,0,0,,0,,0,0|0:0 "},
+          // Mode 0 stops reading at once: later keys and antenna lines are not read.
+          {{R"(<TagrelayConfig TagrelayMode="1" HeartBeatPeriod="10"/>)",
+            "<AntennaConfig AntennaId=\"1\"/>\n<TagrelayConfig TagMetaData=\"7\" "
+            "TagrelayMode=\"0\" "
+            "IsAutostart=\"1\" HeartBeatPeriod=\"5\"/>\n<AntennaConfig AntennaId=\"2\"/>"},
+           "0|0,0,7,,0,,10,0|1:0 "},
+          {{R"(<TagrelayConfig TagrelayMode="2" InventoryControl="S5,Immediate,TAG:1,1" HeartBeatPeriod="30"/>)"},
+           "-1|2,0,0,S5,Immediate,TAG:1,1,0,,30,1|"},
+          {{overLong}, "-1|1,0,3,,0,,0,0|"},
+          // A missing section or file keeps the fields that are not reset by every read.
+          {{R"(<TagrelayConfig TagrelayMode="3" TagMetaData="5" HeartBeatPeriod="9" IsAutostart="1" PreFilterMode="1"/>)",
+            "<AntennaConfig AntennaId=\"4\"/>"},
+           "0|3,0,5,,0,,9,1|4:0 "},
+          {{R"(<TagrelayConfig TagrelayMode="3" HeartBeatPeriod="9"/>)", ""}, "0|3,0,0,,0,,9,1|"},
+      },
+      readAndSummarize);
 }
 
 // A refused value is logged, first by the parser at level 3, then by its section at level 6.

