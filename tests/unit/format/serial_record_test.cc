@@ -73,11 +73,7 @@ TEST(SerialRecord, MatchesTheLiteral) {
        },
        "E2801160600002054CD6F1A4,3000,1,-55,3,16/11/2026 21:34:40:123,180.00,7,<d3e2>\r\n"},
       // Bits above the eight fields select nothing.
-      {256 + 1 + 4,
-       [](ReaderTagData& t) {
-         test::setEpc(t, {0xE2, 0x80, 0x11, 0x60});
-       },
-       "E2801160,1,<48b4>\r\n"},
+      {256 + 1 + 4, [](ReaderTagData& t) { t.tagIDLength = 4; }, "E2801160,1,<48b4>\r\n"},
       {512, nullptr, "<0000>\r\n"},
   };
   for (const auto& row : rows) {
