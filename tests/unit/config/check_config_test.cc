@@ -100,7 +100,7 @@ TEST(CheckConfig, UnusableWithoutFileModeOrOutputSection) {
     int result;
     const char* says;
   } rows[] = {
-      {nullptr, 1, "file not found: no streaming mode can start"},
+      {"", 1, "file not found: no streaming mode can start"},
       {"<SerialPortConf Mode=\"0\"/>\n<TagrelayConfig TagrelayMode=\"0\"/>\n", 1,
        "no streaming mode is configured"},
       {"<EasyTagrelayConfig EasyTagrelayMode=\"2\" TagMetaData=\"1\"/>\n", 1,

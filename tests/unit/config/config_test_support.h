@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -36,29 +35,22 @@ class TempRoot {
   TempRoot(const TempRoot&) = delete;
   TempRoot& operator=(const TempRoot&) = delete;
 
-  // Writes "/readerconfig/AdvReaderConfig.xml" under the root; nullptr removes it.
-  void config(const char* text) const { write("AdvReaderConfig.xml", text); }
-  void config(const std::string& text) const { config(text.c_str()); }
+  // Writes "/readerconfig/AdvReaderConfig.xml" under the root; "" removes it.
+  void config(const std::string& text) const { write("AdvReaderConfig.xml", text); }
   // Writes "/readerconfig/cloud.conf" under the root.
-  void cloud(const std::string& text) const { write("cloud.conf", text.c_str()); }
+  void cloud(const std::string& text) const { write("cloud.conf", text); }
   // Copies tests/data/demo (the demo's configuration) into this root.
   void copyDemo() const {
-    const char* source = std::getenv("TESSERA_SOURCE");
-    std::string file = __FILE__;
-    std::string tree = source ? source : file.substr(0, file.rfind("/tests/unit/"));
-    std::filesystem::copy(tree + "/tests/data/demo", dir_,
+    std::filesystem::copy(std::string(TESSERA_TEST_SOURCE_DIR) + "/tests/data/demo", dir_,
                           std::filesystem::copy_options::recursive |
                               std::filesystem::copy_options::overwrite_existing);
   }
 
  private:
-  void write(const char* name, const char* text) const {
+  void write(const char* name, const std::string& text) const {
     std::string path = dir_ + "/readerconfig/" + name;
-    if (text == nullptr) {
-      std::filesystem::remove(path);
-      return;
-    }
-    std::ofstream(path, std::ios::binary) << text;
+    if (text.empty()) std::filesystem::remove(path);
+    if (!text.empty()) std::ofstream(path, std::ios::binary) << text;
   }
   std::string dir_;
 };
@@ -79,8 +71,7 @@ void readRows(const std::vector<Row>& rows, Read read) {
     Records records;
     std::string got;
     for (const std::string& file : row.files) {
-      if (file.empty()) root.config(nullptr);
-      if (!file.empty()) root.config("<AdvReaderConfig>\n" + file + "\n</AdvReaderConfig>\n");
+      root.config(file.empty() ? file : "<AdvReaderConfig>\n" + file + "\n</AdvReaderConfig>\n");
       got = read(records);
     }
     EXPECT_EQ(got, row.expected);

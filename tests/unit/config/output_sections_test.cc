@@ -106,8 +106,10 @@ TEST(OutputSections, AuthenticationNamesMapToLibcurlMasks) {
   const struct {
     const char* name;
     uint32_t mask;
-  } names[] = {{"none", 0},          {"basic", 1},          {"digest", 2},          {"ntlm_wb", 32},
-               {"any", 0xFFFFFFEFu}, {"only", 0x80000000u}, {"basic ", 0xFFFFFFFFu}};
+  } names[] = {
+      {"none", 0},          {"basic", 1},          {"digest", 2},           {"ntlm_wb", 32},
+      {"any", 0xFFFFFFEFu}, {"only", 0x80000000u}, {"basic ", 0xFFFFFFFFu}, {"digest_ie", 16},
+      {"ntlm", 8},          {"", 0xFFFFFFFFu}};
   for (const auto& n : names) EXPECT_EQ(httpAuthTypeFromName(n.name), n.mask) << n.name;
 }
 

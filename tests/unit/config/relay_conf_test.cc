@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "config/output_conf.h"
+#include "config/serial_port_conf.h"
 #include "config_test_support.h"
 #include "platform/logger.h"
 
@@ -73,17 +75,30 @@ TEST(RelayConf, Sections) {
       readAndSummarize);
 }
 
-// A refused value is logged, first by the parser at level 3, then by its section at level 6.
-TEST(RelayConf, LogsARefusedInventoryControl) {
+// What a reader cannot use is logged: a refused value first by the parser at level 3, then by
+// its section at level 6; an unknown key, a missing section or file at level 6.
+TEST(ConfigLog, RefusedValuesUnknownKeysAndMissingSections) {
   ASSERT_TRUE(Logger::echo()) << "run with MVM_DEBUG=enable, as ctest does";
   test::TempRoot root;
-  root.config(R"(<TagrelayConfig TagrelayMode="1" InventoryControl="S0,Immediate,Delay:5000"/>)");
+  root.config(R"(<TagrelayConfig TagrelayMode="1" InventoryControl="S0,Immediate,Delay:5000"/>)"
+              "\n<SerialPortConf Foo=\"2\" />\n");
   RelayConfig relay;
   InventoryControlConfig inventory;
+  SerialPortConfig serial;
+  DataFormatConfig format;
   testing::internal::CaptureStdout();
   EXPECT_EQ(readRelayConfig(relay, inventory), -1);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(),
-            "E-Invalid Stop Trigger Type.\n\nI-Tagrelay: Unable to process InventoryControl.\n\n");
+  readSerialPortConf(serial, inventory);
+  EXPECT_EQ(readDataFormatConfig(format), -1);
+  root.config("");
+  readSerialPortConf(serial, inventory);
+  std::string log = testing::internal::GetCapturedStdout();
+  for (const char* line :
+       {"E-Invalid Stop Trigger Type.\n\nI-Tagrelay: Unable to process InventoryControl.\n\n",
+        "I-Unknown argument in SerialPortConf - Foo\n", "I-Unable to read from file.\n",
+        "I-Serial Port configuration not present in the config file\n\n"}) {
+    EXPECT_NE(log.find(line), std::string::npos) << line << " in\n" << log;
+  }
 }
 
 }  // namespace

@@ -119,6 +119,11 @@ TEST_F(Rs232Test, SettingsReachTheLineOrNameTheRefusedField) {
       {settings(9600, 8, "o", 1, "RTS/CTS"), 0, B9600, PARODD | CRTSCTS, 0},
       {settings(9600, 8, "m", 1, "Hardware"), 0, B9600, PARODD | CMSPAR | CRTSCTS, 0},
       {settings(9600, 8, "S", 1, "rtscts"), 0, B9600, CMSPAR | CRTSCTS, 0},
+      {settings(9600, 8, "E", 1, "RTS-CTS"), 0, B9600, CRTSCTS, 0},
+      {settings(9600, 8, "Odd", 1, "RTS_CTS"), 0, B9600, PARODD | CRTSCTS, 0},
+      {settings(9600, 8, "Even", 1, "XON/XOFF"), 0, B9600, 0, IXON | IXOFF},
+      {settings(9600, 8, "None", 1, "xonxoff"), 0, B9600, 0, IXON | IXOFF},
+      {settings(9600, 8, "None", 1, "XON-XOFF"), 0, B9600, 0, IXON | IXOFF},
       {settings(9600, 8, "N", 1, "XON_XOFF"), 0, B9600, 0, IXON | IXOFF},
       {settings(9600, 8, "None", 2, "Software"), 0, B9600, CSTOPB, IXON | IXOFF},
       {settings(9600, 8, "None", 1, "None"), 0, B9600, 0, 0},  // back from flow control to none
@@ -128,10 +133,12 @@ TEST_F(Rs232Test, SettingsReachTheLineOrNameTheRefusedField) {
       {settings(9600, 4, "None", 1, "None"), RS232_ERR_DATABITS, 0, 0, 0},
       {settings(9600, 9, "None", 1, "None"), RS232_ERR_DATABITS, 0, 0, 0},
       {settings(9600, 8, "None ", 1, "None"), RS232_ERR_PARITY, 0, 0, 0},
+      {settings(9600, 8, "Oddity", 1, "None"), RS232_ERR_PARITY, 0, 0, 0},
       {settings(9600, 8, "NoneNoneNone", 1, "None"), RS232_ERR_PARITY, 0, 0, 0},  // no NUL
       {settings(9600, 8, "None", 0, "None"), RS232_ERR_STOPBITS, 0, 0, 0},
       {settings(9600, 8, "None", 3, "None"), RS232_ERR_STOPBITS, 0, 0, 0},
       {settings(9600, 8, "None", 1, "RTS"), RS232_ERR_FLOW, 0, 0, 0},
+      {settings(9600, 8, "None", 1, "CTS/RTS"), RS232_ERR_FLOW, 0, 0, 0},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(std::to_string(c.s.Baudrate) + " " + std::to_string(c.s.Databits) + " " +
