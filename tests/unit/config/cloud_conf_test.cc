@@ -7,35 +7,31 @@
 namespace tessera {
 namespace {
 
-struct CloudCase {
-  const char* file;
-  bool enrolled;
-  bool autoConnect;
-};
-
-class CloudFile : public testing::TestWithParam<CloudCase> {};
-
-TEST_P(CloudFile, SetsTheFlagsOnlyForExactlyOne) {
-  test::TempRoot root;
-  root.cloud(GetParam().file);
-  CloudSettings cloud;
-  readCloudConfig(cloud);
-  EXPECT_EQ(cloud.CloudEnrolled, GetParam().enrolled);
-  EXPECT_EQ(cloud.CloudAutoConnect, GetParam().autoConnect);
+// Only a value of exactly "1" sets a flag; blanks anywhere are dropped, "#" starts a comment.
+TEST(CloudSettingsFile, SetsTheFlagsOnlyForExactlyOne) {
+  const struct {
+    const char* file;
+    bool enrolled;
+    bool autoConnect;
+  } rows[] = {{"ENROLLED = 1\nAUTO_CONNECT=1\n", true, true},
+              {"ENROLLED=1\r\nAUTO_CONNECT\t=\t1\r\n", true, true},
+              {"ENROLLED=true\nAUTO_CONNECT=01\n", false, false},
+              {"ENROLLED=1.0\nAUTO_CONNECT=1", false, true},
+              {"# ENROLLED=1\n #AUTO_CONNECT=1\n", false, false},
+              {"enrolled=1\nSOME_KEY=1\n", false, false},
+              {"ENROLLED=1\nAUTO_CONNECT=1=2\n", true, false},
+              {"ENROLLED=1\nENROLLED=0\n", false, false},
+              {"E N R O L L E D = 1", true, false},
+              {"\n\n=\n1\nENROLLED", false, false}};
+  for (const auto& row : rows) {
+    test::TempRoot root;
+    root.cloud(row.file);
+    CloudSettings cloud;
+    readCloudConfig(cloud);
+    EXPECT_EQ(cloud.CloudEnrolled, row.enrolled) << row.file;
+    EXPECT_EQ(cloud.CloudAutoConnect, row.autoConnect) << row.file;
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Files, CloudFile,
-    testing::Values(CloudCase{"ENROLLED = 1\nAUTO_CONNECT=1\n", true, true},
-                    CloudCase{"ENROLLED=1\r\nAUTO_CONNECT\t=\t1\r\n", true, true},
-                    CloudCase{"ENROLLED=true\nAUTO_CONNECT=01\n", false, false},
-                    CloudCase{"ENROLLED=1.0\nAUTO_CONNECT=1", false, true},
-                    CloudCase{"# ENROLLED=1\n #AUTO_CONNECT=1\n", false, false},
-                    CloudCase{"enrolled=1\nSOME_KEY=1\n", false, false},
-                    CloudCase{"ENROLLED=1\nAUTO_CONNECT=1=2\n", true, false},
-                    CloudCase{"ENROLLED=1\nENROLLED=0\n", false, false},
-                    CloudCase{"E N R O L L E D = 1", true, false},
-                    CloudCase{"\n\n=\n1\nENROLLED", false, false}));
 
 TEST(CloudSettingsFile, KeepsValuesAcrossReadsAndAddsNoKeys) {
   test::TempRoot root;
@@ -54,12 +50,8 @@ TEST(CloudSettingsFile, KeepsValuesAcrossReadsAndAddsNoKeys) {
   EXPECT_TRUE(cloud.CloudEnrolled);  // not named again: kept
   EXPECT_TRUE(cloud.CloudAutoConnect);
   EXPECT_EQ(cloud.values["KESTREL_DATA_SERVICES_ENROLLMENT_URL"].rfind("https://", 0), 0u);
-}
-
-TEST(CloudSettingsFile, AValueMayHoldAnEqualsSign) {
-  test::TempRoot root;
+  // A value may hold an equals sign.
   root.cloud("KESTREL_DATA_SERVICES_CLOUD_ROOT_PKI_URL = https://pki.example/roots.pem?a=b c\n");
-  CloudSettings cloud;
   readCloudConfig(cloud);
   EXPECT_EQ(cloud.values["KESTREL_DATA_SERVICES_CLOUD_ROOT_PKI_URL"],
             "https://pki.example/roots.pem?a=bc");

@@ -1,18 +1,14 @@
-// Shared by the configuration tests: a temporary root with a readerconfig folder, and a way to
-// read the Logger's lines.
+// Shared by the configuration tests: a temporary root with a readerconfig folder.
 #pragma once
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
-#include <unistd.h>
 
-#include <climits>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <vector>
 
-#include "platform/logger.h"
 #include "platform/platform.h"
 
 namespace tessera::test {
@@ -39,62 +35,47 @@ class TempRoot {
   TempRoot(const TempRoot&) = delete;
   TempRoot& operator=(const TempRoot&) = delete;
 
-  // Writes "/readerconfig/AdvReaderConfig.xml" under the root.
+  // Writes "/readerconfig/AdvReaderConfig.xml" under the root; "" removes it.
   void config(const std::string& text) const { write("AdvReaderConfig.xml", text); }
   // Writes "/readerconfig/cloud.conf" under the root.
   void cloud(const std::string& text) const { write("cloud.conf", text); }
-  // Copies a sample root of tests/data into this root.
-  void copySample(const char* name) const {
-    std::string source = sourceDir() + "/tests/data/" + name;
-    std::filesystem::copy(source, dir_,
+  // Copies tests/data/demo (the demo's configuration) into this root.
+  void copyDemo() const {
+    std::filesystem::copy(std::string(TESSERA_TEST_SOURCE_DIR) + "/tests/data/demo", dir_,
                           std::filesystem::copy_options::recursive |
                               std::filesystem::copy_options::overwrite_existing);
-  }
-  const std::string& dir() const { return dir_; }
-
-  // The source tree: TESSERA_SOURCE under ctest, else found from this file's path.
-  static std::string sourceDir() {
-    if (const char* source = std::getenv("TESSERA_SOURCE")) return source;
-    std::string file = __FILE__;
-    return file.substr(0, file.rfind("/tests/unit/"));
   }
 
  private:
   void write(const char* name, const std::string& text) const {
-    std::ofstream out(dir_ + "/readerconfig/" + name, std::ios::binary);
-    out << text;
+    std::string path = dir_ + "/readerconfig/" + name;
+    if (text.empty()) std::filesystem::remove(path);
+    if (!text.empty()) std::ofstream(path, std::ios::binary) << text;
   }
   std::string dir_;
 };
 
-// The Logger echoes its lines to standard output only when MVM_DEBUG is "enable" at start. A
-// test that reads log lines calls this first: in a process without the echo it runs the same
-// test again in a child with the echo on, records the child's verdict and returns false; in the
-// child it returns true and the test goes on.
-inline bool inEchoingProcess() {
-  if (Logger::echo()) return true;
-  char self[PATH_MAX] = {};
-  ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
-  if (n <= 0) {
-    ADD_FAILURE() << "cannot find the test binary";
-    return false;
+// A row of a section reader's table: the files read in turn ("": no file), each holding its
+// lines between "<AdvReaderConfig>" lines, and the summary of the records after the last read.
+struct Row {
+  std::vector<std::string> files;
+  std::string expected;
+};
+
+// Reads each row into fresh records with `read(records)`, which returns their summary.
+template <typename Records, typename Read>
+void readRows(const std::vector<Row>& rows, Read read) {
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.files.back().substr(0, 200));
+    TempRoot root;
+    Records records;
+    std::string got;
+    for (const std::string& file : row.files) {
+      root.config(file.empty() ? file : "<AdvReaderConfig>\n" + file + "\n</AdvReaderConfig>\n");
+      got = read(records);
+    }
+    EXPECT_EQ(got, row.expected);
   }
-  const auto* info = testing::UnitTest::GetInstance()->current_test_info();
-  std::string command = std::string("MVM_DEBUG=enable '") + self + "' --gtest_filter='" +
-                        info->test_suite_name() + "." + info->name() + "' 2>&1";
-  FILE* child = popen(command.c_str(), "r");
-  if (child == nullptr) {
-    ADD_FAILURE() << "cannot run " << command;
-    return false;
-  }
-  std::string output;
-  char buffer[4096];
-  size_t got;
-  while ((got = fread(buffer, 1, sizeof buffer, child)) > 0) output.append(buffer, got);
-  int status = pclose(child);
-  EXPECT_EQ(status, 0) << output;
-  EXPECT_NE(output.find("[  PASSED  ] 1 test"), std::string::npos) << output;
-  return false;
 }
 
 }  // namespace tessera::test

@@ -9,47 +9,40 @@
 namespace tessera {
 namespace {
 
-class MqttSection : public testing::Test {
- protected:
-  int32_t read(const std::string& line) {
-    root.config("<?xml version=\"1.0\"?>\n<AdvReaderConfig>\n" + line + "\n</AdvReaderConfig>\n");
-    return readMqttConfig(mqtt, name, format);
-  }
-  test::TempRoot root;
+struct Records {
   MqttConfig mqtt;
   ReaderName name;
   DataFormatConfig format;
 };
 
-TEST_F(MqttSection, QuotedValuesKeepBlanksAndEmptyValuesDoNotSwallowTheNextKey) {
-  ASSERT_EQ(read("  <MQTTConfig BrokerURL=\"mqtts://broker.example:8884/\" Topic=\"site a/{mac}\" "
-                 "ClientId=\"\" UserName=\"\" Password=\"p w=x\" CAFile=\"/etc/ca.pem\" "
-                 "QoS=\"0\" KeepAlive=\"60\" ReaderName=\"Dock Door 1\"/>"),
-            1);
-  EXPECT_STREQ(mqtt.BrokerURL, "mqtts://broker.example:8884/");
-  EXPECT_STREQ(mqtt.Topic, "site a/{mac}");
-  EXPECT_STREQ(mqtt.ClientId, "");
-  EXPECT_STREQ(mqtt.UserName, "");
-  EXPECT_STREQ(mqtt.Password, "p w=x");
-  EXPECT_STREQ(mqtt.CAFile, "/etc/ca.pem");
-  EXPECT_EQ(mqtt.QoS, MqttQos::AtMostOnce);
-  EXPECT_EQ(mqtt.KeepAlive, 60);
-  EXPECT_STREQ(name.text, "Dock Door 1");
-  EXPECT_STREQ(format.Format, "JSON");
+// result|BrokerURL|Topic|StatusTopic|QoS|ClientId|UserName|Password|CAFile|KeepAlive|reader
+// name|Format, after a read.
+std::string readAndSummarize(Records& r) {
+  int32_t result = readMqttConfig(r.mqtt, r.name, r.format);
+  const MqttConfig& m = r.mqtt;
+  return std::to_string(result) + "|" + m.BrokerURL + "|" + m.Topic + "|" + m.StatusTopic + "|" +
+         std::to_string(static_cast<int>(m.QoS)) + "|" + m.ClientId + "|" + m.UserName + "|" +
+         m.Password + "|" + m.CAFile + "|" + std::to_string(m.KeepAlive) + "|" + r.name.text + "|" +
+         r.format.Format;
 }
 
-TEST_F(MqttSection, RefusedValuesKeepTheDefaultsAndAnEarlierPasswordDoesNotLiveOn) {
-  ASSERT_EQ(read("<MQTTConfig Password=\"old\"/>"), 1);
-  ASSERT_EQ(read("<MQTTConfig BrokerURL=\"http://x\" Topic=\"a/#\" StatusTopic=\"\" QoS=\"2\" "
-                 "KeepAlive=\"4\"/>"),
-            1);
-  EXPECT_STREQ(mqtt.BrokerURL, "mqtt://127.0.0.1:1883");
-  EXPECT_STREQ(mqtt.Topic, "tessera/{reader_name}/reads");
-  EXPECT_STREQ(mqtt.StatusTopic, "tessera/{reader_name}/status");
-  EXPECT_EQ(mqtt.QoS, MqttQos::AtLeastOnce);
-  EXPECT_EQ(mqtt.KeepAlive, 30);
-  EXPECT_STREQ(mqtt.Password, "");
-  EXPECT_EQ(read("<HTTPPostConfig HTTPServerURL=\"x\"/>"), -1);
+TEST(MqttSection, Lines) {
+  test::readRows<Records>(
+      {// Quoted values keep their blanks; empty values do not swallow the next key.
+       {{R"(<MQTTConfig BrokerURL="mqtts://broker.example:8884/" Topic="site a/{mac}" )"
+         R"(ClientId="" UserName="" Password="p w=x" CAFile="/etc/ca.pem" QoS="0" KeepAlive="60" )"
+         R"(ReaderName="Dock Door 1"/>)"},
+        "1|mqtts://broker.example:8884/|site a/{mac}|tessera/{reader_name}/status|0|||p w=x|"
+        "/etc/ca.pem|60|Dock Door 1|JSON"},
+       // Refused values keep the defaults; an earlier password does not live on.
+       {{R"(<MQTTConfig Password="old"/>)",
+         R"(<MQTTConfig BrokerURL="http://x" Topic="a/#" StatusTopic="" QoS="2" KeepAlive="4"/>)"},
+        "1|mqtt://127.0.0.1:1883|tessera/{reader_name}/reads|tessera/{reader_name}/status|1|||||30|"
+        "|JSON"},
+       {{R"(<HTTPPostConfig HTTPServerURL="x"/>)"},
+        "-1|mqtt://127.0.0.1:1883|"
+        "tessera/{reader_name}/reads|tessera/{reader_name}/status|1|||||30||JSON"}},
+      readAndSummarize);
 }
 
 TEST(MqttNames, BrokerUrlsTopicsAndClientIds) {

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <initializer_list>
 
 #include "readerapi/rfid_records.h"
 
@@ -22,12 +21,6 @@ inline ReaderTagData sampleTag() {
   tag.seenTime = ReaderDateTime{2026, 11, 1, 16, 21, 34, 40, 123};
   tag.tagEventTime = ReaderDateTime{1999, 1, 5, 2, 3, 4, 5, 6};
   return tag;
-}
-
-inline void setEpc(ReaderTagData& tag, std::initializer_list<uint8_t> bytes) {
-  uint32_t n = 0;
-  for (uint8_t b : bytes) tag.tagID[n++] = b;
-  tag.tagIDLength = n;
 }
 
 }  // namespace tessera::test

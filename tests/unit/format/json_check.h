@@ -11,131 +11,101 @@ class JsonCheck {
   // Whether the whole text is one JSON value with optional white space around it.
   static bool valid(std::string_view text) {
     JsonCheck check(text);
-    check.space();
-    if (!check.value(0)) return false;
-    check.space();
-    return check.pos_ == text.size();
+    return check.value(0) && check.pos_ == text.size();
   }
 
  private:
   explicit JsonCheck(std::string_view text) : text_(text) {}
 
-  bool more() const { return pos_ < text_.size(); }
-  char peek() const { return more() ? text_[pos_] : '\0'; }
+  char peek() const { return pos_ < text_.size() ? text_[pos_] : '\0'; }
   bool eat(char c) {
-    if (peek() != c || !more()) return false;
+    space();
+    if (pos_ >= text_.size() || text_[pos_] != c) return false;
     ++pos_;
     return true;
   }
   void space() {
-    while (more() && (peek() == ' ' || peek() == '\t' || peek() == '\n' || peek() == '\r')) ++pos_;
+    while (pos_ < text_.size() &&
+           std::string_view(" \t\n\r").find(text_[pos_]) != std::string_view::npos)
+      ++pos_;
   }
   bool literal(std::string_view word) {
     if (text_.substr(pos_, word.size()) != word) return false;
     pos_ += word.size();
     return true;
   }
+  // A value with the white space around it; objects and arrays share the loop over members.
   bool value(int depth) {
+    space();
+    bool ok;
     if (depth > 64) return false;
-    switch (peek()) {
-      case '{':
-        return object(depth);
-      case '[':
-        return array(depth);
-      case '"':
-        return string();
-      case 't':
-        return literal("true");
-      case 'f':
-        return literal("false");
-      case 'n':
-        return literal("null");
-      default:
-        return number();
+    if (peek() == '{' || peek() == '[') {
+      char close = peek() == '{' ? '}' : ']';
+      ++pos_;
+      ok = eat(close);
+      while (!ok) {
+        space();
+        if (close == '}' && !(string() && eat(':'))) return false;
+        if (!value(depth + 1)) return false;
+        if (eat(close))
+          ok = true;
+        else if (!eat(','))
+          return false;
+      }
+    } else if (peek() == '"') {
+      ok = string();
+    } else {
+      ok = literal("true") || literal("false") || literal("null") || number();
     }
-  }
-  bool object(int depth) {
-    eat('{');
     space();
-    if (eat('}')) return true;
-    for (;;) {
-      space();
-      if (!string()) return false;
-      space();
-      if (!eat(':')) return false;
-      space();
-      if (!value(depth + 1)) return false;
-      space();
-      if (eat('}')) return true;
-      if (!eat(',')) return false;
-    }
-  }
-  bool array(int depth) {
-    eat('[');
-    space();
-    if (eat(']')) return true;
-    for (;;) {
-      space();
-      if (!value(depth + 1)) return false;
-      space();
-      if (eat(']')) return true;
-      if (!eat(',')) return false;
-    }
+    return ok;
   }
   bool digits() {
     size_t start = pos_;
-    while (more() && peek() >= '0' && peek() <= '9') ++pos_;
+    while (peek() >= '0' && peek() <= '9') ++pos_;
     return pos_ > start;
   }
   bool number() {
-    eat('-');
-    if (eat('0')) {
+    if (peek() == '-') ++pos_;
+    if (peek() == '0') {
+      ++pos_;
     } else if (!digits()) {
       return false;
     }
-    if (eat('.') && !digits()) return false;
+    if (peek() == '.' && (++pos_, !digits())) return false;
     if (peek() == 'e' || peek() == 'E') {
       ++pos_;
-      if (!eat('+')) eat('-');
+      if (peek() == '+' || peek() == '-') ++pos_;
       if (!digits()) return false;
     }
     return true;
   }
   bool string() {
-    if (!eat('"')) return false;
-    while (more()) {
+    if (peek() != '"') return false;
+    for (++pos_; pos_ < text_.size();) {
       auto c = static_cast<unsigned char>(text_[pos_]);
-      if (c == '"') {
-        ++pos_;
-        return true;
-      }
+      if (c == '"') return ++pos_, true;
       if (c < 0x20) return false;
       if (c == '\\') {
-        ++pos_;
-        char e = peek();
+        char e = ++pos_ < text_.size() ? text_[pos_++] : '\0';
         if (e == 'u') {
-          ++pos_;
-          for (int i = 0; i < 4; ++i) {
+          for (int i = 0; i < 4; ++i, ++pos_) {
             char h = peek();
-            bool hex = (h >= '0' && h <= '9') || (h >= 'a' && h <= 'f') || (h >= 'A' && h <= 'F');
-            if (!hex || !more()) return false;
-            ++pos_;
+            if (!((h >= '0' && h <= '9') || (h >= 'a' && h <= 'f') || (h >= 'A' && h <= 'F')))
+              return false;
           }
-          continue;
-        }
-        if (std::string_view("\"\\/bfnrt").find(e) == std::string_view::npos || !more())
+        } else if (e == '\0' || std::string_view("\"\\/bfnrt").find(e) == std::string_view::npos) {
           return false;
+        }
+      } else if (c < 0x80) {
         ++pos_;
-        continue;
+      } else if (!utf8()) {
+        return false;
       }
-      if (c < 0x80) {
-        ++pos_;
-        continue;
-      }
-      if (!utf8()) return false;
     }
     return false;
   }
+  // One UTF-8 sequence: no overlong form, no surrogate, nothing past U+10FFFF.
   bool utf8() {
     auto c = static_cast<unsigned char>(text_[pos_]);
     size_t n = c >= 0xF0 && c <= 0xF4   ? 4

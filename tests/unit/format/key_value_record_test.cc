@@ -28,49 +28,36 @@ std::string record(const ReaderTagData& tag, TagMetaFlags flags, const DataForma
   return out;
 }
 
-struct Case {
-  const char* name;
-  TagMetaFlags flags;
-  DataFormatConfig format;
-  const char* expected;
-};
-
-class KeyValueRecord : public testing::TestWithParam<Case> {};
-
-TEST_P(KeyValueRecord, MatchesTheLiteral) {
+TEST(KeyValueRecord, MatchesTheLiteral) {
   ReaderTagData tag = test::sampleTag();
   tag.peakRSSI = -55;
   tag.phase = -32767;
   tag.channelIndex = 12;
   tag.PC = 0x0400;
-  EXPECT_EQ(record(tag, GetParam().flags, GetParam().format), GetParam().expected);
+  const struct {
+    TagMetaFlags flags;
+    DataFormatConfig format;
+    const char* expected;
+  } rows[] = {
+      // The EPC alone has no label; an unknown delimiter is a comma.
+      {1, formatOf("Comma", "CRLF"), "E2801160600002054CD6F1A4\r\n"},
+      {13, formatOf("Tab", "LF"), "epc=E2801160600002054CD6F1A4\tantennaPort=1\tpeakRssi=-55\t\n"},
+      {6, formatOf("Pipe", "CR"), "pc=400,antennaPort=1,\r"},
+      {3, formatOf("Space", "None"), "epc=E2801160600002054CD6F1A4 pc=400 "},
+      {32, formatOf("Comma", "CRLF"), "timeStamp=16/11/2026 21:34:40:123,\r\n"},
+      {32, formatOf("Comma", "CRLF", "Unix"), "timeStamp=63963466480,\r\n"},
+      {255, formatOf("Comma", "CRLF", "UTC", "<", ">"),
+       "<epc=E2801160600002054CD6F1A4,pc=400,antennaPort=1,peakRssi=-55,seenCount=1,"
+       "timeStamp=16/11/2026 21:34:40:123,phase=-180.00,channelIndex=12,>\r\n"},
+      {16, formatOf("Comma", "None", "UTC", "", "END"), "seenCount=1,END"},
+      // An unknown line ending drops the suffix with it.
+      {16, formatOf("Comma", "crlf", "UTC", "", "END"), "seenCount=1,"},
+      {64, formatOf("Comma", "LF", "UTC", "R1:"), "R1:phase=-180.00,\n"},
+      {0, formatOf("Comma", "CRLF", "UTC", "P", "S"), "PS\r\n"},
+      {0, formatOf("Comma", "LF"), "\n"},
+  };
+  for (const auto& row : rows) EXPECT_EQ(record(tag, row.flags, row.format), row.expected);
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Records, KeyValueRecord,
-    testing::Values(
-        Case{"EpcAloneHasNoLabel", 1, formatOf("Comma", "CRLF"), "E2801160600002054CD6F1A4\r\n"},
-        Case{"TabDelimited", 13, formatOf("Tab", "LF"),
-             "epc=E2801160600002054CD6F1A4\tantennaPort=1\tpeakRssi=-55\t\n"},
-        Case{"UnknownDelimiterIsComma", 6, formatOf("Pipe", "CR"), "pc=400,antennaPort=1,\r"},
-        Case{"SpaceDelimited", 3, formatOf("Space", "None"),
-             "epc=E2801160600002054CD6F1A4 pc=400 "},
-        Case{"UtcTime", 32, formatOf("Comma", "CRLF"), "timeStamp=16/11/2026 21:34:40:123,\r\n"},
-        Case{"NumericTime", 32, formatOf("Comma", "CRLF", "Unix"), "timeStamp=63963466480,\r\n"},
-        Case{"AllFields", 255, formatOf("Comma", "CRLF", "UTC", "<", ">"),
-             "<epc=E2801160600002054CD6F1A4,pc=400,antennaPort=1,peakRssi=-55,seenCount=1,"
-             "timeStamp=16/11/2026 21:34:40:123,phase=-180.00,channelIndex=12,>\r\n"},
-        Case{"SuffixWithNoneEnding", 16, formatOf("Comma", "None", "UTC", "", "END"),
-             "seenCount=1,END"},
-        Case{"SuffixWithUnknownEndingDropsBoth", 16, formatOf("Comma", "crlf", "UTC", "", "END"),
-             "seenCount=1,"},
-        Case{"NoSuffixUnknownEnding", 16, formatOf("Comma", "X"), "seenCount=1,"},
-        Case{"PrefixRightBeforeTheFirstField", 64, formatOf("Comma", "LF", "UTC", "R1:"),
-             "R1:phase=-180.00,\n"},
-        Case{"NoFieldsOnlyPrefixAndEnding", 0, formatOf("Comma", "CRLF", "UTC", "P", "S"),
-             "PS\r\n"},
-        Case{"NoFieldsNoAffixes", 0, formatOf("Comma", "LF"), "\n"}),
-    [](const testing::TestParamInfo<Case>& info) { return std::string(info.param.name); });
 
 TEST(KeyValueSeconds, CountsContinuouslyAcrossYearEnds) {
   EXPECT_EQ(keyValueSeconds(ReaderDateTime{2026, 11, 0, 16, 21, 34, 40, 123}), 63963466480);

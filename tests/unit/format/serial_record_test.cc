@@ -19,68 +19,69 @@ std::string serialLine(const ReaderTagData& tag, TagMetaFlags flags) {
   return out;
 }
 
-// CRC values computed bit by bit, independently of the table.
-TEST(SerialCrc, KnownVectors) {
-  EXPECT_EQ(crc16Genibus("123456789", 9), 0xD64E);
-  EXPECT_EQ(crc16Genibus("A", 1), 0x46EA);
-  EXPECT_EQ(crc16Genibus("", 0), 0x0000);
-  char text[32] = "123456789";
-  ASSERT_EQ(appendSerialCrc(text, sizeof text), 0);
-  EXPECT_STREQ(text, "123456789<d64e>");
+// The CRC bit by bit, as the polynomial defines it.
+uint16_t crcBitwise(const std::string& text) {
+  if (text.empty()) return 0;
+  unsigned crc = 0xFFFF;
+  for (unsigned char b : text) {
+    crc ^= static_cast<unsigned>(b) << 8;
+    for (int bit = 0; bit < 8; ++bit) crc = (crc & 0x8000) ? ((crc << 1) ^ 0x1021) : (crc << 1);
+    crc &= 0xFFFF;
+  }
+  return static_cast<uint16_t>(crc ^ 0xFFFF);
+}
+
+// The table-driven CRC against the bitwise definition over lengths 0 to 100; its text needs room.
+TEST(SerialCrc, AgreesWithTheBitwiseDefinition) {
+  std::string text;
+  uint32_t seed = 12345;
+  for (int length = 0; length <= 100; ++length) {
+    EXPECT_EQ(crc16Genibus(text.data(), text.size()), crcBitwise(text)) << length;
+    seed = seed * 1103515245u + 12345u;
+    text += static_cast<char>(seed >> 16);
+  }
+  static_assert(crc16Genibus("123456789", 9) == 0xD64E);
+  char check[32] = "123456789";
+  ASSERT_EQ(appendSerialCrc(check, sizeof check), 0);
+  EXPECT_STREQ(check, "123456789<d64e>");
   char empty[8] = "";
   ASSERT_EQ(appendSerialCrc(empty, sizeof empty), 0);
   EXPECT_STREQ(empty, "<0000>");
+  char tight[16] = "123456789";  // no room for the seven bytes "<xxxx>" and its end
+  EXPECT_EQ(appendSerialCrc(tight, 15), -1);
+  EXPECT_STREQ(tight, "123456789");
+  EXPECT_EQ(appendSerialCrc(tight, 16), 0);
 }
 
-TEST(SerialCrc, RefusesWithoutRoomForSevenBytes) {
-  char text[16] = "123456789";
-  EXPECT_EQ(appendSerialCrc(text, 15), -1);
-  EXPECT_STREQ(text, "123456789");
-  EXPECT_EQ(appendSerialCrc(text, 16), 0);
+TEST(SerialRecord, MatchesTheLiteral) {
+  const struct {
+    TagMetaFlags flags;
+    void (*change)(ReaderTagData&);
+    const char* expected;
+  } rows[] = {
+      // Default fields: EPC, PC, antenna and seen count; no RSSI value.
+      {0, nullptr, "E2801160600002054CD6F1A4,3000,1,1,<d454>\r\n"},
+      {64, [](ReaderTagData& t) { t.phase = -16384; }, "-90.00,<5187>\r\n"},
+      {0, [](ReaderTagData& t) { t.PC = 0x0400; }, "E2801160600002054CD6F1A4,400,1,1,<c9b4>\r\n"},
+      {0, [](ReaderTagData& t) { t.tagIDLength = 0; }, ",3000,1,1,<d001>\r\n"},
+      {255,
+       [](ReaderTagData& t) {
+         t.peakRSSI = -55;
+         t.tagSeenCount = 3;
+         t.phase = 32767;
+         t.channelIndex = 7;
+       },
+       "E2801160600002054CD6F1A4,3000,1,-55,3,16/11/2026 21:34:40:123,180.00,7,<d3e2>\r\n"},
+      // Bits above the eight fields select nothing.
+      {256 + 1 + 4, [](ReaderTagData& t) { t.tagIDLength = 4; }, "E2801160,1,<48b4>\r\n"},
+      {512, nullptr, "<0000>\r\n"},
+  };
+  for (const auto& row : rows) {
+    ReaderTagData tag = test::sampleTag();
+    if (row.change) row.change(tag);
+    EXPECT_EQ(serialLine(tag, row.flags), row.expected);
+  }
 }
-
-struct Line {
-  const char* name;
-  TagMetaFlags flags;
-  void (*change)(ReaderTagData&);
-  const char* expected;
-};
-
-class SerialLine : public testing::TestWithParam<Line> {};
-
-TEST_P(SerialLine, MatchesTheLiteral) {
-  ReaderTagData tag = test::sampleTag();
-  if (GetParam().change) GetParam().change(tag);
-  EXPECT_EQ(serialLine(tag, GetParam().flags), GetParam().expected);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Records, SerialLine,
-    testing::Values(
-        // Default fields: EPC, PC, antenna and seen count; no RSSI value.
-        Line{"Default", 0, nullptr, "E2801160600002054CD6F1A4,3000,1,1,<d454>\r\n"},
-        Line{"EpcAndRssi", 9, [](ReaderTagData& t) { t.peakRSSI = -62; },
-             "E2801160600002054CD6F1A4,-62,<1105>\r\n"},
-        Line{"PhaseUp", 64, [](ReaderTagData& t) { t.phase = 16384; }, "90.00,<2aa5>\r\n"},
-        Line{"PhaseDown", 64, [](ReaderTagData& t) { t.phase = -16384; }, "-90.00,<5187>\r\n"},
-        Line{"PcWithoutLeadingZero", 0, [](ReaderTagData& t) { t.PC = 0x0400; },
-             "E2801160600002054CD6F1A4,400,1,1,<c9b4>\r\n"},
-        Line{"EmptyEpc", 0, [](ReaderTagData& t) { t.tagIDLength = 0; }, ",3000,1,1,<d001>\r\n"},
-        Line{"AllFields", 255,
-             [](ReaderTagData& t) {
-               t.peakRSSI = -55;
-               t.tagSeenCount = 3;
-               t.phase = 32767;
-               t.channelIndex = 7;
-             },
-             "E2801160600002054CD6F1A4,3000,1,-55,3,16/11/2026 21:34:40:123,180.00,7,<d3e2>\r\n"},
-        Line{"HighBitsIgnored", 256 + 1 + 4,
-             [](ReaderTagData& t) {
-               test::setEpc(t, {0xE2, 0x80, 0x11, 0x60});
-             },
-             "E2801160,1,<48b4>\r\n"},
-        Line{"OnlyHighBitsSelectNothing", 512, nullptr, "<0000>\r\n"}),
-    [](const testing::TestParamInfo<Line>& info) { return std::string(info.param.name); });
 
 TEST(SerialRecord, TimeFollowsTheTagEvent) {
   ReaderTagData tag = test::sampleTag();
@@ -128,69 +129,6 @@ TEST(PhaseText, MatchesPrintfForEveryRawValue) {
     }
   }
   EXPECT_EQ(mismatches, 0);
-}
-
-TEST(PhaseText, EndsAndMiddle) {
-  auto text = [](double value) {
-    static char buffer[32];
-    FixedText t(buffer, sizeof buffer);
-    (void)t.appendFixed2(value);
-    return std::string(buffer);
-  };
-  EXPECT_EQ(text(phaseDegrees(32767)), "180.00");
-  EXPECT_EQ(text(phaseDegrees(-32767)), "-180.00");
-  EXPECT_EQ(text(phaseDegrees(0)), "0.00");
-  EXPECT_EQ(text(phaseDegrees(-32768)), "-180.01");
-  // Ties round to the even hundredth, as printf does with the exact binary value.
-  EXPECT_EQ(text(0.125), "0.12");
-  EXPECT_EQ(text(0.375), "0.38");
-  EXPECT_EQ(text(-0.0), "-0.00");
-  EXPECT_EQ(text(2.675), "2.67");  // 2.67499999... in binary
-  EXPECT_EQ(text(1e300), "0.00");  // out of range stays bounded
-}
-
-TEST(DecimalText, WidthsAndSigns) {
-  char buffer[64];
-  FixedText text(buffer, sizeof buffer);
-  (void)text.appendDecimal(5, 2);
-  (void)text.append(' ');
-  (void)text.appendDecimal(-5, 3);
-  (void)text.append(' ');
-  (void)text.appendDecimal(12345, 2);
-  (void)text.append(' ');
-  (void)text.appendDecimal(INT64_MIN);
-  (void)text.append(' ');
-  (void)text.appendHex(0);
-  EXPECT_STREQ(buffer, "05 -05 12345 -9223372036854775808 0");
-}
-
-}  // namespace
-}  // namespace tessera
-
-namespace tessera {
-namespace {
-
-// The CRC bit by bit, as the polynomial defines it.
-uint16_t crcBitwise(const std::string& text) {
-  if (text.empty()) return 0;
-  unsigned crc = 0xFFFF;
-  for (unsigned char b : text) {
-    crc ^= static_cast<unsigned>(b) << 8;
-    for (int bit = 0; bit < 8; ++bit) crc = (crc & 0x8000) ? ((crc << 1) ^ 0x1021) : (crc << 1);
-    crc &= 0xFFFF;
-  }
-  return static_cast<uint16_t>(crc ^ 0xFFFF);
-}
-
-TEST(SerialCrc, EightByteStepsAgreeWithTheBitwiseDefinition) {
-  std::string text;
-  uint32_t seed = 12345;
-  for (int length = 0; length <= 100; ++length) {
-    EXPECT_EQ(crc16Genibus(text.data(), text.size()), crcBitwise(text)) << length;
-    seed = seed * 1103515245u + 12345u;
-    text += static_cast<char>(seed >> 16);
-  }
-  static_assert(crc16Genibus("123456789", 9) == 0xD64E);
 }
 
 }  // namespace

@@ -18,9 +18,11 @@ std::string readFile(const std::string& name) {
   return ss.str();
 }
 
-TEST(Platform, AppliancePathsAreTakenUnderTheRoot) {
+TEST(Platform, AppliancePathsAreTakenUnderTheRootAndWaitsScaled) {
   platform::Settings s;
+  s.waitScale = 0.01;
   platform::configure(s);
+  EXPECT_DOUBLE_EQ(platform::scaledSeconds(5.0), 0.05);
   EXPECT_EQ(platform::path("/dev/ttyS2"), "/dev/ttyS2");
   s.root = "/tmp/r/";
   platform::configure(s);
@@ -44,14 +46,6 @@ TEST(Platform, RecordedShellCommandsAreWrittenNotRunAndTouchMakesTheFile) {
   EXPECT_EQ(platform::runShell("touch /var/volatile/isbooted"), 0);
   EXPECT_EQ(readFile(s.recordShell), "rmmod g_ether\ntouch /var/volatile/isbooted\n");
   EXPECT_EQ(access((std::string(dir) + "/var/volatile/isbooted").c_str(), F_OK), 0);
-  platform::configure(platform::Settings{});
-}
-
-TEST(Platform, WaitsAreScaled) {
-  platform::Settings s;
-  s.waitScale = 0.01;
-  platform::configure(s);
-  EXPECT_DOUBLE_EQ(platform::scaledSeconds(5.0), 0.05);
   platform::configure(platform::Settings{});
 }
 
