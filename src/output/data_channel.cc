@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 
 #include "platform/logger.h"
 #include "state/service_state.h"
@@ -63,8 +64,11 @@ class DataChannel {
 
 void DataChannel::serve() {
   ServiceState& s = serviceState;
-  int old = s.dataChannelClientFd.exchange(-1);
-  if (old != -1) close(old);
+  {
+    std::lock_guard<std::mutex> guard(s.dataChannelSendLock);
+    int old = s.dataChannelClientFd.exchange(-1);
+    if (old != -1) close(old);
+  }
 
   int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (listener < 0) {
@@ -105,6 +109,7 @@ void DataChannel::serve() {
     limit.tv_sec = kDataChannelSendTimeoutMs / 1000;
     limit.tv_usec = (kDataChannelSendTimeoutMs % 1000) * 1000;
     (void)setsockopt(client, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+    std::lock_guard<std::mutex> guard(s.dataChannelSendLock);
     int previous = s.dataChannelClientFd.exchange(client);
     if (previous > 0) close(previous);
   }
@@ -114,12 +119,18 @@ void startDataChannel() { serviceState.dataChannel = makeOwned<DataChannel>(); }
 
 void stopDataChannel() {
   ServiceState& s = serviceState;
-  int client = s.dataChannelClientFd.exchange(-1);
-  if (client != -1) close(client);
+  {
+    std::lock_guard<std::mutex> guard(s.dataChannelSendLock);
+    int client = s.dataChannelClientFd.exchange(-1);
+    if (client != -1) close(client);
+  }
   s.dataChannel.reset();
 }
 
 int dataChannelWrite(const char* data, size_t length) {
+  // Held through the send: a stalled client costs at most the send timeout, and the accepting
+  // thread cannot close this descriptor under the send.
+  std::lock_guard<std::mutex> guard(serviceState.dataChannelSendLock);
   int fd = serviceState.dataChannelClientFd.load();
   if (fd == -1) return -1;
   const ssize_t n = send(fd, data, length, MSG_NOSIGNAL);

@@ -43,6 +43,9 @@ struct ServiceState {
 
   // Data channel: the thread writes the client descriptor; every thread that notifies reads it.
   std::atomic<int> dataChannelClientFd{-1};
+  // Taken to send on dataChannelClientFd and to close or replace it, so that a descriptor is
+  // never closed, and its number reused, while another thread is sending on it.
+  std::mutex dataChannelSendLock;
   Owned<DataChannel> dataChannel;         // its thread and listener; main starts and stops it
   char macAddress[24] = "00:00:00:00:00:00";
   bool macAddressKnown = false;
