@@ -1,14 +1,14 @@
 """Start, drive and stop tessera-readersim from end-to-end tests, and talk raw LLRP to it.
 
     with simctl.Simulator(["--antennas", "2"]) as sim:
-        client = simctl.LlrpClient(sim.llrp_port)
+        client = simctl.connect(sim)
         ...
         sim.control("gpi 1 1")          # -> "ok gpi 1=1"
         sim.stats()["reads_sent"]
     # leaving the block sends SIGTERM and fails the test on a non-zero exit or a sanitizer report
 
 The LLRP part is deliberately small and struct-based: frames, TLV/TV parameters and the few
-parameters the tests look into. It is a test peer, not a codec.
+parameters the tests build or look into. It is a test peer, not a codec.
 """
 
 import os
@@ -22,8 +22,7 @@ from harness import BIN, SANITIZER_MARKS, wait_until
 
 VENDOR = 32473          # the simulator's vendor number
 PHASE_SUBTYPE = 1       # Custom parameter in TagReportData: s16 raw phase
-SAVE_SUBTYPE = 1        # CUSTOM_MESSAGE: save configuration
-SAVE_REPLY_SUBTYPE = 2  # CUSTOM_MESSAGE: its reply, data = LLRPStatus
+SAVE_SUBTYPE = 1        # CUSTOM_MESSAGE: save configuration; the reply carries an LLRPStatus
 
 
 class Simulator:
@@ -31,13 +30,8 @@ class Simulator:
 
     def __init__(self, args=()):
         self.args = list(args)
-        self.proc = None
-        self.llrp_port = 0
-        self.control_port = 0
-        self.returncode = None
-        self._dir = None
-        self._stderr = None
-        self._control = None
+        self.proc = self._dir = self._stderr = self._control = None
+        self.llrp_port = self.control_port = 0
 
     def start(self, timeout=10.0):
         self._dir = tempfile.TemporaryDirectory(prefix="readersim-")
@@ -63,8 +57,7 @@ class Simulator:
             self.stop(check=False)
             raise
         if not found:
-            text = self.stop(check=False)
-            raise RuntimeError("simulator did not become ready: " + text)
+            raise RuntimeError("simulator did not become ready: " + self.stop(check=False))
         self.llrp_port, self.control_port = found
         return self
 
@@ -95,30 +88,27 @@ class Simulator:
         return {k: int(v) for k, v in (kv.split("=") for kv in reply[3:].split())}
 
     def stop(self, check=True, timeout=15.0):
-        """SIGTERM, wait, and (check) raise AssertionError on a non-zero exit or sanitizer report."""
+        """SIGTERM, wait, and (check) raise AssertionError on a non-zero exit or sanitizer report;
+        the simulator's stderr. Stopping a stopped simulator does nothing."""
+        if self.proc is None:
+            return ""
         if self._control is not None:
             self._control.close()
             self._control = None
-        if self.proc is not None and self.proc.poll() is None:
+        if self.proc.poll() is None:
             self.proc.terminate()
             try:
                 self.proc.wait(timeout)
             except subprocess.TimeoutExpired:
                 self.proc.kill()
                 self.proc.wait()
-        self.returncode = self.proc.returncode if self.proc else None
-        text = self.stderr()
-        if self._stderr is not None:
-            self._stderr.close()
-            self._stderr = None
-        if self._dir is not None:
-            self._dir.cleanup()
-            self._dir = None
-        self.proc = None
-        if check:
-            marks = [m for m in SANITIZER_MARKS if m in text]
-            if self.returncode != 0 or marks:
-                raise AssertionError("simulator exit %s %s\n%s" % (self.returncode, marks, text[-6000:]))
+        returncode, text = self.proc.returncode, self.stderr()
+        self._stderr.close()
+        self._dir.cleanup()
+        self.proc = self._stderr = self._dir = None
+        marks = [m for m in SANITIZER_MARKS if m in text]
+        if check and (returncode != 0 or marks):
+            raise AssertionError("simulator exit %s %s\n%s" % (returncode, marks, text[-6000:]))
         return text
 
     def __enter__(self):
@@ -132,20 +122,25 @@ class Simulator:
 
 # --- LLRP wire -------------------------------------------------------------------------------
 
-# Message types.
-GET_READER_CAPABILITIES, GET_READER_CONFIG, SET_READER_CONFIG = 1, 2, 3
-CLOSE_CONNECTION_RESPONSE, GET_READER_CAPABILITIES_RESPONSE = 4, 11
-GET_READER_CONFIG_RESPONSE, SET_READER_CONFIG_RESPONSE, CLOSE_CONNECTION = 12, 13, 14
+# Message types; a request's response type comes from response().
+GET_READER_CAPABILITIES, GET_READER_CONFIG, SET_READER_CONFIG, CLOSE_CONNECTION = 1, 2, 3, 14
 ADD_ROSPEC, DELETE_ROSPEC, START_ROSPEC, STOP_ROSPEC, ENABLE_ROSPEC, DISABLE_ROSPEC = 20, 21, 22, 23, 24, 25
-ADD_ROSPEC_RESPONSE, DELETE_ROSPEC_RESPONSE, START_ROSPEC_RESPONSE = 30, 31, 32
-STOP_ROSPEC_RESPONSE, ENABLE_ROSPEC_RESPONSE, DISABLE_ROSPEC_RESPONSE = 33, 34, 35
-DELETE_ACCESSSPEC, DELETE_ACCESSSPEC_RESPONSE = 41, 51
+GET_ROSPECS, DELETE_ACCESSSPEC, GET_READER_CONFIG_RESPONSE = 26, 41, 12
 GET_REPORT, RO_ACCESS_REPORT, KEEPALIVE, READER_EVENT_NOTIFICATION = 60, 61, 62, 63
 ENABLE_EVENTS_AND_REPORTS, KEEPALIVE_ACK, ERROR_MESSAGE, CUSTOM_MESSAGE = 64, 72, 100, 1023
 
 # Widths of the TV parameters LLRP 1.0.1 defines.
 TV_WIDTHS = {1: 2, 2: 8, 3: 8, 4: 8, 5: 8, 6: 1, 7: 2, 8: 2, 9: 4, 10: 2, 11: 2, 12: 2, 13: 12,
              14: 2, 15: 2, 16: 4, 17: 2, 18: 4}
+
+
+def response(request_type):
+    """The response type LLRP pairs with a request: ten on, but for CLOSE_CONNECTION's."""
+    return 4 if request_type == CLOSE_CONNECTION else request_type + 10
+
+
+def u32(n):
+    return struct.pack(">I", n)
 
 
 def frame(msg_type, msg_id, body=b""):
@@ -167,9 +162,8 @@ def params(data):
             at += 1 + w
         else:
             t, length = struct.unpack_from(">HH", data, at)
-            t &= 0x3FF
             assert length >= 4 and at + length <= len(data), "bad TLV length"
-            out.append((t, data[at + 4:at + length]))
+            out.append((t & 0x3FF, data[at + 4:at + length]))
             at += length
     return out
 
@@ -190,12 +184,6 @@ def event_params(body):
     """The sub-parameters of a READER_EVENT_NOTIFICATION's ReaderEventNotificationData."""
     (data,) = find(params(body), 246)
     return params(data)
-
-
-def connection_status(body):
-    """ConnectionAttemptEvent status of a READER_EVENT_NOTIFICATION, or None."""
-    found = find(event_params(body), 256)
-    return struct.unpack(">H", found[0])[0] if found else None
 
 
 # TV parameters of a TagReportData: type -> (key, struct format).
@@ -231,28 +219,23 @@ def gpi_trigger(port, event=True, timeout_ms=0):
 
 
 def rospec(rospec_id, start_type=0, stop_type=0, duration_ms=0, antennas=(0,), ai_stop=None,
-           start_params=b"", stop_params=b"", report=None, antenna_configs=b""):
+           start_params=b"", stop_params=b"", report=b"", antenna_configs=b""):
     """An ROSpec parameter with one AISpec and one InventoryParameterSpec (ID 1, Gen2)."""
     start = tlv(179, struct.pack(">B", start_type) + start_params)
     stop = tlv(182, struct.pack(">BI", stop_type, duration_ms) + stop_params)
-    boundary = tlv(178, start + stop)
-    if ai_stop is None:
-        ai_stop = tlv(184, struct.pack(">BI", 0, 0))
     inventory = tlv(186, struct.pack(">HB", 1, 1) + antenna_configs)
-    ai = tlv(183, struct.pack(">H", len(antennas)) + b"".join(struct.pack(">H", a) for a in antennas)
-             + ai_stop + inventory)
-    body = struct.pack(">IBB", rospec_id, 0, 0) + boundary + ai
-    if report is not None:
-        body += report
-    return tlv(177, body)
+    ai = tlv(183, struct.pack(">H%dH" % len(antennas), len(antennas), *antennas)
+             + (ai_stop or aispec_stop(0)) + inventory)
+    return tlv(177, struct.pack(">IBB", rospec_id, 0, 0) + tlv(178, start + stop) + ai + report)
 
 
-def ai_stop(stop_type, duration_ms=0, extra=b""):
+def aispec_stop(stop_type, duration_ms=0, tags=0, attempts=0, timeout_ms=0):
+    """AISpecStopTrigger; with a TagObservationTrigger (N tags or N attempts) for type 3."""
+    extra = b""
+    if stop_type == 3:
+        kind = 0 if tags else 2
+        extra = tlv(185, struct.pack(">BBHHHI", kind, 0, tags, attempts, 0, timeout_ms))
     return tlv(184, struct.pack(">BI", stop_type, duration_ms) + extra)
-
-
-def tag_observation(trigger_type, tags=0, attempts=0, t_ms=0, timeout_ms=0):
-    return tlv(185, struct.pack(">BBHHHI", trigger_type, 0, tags, attempts, t_ms, timeout_ms))
 
 
 REPORT_FIELDS = ("rospec_id", "spec_index", "inv_param_spec_id", "antenna", "channel", "rssi",
@@ -261,10 +244,7 @@ REPORT_FIELDS = ("rospec_id", "spec_index", "inv_param_spec_id", "antenna", "cha
 
 def ro_report_spec(trigger=1, n=1, fields=(), pc=False, crc=False):
     """ROReportSpec with the named TagReportContentSelector fields enabled."""
-    bits = 0
-    for i, name in enumerate(REPORT_FIELDS):
-        if name in fields:
-            bits |= 1 << (15 - i)
+    bits = sum(1 << (15 - i) for i, name in enumerate(REPORT_FIELDS) if name in fields)
     selector = struct.pack(">H", bits)
     if pc or crc:
         selector += tlv(348, struct.pack(">B", (0x80 if crc else 0) | (0x40 if pc else 0)))
@@ -298,13 +278,13 @@ def keepalive_spec(period_ms):
 class LlrpClient:
     """A blocking LLRP client over TCP that keeps every frame it sent and received in order."""
 
-    def __init__(self, port, host="127.0.0.1", timeout=5.0, rcvbuf=None):
+    def __init__(self, port, rcvbuf=None):
         self.sock = socket.socket(socket.AF_INET, socket.SOCK_STREAM)
         if rcvbuf is not None:
             # Before connect, so that the window the reader sees is small from the start.
             self.sock.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, rcvbuf)
-        self.sock.settimeout(timeout)
-        self.sock.connect((host, port))
+        self.sock.settimeout(5.0)
+        self.sock.connect(("127.0.0.1", port))
         self.buf = b""
         self.backlog = []      # received messages not yet asked for
         self.frames = []       # ("out"|"in", bytes) of everything exchanged, for captures
@@ -357,31 +337,47 @@ class LlrpClient:
                 return m
             self.backlog.append(m)
 
-    def transact(self, msg_type, body, response_type, timeout=5.0):
-        """Sends a request and returns (response type, body) of the reply with its ID."""
-        t, _, reply = self.recv((response_type, ERROR_MESSAGE), timeout,
-                                msg_id=self.send(msg_type, body))
+    def transact(self, msg_type, body=b""):
+        """Sends a request; (type, body) of the reply with its ID, its response or an error."""
+        t, _, reply = self.recv((response(msg_type), ERROR_MESSAGE), msg_id=self.send(msg_type, body))
         return t, reply
 
-    def request_ok(self, msg_type, body, response_type):
-        """transact() that asserts a response with status M_Success."""
-        t, body = self.transact(msg_type, body, response_type)
-        assert t == response_type, "got message type %d: %r" % (t, status_of(body))
+    def request_ok(self, msg_type, body=b""):
+        """transact() that asserts a response with status M_Success; its body."""
+        t, body = self.transact(msg_type, body)
+        assert t == response(msg_type), "got message type %d: %r" % (t, status_of(body))
         code, text = status_of(body)
         assert code == 0, "status %d: %s" % (code, text)
         return body
 
+    def run_rospec(self, rospec_param, start=True):
+        """Adds and enables an ROSpec, and starts it unless its own trigger is to."""
+        rospec_id = rospec_param[4:8]
+        self.request_ok(ADD_ROSPEC, rospec_param)
+        self.request_ok(ENABLE_ROSPEC, rospec_id)
+        if start:
+            self.request_ok(START_ROSPEC, rospec_id)
+
+    def event(self, param_type, timeout=5.0, match=lambda p: True):
+        """The first parameter of param_type for which match holds in the next event
+        notification that has one."""
+        def found(body):
+            return [p for p in find(event_params(body), param_type) if match(p)]
+        _, _, body = self.recv(READER_EVENT_NOTIFICATION, timeout, match=found)
+        return found(body)[0]
+
     def connect_event(self, timeout=5.0):
         """The ConnectionAttemptEvent status the reader greets with."""
-        _, _, body = self.recv(READER_EVENT_NOTIFICATION, timeout,
-                               match=lambda b: connection_status(b) is not None)
-        return connection_status(body)
+        return struct.unpack(">H", self.event(256, timeout))[0]
 
     def close(self):
-        try:
-            self.sock.close()
-        except OSError:
-            pass
+        self.sock.close()
 
-    def __del__(self):
-        self.close()
+    __del__ = close  # a client a test drops closes with it
+
+
+def connect(sim, rcvbuf=None):
+    """A client of sim that the reader has greeted with ConnectionAttemptEvent Success."""
+    c = LlrpClient(sim.llrp_port, rcvbuf)
+    assert c.connect_event() == 0
+    return c
