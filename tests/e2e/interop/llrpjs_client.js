@@ -18,10 +18,11 @@ const durationMs = Number(process.argv[3] || 1000);
 const ROSPEC_ID = 77;
 
 const reader = new LLRPClient({ host: "127.0.0.1", port });
-const summary = { reports: 0, tags: [], fields: [], events: [] };
+const summary = { reports: 0, tags: [], fields: [] };
 const fields = new Set();
 
 const asList = (x) => (x === undefined ? [] : Array.isArray(x) ? x : [x]);
+const sleep = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
 
 reader.on("RO_ACCESS_REPORT", (msg) => {
   summary.reports += 1;
@@ -30,61 +31,50 @@ reader.on("RO_ACCESS_REPORT", (msg) => {
     if (summary.tags.length < 50) summary.tags.push(tag);
   }
 });
-reader.on("READER_EVENT_NOTIFICATION", (msg) => {
-  const data = msg.toLLRPData().data.ReaderEventNotificationData || {};
-  summary.events.push(Object.keys(data).filter((k) => k !== "UTCTimestamp" && k !== "Uptime"));
-});
-
-const sleep = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
 reader.on("error", (err) => {
   summary.error = String(err);
 });
 
-// A request's reply and its status text ("M_Success" when all went well).
-async function request(message) {
-  const reply = await reader.transact(message);
-  const data = reply.toLLRPData();
-  return { name: data.type, status: data.data.LLRPStatus.StatusCode, data: data.data };
+// Sends a request of the named type; its reply's data, with the reply's status text
+// ("M_Success" when all went well) kept in the summary as <step>Status.
+async function request(step, type, data) {
+  const reply = (await reader.transact(new LLRPCore[type]({ data }))).toLLRPData().data;
+  summary[step + "Status"] = reply.LLRPStatus.StatusCode;
+  return reply;
 }
 
-const ADD_ROSPEC = {
-  data: {
-    ROSpec: {
-      ROSpecID: ROSPEC_ID,
-      Priority: 0,
-      CurrentState: "Disabled",
-      ROBoundarySpec: {
-        ROSpecStartTrigger: { ROSpecStartTriggerType: "Null" },
-        ROSpecStopTrigger: { ROSpecStopTriggerType: "Duration", DurationTriggerValue: durationMs },
+const ROSPEC = {
+  ROSpecID: ROSPEC_ID,
+  Priority: 0,
+  CurrentState: "Disabled",
+  ROBoundarySpec: {
+    ROSpecStartTrigger: { ROSpecStartTriggerType: "Null" },
+    ROSpecStopTrigger: { ROSpecStopTriggerType: "Duration", DurationTriggerValue: durationMs },
+  },
+  AISpec: {
+    AntennaIDs: [1, 2],
+    AISpecStopTrigger: { AISpecStopTriggerType: "Null", DurationTrigger: 0 },
+    InventoryParameterSpec: {
+      InventoryParameterSpecID: 9,
+      ProtocolID: "EPCGlobalClass1Gen2",
+      AntennaConfiguration: {
+        AntennaID: 0,
+        RFTransmitter: { HopTableID: 1, ChannelIndex: 1, TransmitPower: 81 },
       },
-      AISpec: {
-        AntennaIDs: [1, 2],
-        AISpecStopTrigger: { AISpecStopTriggerType: "Null", DurationTrigger: 0 },
-        InventoryParameterSpec: {
-          InventoryParameterSpecID: 9,
-          ProtocolID: "EPCGlobalClass1Gen2",
-          AntennaConfiguration: {
-            AntennaID: 0,
-            RFTransmitter: { HopTableID: 1, ChannelIndex: 1, TransmitPower: 81 },
-          },
-        },
-      },
-      ROReportSpec: {
-        ROReportTrigger: "Upon_N_Tags_Or_End_Of_ROSpec",
-        N: 1,
-        TagReportContentSelector: {
-          EnableROSpecID: true,
-          EnableSpecIndex: false,
-          EnableInventoryParameterSpecID: true,
-          EnableAntennaID: true,
-          EnableChannelIndex: true,
-          EnablePeakRSSI: true,
-          EnableFirstSeenTimestamp: true,
-          EnableLastSeenTimestamp: false,
-          EnableTagSeenCount: true,
-          EnableAccessSpecID: false,
-        },
-      },
+    },
+  },
+  ROReportSpec: {
+    ROReportTrigger: "Upon_N_Tags_Or_End_Of_ROSpec",
+    N: 1,
+    // The fields not named here are off.
+    TagReportContentSelector: {
+      EnableROSpecID: true,
+      EnableInventoryParameterSpecID: true,
+      EnableAntennaID: true,
+      EnableChannelIndex: true,
+      EnablePeakRSSI: true,
+      EnableFirstSeenTimestamp: true,
+      EnableTagSeenCount: true,
     },
   },
 };
@@ -96,49 +86,34 @@ const ADD_ROSPEC = {
     .toLLRPData()
     .data.ReaderEventNotificationData.ConnectionAttemptEvent.Status;
 
-  const caps = await request(new LLRPCore.GET_READER_CAPABILITIES({ data: { RequestedData: "All" } }));
-  const general = caps.data.GeneralDeviceCapabilities;
-  const powers = asList(
-    caps.data.RegulatoryCapabilities.UHFBandCapabilities.TransmitPowerLevelTableEntry,
-  );
-  summary.capsStatus = caps.status;
-  summary.antennas = general.MaxNumberOfAntennaSupported;
-  summary.manufacturer = general.DeviceManufacturerName;
-  summary.powers = powers.map((p) => p.TransmitPowerValue);
+  const caps = await request("caps", "GET_READER_CAPABILITIES", { RequestedData: "All" });
+  summary.antennas = caps.GeneralDeviceCapabilities.MaxNumberOfAntennaSupported;
+  summary.manufacturer = caps.GeneralDeviceCapabilities.DeviceManufacturerName;
+  summary.powers = asList(
+    caps.RegulatoryCapabilities.UHFBandCapabilities.TransmitPowerLevelTableEntry,
+  ).map((p) => p.TransmitPowerValue);
+  const cfg = await request("config", "GET_READER_CONFIG", {
+    AntennaID: 0,
+    RequestedData: "All",
+    GPIPortNum: 0,
+    GPOPortNum: 0,
+  });
+  summary.antennaConfigurations = asList(cfg.AntennaConfiguration).length;
 
-  const cfg = await request(
-    new LLRPCore.GET_READER_CONFIG({
-      data: { AntennaID: 0, RequestedData: "All", GPIPortNum: 0, GPOPortNum: 0 },
-    }),
-  );
-  summary.configStatus = cfg.status;
-  summary.antennaConfigurations = asList(cfg.data.AntennaConfiguration).length;
-
-  summary.deleteStatus = (await request(new LLRPCore.DELETE_ROSPEC({ data: { ROSpecID: 0 } }))).status;
-  summary.resetStatus = (
-    await request(new LLRPCore.SET_READER_CONFIG({ data: { ResetToFactoryDefault: true } }))
-  ).status;
+  await request("delete", "DELETE_ROSPEC", { ROSpecID: 0 });
+  await request("reset", "SET_READER_CONFIG", { ResetToFactoryDefault: true });
   // Fewer messages back to back: no AISpec events, and the ROSpec's end is waited for by time.
   const quiet = ["GPI_Event", "ROSpec_Event", "AISpec_Event", "Antenna_Event"].map((t) => ({
     EventType: t,
     NotificationState: false,
   }));
-  summary.eventsStatus = (
-    await request(
-      new LLRPCore.SET_READER_CONFIG({
-        data: {
-          ResetToFactoryDefault: false,
-          ReaderEventNotificationSpec: { EventNotificationState: quiet },
-        },
-      }),
-    )
-  ).status;
-  summary.addStatus = (await request(new LLRPCore.ADD_ROSPEC(ADD_ROSPEC))).status;
-  summary.enableStatus = (
-    await request(new LLRPCore.ENABLE_ROSPEC({ data: { ROSpecID: ROSPEC_ID } }))
-  ).status;
-  summary.startStatus = (await request(new LLRPCore.START_ROSPEC({ data: { ROSpecID: ROSPEC_ID } })))
-    .status;
+  await request("events", "SET_READER_CONFIG", {
+    ResetToFactoryDefault: false,
+    ReaderEventNotificationSpec: { EventNotificationState: quiet },
+  });
+  await request("add", "ADD_ROSPEC", { ROSpec: ROSPEC });
+  await request("enable", "ENABLE_ROSPEC", { ROSpecID: ROSPEC_ID });
+  await request("start", "START_ROSPEC", { ROSpecID: ROSPEC_ID });
   await sleep(durationMs + 500);
   // A message left over from a shared read would be taken for the reply: listen instead.
   const closed = new Promise((resolve) => reader.once("CLOSE_CONNECTION_RESPONSE", resolve));
