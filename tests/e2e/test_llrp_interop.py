@@ -39,7 +39,8 @@ class Llrpjs(unittest.TestCase):
         self.assertEqual(out["connectStatus"], "Success")
         self.assertEqual((out["antennas"], out["manufacturer"]), (4, s.VENDOR))
         powers = out["powers"]
-        self.assertEqual((len(powers), powers[0], powers[-1], out["antennaConfigurations"]), (81, 1000, 3000, 4))
+        self.assertEqual((len(powers), powers[0], powers[-1], out["antennaConfigurations"]),
+                         (81, 1000, 3000, 4))
         for step in ("caps", "config", "delete", "reset", "events", "add", "enable", "start", "close"):
             self.assertEqual(out[step + "Status"], "M_Success", step)
         self.assertGreaterEqual(out["reports"], 5)
