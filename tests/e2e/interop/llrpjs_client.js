@@ -45,15 +45,13 @@ async function request(step, type, data) {
 
 const ROSPEC = {
   ROSpecID: ROSPEC_ID,
-  Priority: 0,
-  CurrentState: "Disabled",
   ROBoundarySpec: {
     ROSpecStartTrigger: { ROSpecStartTriggerType: "Null" },
     ROSpecStopTrigger: { ROSpecStopTriggerType: "Duration", DurationTriggerValue: durationMs },
   },
   AISpec: {
     AntennaIDs: [1, 2],
-    AISpecStopTrigger: { AISpecStopTriggerType: "Null", DurationTrigger: 0 },
+    AISpecStopTrigger: { AISpecStopTriggerType: "Null" },
     InventoryParameterSpec: {
       InventoryParameterSpecID: 9,
       ProtocolID: "EPCGlobalClass1Gen2",
@@ -92,12 +90,7 @@ const ROSPEC = {
   summary.powers = asList(
     caps.RegulatoryCapabilities.UHFBandCapabilities.TransmitPowerLevelTableEntry,
   ).map((p) => p.TransmitPowerValue);
-  const cfg = await request("config", "GET_READER_CONFIG", {
-    AntennaID: 0,
-    RequestedData: "All",
-    GPIPortNum: 0,
-    GPOPortNum: 0,
-  });
+  const cfg = await request("config", "GET_READER_CONFIG", { AntennaID: 0, RequestedData: "All" });
   summary.antennaConfigurations = asList(cfg.AntennaConfiguration).length;
 
   await request("delete", "DELETE_ROSPEC", { ROSpecID: 0 });
