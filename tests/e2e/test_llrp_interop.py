@@ -1,6 +1,7 @@
 """tessera-readersim against independent LLRP implementations: the llrpjs client (npm) and
 Wireshark's LLRP dissector (tshark). A disagreement here is a bug in our codec or simulator."""
 
+import contextlib
 import json
 import os
 import shutil
@@ -88,11 +89,9 @@ def exercise(sim):
     c.send(s.CUSTOM_MESSAGE, u32(s.VENDOR) + bytes([s.SAVE_SUBTYPE]))
     c.recv(s.CUSTOM_MESSAGE)
     c.request_ok(s.CLOSE_CONNECTION)
-    try:
-        while True:
+    with contextlib.suppress(ConnectionError, TimeoutError):
+        while True:  # until the reader hangs up, so that its last frames are in too
             c.recv(timeout=3)
-    except (ConnectionError, TimeoutError):
-        pass
     c.close()
     return c
 
