@@ -42,22 +42,17 @@ class Simulator:
         self.proc = subprocess.Popen(argv, stdout=subprocess.DEVNULL, stderr=self._stderr)
 
         def ports():
-            if self.proc.poll() is not None:
-                raise RuntimeError("simulator exited with %s: %s" % (self.proc.returncode, self.stderr()))
             try:
                 with open(ready) as f:
                     fields = dict(kv.split("=") for kv in f.read().split())
                 return int(fields["llrp"]), int(fields["control"])
             except (OSError, ValueError, KeyError):
-                return None
+                return self.proc.poll() is not None  # an exit ends the wait too
 
-        try:
-            found = wait_until(ports, timeout)
-        except RuntimeError:
-            self.stop(check=False)
-            raise
-        if not found:
-            raise RuntimeError("simulator did not become ready: " + self.stop(check=False))
+        found = wait_until(ports, timeout)
+        if not isinstance(found, tuple):
+            raise RuntimeError("simulator did not become ready (exit %s): %s"
+                               % (self.proc.poll(), self.stop(check=False)))
         self.llrp_port, self.control_port = found
         return self
 

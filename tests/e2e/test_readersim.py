@@ -32,12 +32,10 @@ def collect_epcs(c, timeout=10.0):
 
 
 def antenna_powers(c):
+    """Antenna ID -> transmit power index, from the reader's AntennaConfigurations."""
     body = c.request_ok(s.GET_READER_CONFIG, struct.pack(">HBHH", 0, 3, 0, 0))
-    out = {}
-    for conf in s.find(s.params(body), 222):
-        (tx,) = s.find(s.params(conf[2:]), 224)
-        out[struct.unpack_from(">H", conf)[0]] = struct.unpack(">HHH", tx)[2]
-    return out
+    return {struct.unpack_from(">H", conf)[0]: struct.unpack(">HHH", s.find(s.params(conf[2:]), 224)[0])[2]
+            for conf in s.find(s.params(body), 222)}
 
 
 def set_config(c, *parts, reset=False):
