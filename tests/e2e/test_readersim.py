@@ -55,9 +55,8 @@ class Connection(unittest.TestCase):
         powers = [struct.unpack(">Hh", p) for p in s.find(band, 145)]
         self.assertEqual((len(powers), powers[0], powers[-1]), (91, (1, 1000), (91, 3250)))
         self.assertEqual(len(antenna_powers(c)), 2)
-        text = sim.stop()  # raises on a non-zero exit or a sanitizer report
+        sim.stop()  # raises on a non-zero exit or a sanitizer report
         c.event(257, 3)  # ConnectionCloseEvent
-        self.assertIn("shutting down", text)
 
     def test_second_client_is_turned_away_and_first_keeps_working(self):
         with s.Simulator() as sim:
