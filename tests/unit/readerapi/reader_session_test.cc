@@ -13,6 +13,7 @@
 #include <fstream>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "llrp/codec.h"
@@ -77,9 +78,7 @@ TEST_F(ReaderApiTest, CapabilitiesPowerSavedConfigurationAndReaderErrors) {
       << lastErrorText(handle_).c_str();
   uint16_t rx2 = 0, power2 = 0, freq2 = 0;
   ASSERT_EQ(RFID_GetAntennaConfig(handle_, 2, &rx2, &power2, &freq2), RFID_API_SUCCESS);
-  EXPECT_EQ(power2, 41);
-  EXPECT_EQ(rx2, rx);
-  EXPECT_EQ(freq2, freq);
+  EXPECT_EQ(std::tuple(rx2, power2, freq2), std::tuple(rx, uint16_t{41}, freq));
   EXPECT_NE(sim_.command("power").find("2=41"), std::string::npos);
   EXPECT_EQ(RFID_SetAntennaConfig(handle_, 2, rx, 500, freq), RFID_API_PARAM_OUT_OF_RANGE);
   EXPECT_EQ(RFID_GetAntennaConfig(handle_, 5, &rx, &power, &freq), RFID_API_PARAM_OUT_OF_RANGE);
@@ -235,11 +234,8 @@ TEST_F(ReaderApiTest, AntennaListAndPreFilterChooseWhatIsRead) {
 
 TEST_F(ReaderApiTest, DroppedLinkIsReportedAndReconnectResumesReading) {
   ASSERT_TRUE(sim_.start());
+  rec_.tryRequest = true;  // a callback may drain reads but not wait for the reader
   open();
-  {
-    std::lock_guard g(rec_.lock);
-    rec_.tryRequest = true;  // a callback may drain reads but not wait for the reader
-  }
   SingulationControl sc;
   ASSERT_EQ(RFID_GetSingulationControl(handle_, 1, &sc), RFID_API_SUCCESS);
   sc.session = 2;
@@ -278,11 +274,8 @@ TEST_F(ReaderApiTest, DroppedLinkIsReportedAndReconnectResumesReading) {
 // consumer drains, every read the reader sent arrives.
 TEST_F(ReaderApiTest, APausedConsumerHoldsTheReaderBackAndLosesNothing) {
   ASSERT_TRUE(sim_.start({"--rate", "3000"}));
+  rec_.drain = false;  // set before the callback is registered, so no lock is needed
   open();
-  {
-    std::lock_guard g(rec_.lock);
-    rec_.drain = false;
-  }
   TagStorageSettings s;
   ASSERT_EQ(RFID_GetTagStorageSettings(handle_, &s), RFID_API_SUCCESS);
   s.maxTagCount = 100;

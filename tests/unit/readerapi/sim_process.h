@@ -123,10 +123,9 @@ class SimProcess {
   // Starts the simulator with extra arguments; false when it did not report its ports in 10 s.
   bool start(const std::vector<std::string>& extra = {}) {
     const std::string bin = binary();
-    char dir[] = "/tmp/rapi-sim-XXXXXX";
-    if (bin.empty() || ::mkdtemp(dir) == nullptr) return false;
-    dir_ = dir;
-    const std::string ready = dir_ + "/ready";
+    char ready[] = "/tmp/rapi-sim-ready-XXXXXX";  // empty until the simulator replaces it
+    if (bin.empty() || ::close(::mkstemp(ready)) != 0) return false;
+    ready_ = ready;
     std::vector<std::string> args = {bin, "--port", "0", "--control", "0", "--ready-file", ready};
     args.insert(args.end(), extra.begin(), extra.end());
     std::vector<char*> argv;
@@ -138,7 +137,7 @@ class SimProcess {
     posix_spawn_file_actions_adddup2(&quiet, 1, 2);
     if (::posix_spawn(&pid_, argv[0], &quiet, nullptr, argv.data(), environ) != 0) pid_ = -1;
     posix_spawn_file_actions_destroy(&quiet);
-    for (int i = 0; pid_ > 0 && i < 500; ++i) {  // the simulator writes the file in one step
+    for (int i = 0; pid_ > 0 && i < 500; ++i) {  // it writes the file in one step
       std::ifstream in(ready);
       std::string line;
       if (std::getline(in, line) &&
@@ -155,10 +154,7 @@ class SimProcess {
       ::kill(pid_, SIGTERM);
       ::waitpid(pid_, nullptr, 0);
     }
-    if (!dir_.empty()) {
-      ::unlink((dir_ + "/ready").c_str());
-      ::rmdir(dir_.c_str());
-    }
+    if (!ready_.empty()) ::unlink(ready_.c_str());
   }
 
   int llrpPort() const { return llrpPort_; }
@@ -197,7 +193,7 @@ class SimProcess {
 
  private:
   pid_t pid_ = -1;
-  std::string dir_;
+  std::string ready_;
   int llrpPort_ = 0;
   int controlPort_ = 0;
   int control_ = -1;
