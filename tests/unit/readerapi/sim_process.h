@@ -152,12 +152,15 @@ class SimProcess {
     if (control_ >= 0) ::close(control_);
     if (pid_ > 0) {
       ::kill(pid_, SIGTERM);
+      ::kill(pid_, SIGCONT);  // in case a failed test left it frozen
       ::waitpid(pid_, nullptr, 0);
     }
     if (!ready_.empty()) ::unlink(ready_.c_str());
   }
 
   int llrpPort() const { return llrpPort_; }
+  // Stops or resumes the process: a frozen reader keeps its TCP connections up but says nothing.
+  void freeze(bool on) { ::kill(pid_, on ? SIGSTOP : SIGCONT); }
 
   // Sends one control command and returns its reply line ("ok ..." or "error ...").
   std::string command(const std::string& line) {
