@@ -12,6 +12,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
@@ -56,14 +57,14 @@ inline RfidStatus connectLoopback(ReaderHandle& h, int port, uint32_t keepaliveM
 // Counts the events of one handle; optionally drains tag reads from inside the callback, or
 // tries a request there that the library must refuse.
 struct Recorder {
-  std::mutex lock;  // guards every member below
+  std::mutex lock;  // guards counts, reads and last
   std::condition_variable changed;
   uint32_t counts[kRfidEventTypeCount] = {};
   uint64_t reads = 0;
   ReaderTagData last;
-  bool drain = true;
-  bool tryRequest = false;
-  RfidStatus requestFromCallback = RFID_API_SUCCESS;
+  std::atomic<RfidStatus> requestFromCallback = RFID_API_SUCCESS;
+  bool drain = true;                     // set before listenTo(), then only read
+  std::atomic<bool> tryRequest = false;  // may be turned off while events come
 
   // Registers for every event of h, in an order unlike the codes' own.
   RfidStatus listenTo(ReaderHandle h) {
@@ -74,31 +75,24 @@ struct Recorder {
 
   static void onEvent(ReaderHandle h, uint32_t code, void* context) {
     auto* r = static_cast<Recorder*>(context);
-    std::unique_lock g(r->lock);
-    const bool drain = r->drain, tryRequest = r->tryRequest;
-    g.unlock();  // the library's calls below must not run under the test's lock
     uint64_t got = 0;
     ReaderTagData t;
-    while (code == TAG_READ_EVENT && drain && RFID_GetReadTag(h, &t) == RFID_API_SUCCESS) ++got;
-    const RfidStatus fromCallback = tryRequest ? RFID_StopInventory(h) : RFID_API_SUCCESS;
-    g.lock();
+    while (code == TAG_READ_EVENT && r->drain && RFID_GetReadTag(h, &t) == RFID_API_SUCCESS) ++got;
+    if (r->tryRequest) r->requestFromCallback = RFID_StopInventory(h);
+    std::lock_guard g(r->lock);  // not held above: the library's calls must not wait on it
     if (code < kRfidEventTypeCount) ++r->counts[code];
     if (got > 0) r->last = t;
     r->reads += got;
-    if (tryRequest) r->requestFromCallback = fromCallback;
     r->changed.notify_all();
   }
 
   bool waitEvent(uint32_t code, uint32_t atLeast) {
-    return waitUntil([&] { return counts[code] >= atLeast; });
+    std::unique_lock g(lock);
+    return changed.wait_for(g, std::chrono::seconds(5), [&] { return counts[code] >= atLeast; });
   }
   bool waitReads(uint64_t atLeast) {
-    return waitUntil([&] { return reads >= atLeast; });
-  }
-  template <class Done>
-  bool waitUntil(Done done) {
     std::unique_lock g(lock);
-    return changed.wait_for(g, std::chrono::seconds(5), done);
+    return changed.wait_for(g, std::chrono::seconds(5), [&] { return reads >= atLeast; });
   }
   uint32_t count(uint32_t code) {
     std::lock_guard g(lock);
