@@ -20,7 +20,6 @@
 #include <fstream>
 #include <iterator>
 #include <mutex>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -181,11 +180,9 @@ class SimProcess {
 
   // One counter of the "stats" line, or -1.
   long stat(const std::string& key) {
-    std::istringstream in(command("stats"));
-    for (std::string word; in >> word;) {
-      if (word.rfind(key + "=", 0) == 0) return std::atol(word.c_str() + key.size() + 1);
-    }
-    return -1;
+    const std::string line = command("stats");  // "ok key=value key=value ..."
+    const size_t at = line.find(" " + key + "=");
+    return at == std::string::npos ? -1 : std::atol(line.c_str() + at + key.size() + 2);
   }
 
  private:
