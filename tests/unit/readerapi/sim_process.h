@@ -153,7 +153,9 @@ class SimProcess {
 
   int llrpPort() const { return llrpPort_; }
   // Stops or resumes the process: a frozen reader keeps its TCP connections up but says nothing.
-  void freeze(bool on) { ::kill(pid_, on ? SIGSTOP : SIGCONT); }
+  void freeze(bool on) {
+    if (pid_ > 0) ::kill(pid_, on ? SIGSTOP : SIGCONT);  // never -1: that means every process
+  }
 
   // Sends one control command and returns its reply line ("ok ..." or "error ...").
   std::string command(const std::string& line) {
