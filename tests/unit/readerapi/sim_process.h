@@ -56,11 +56,10 @@ inline RfidStatus connectLoopback(ReaderHandle& h, int port, uint32_t keepaliveM
 // Counts the events of one handle; optionally drains tag reads from inside the callback, or
 // tries a request there that the library must refuse.
 struct Recorder {
-  std::mutex lock;  // guards counts, reads and last
+  std::mutex lock;  // guards counts and reads
   std::condition_variable changed;
   uint32_t counts[kRfidEventTypeCount] = {};
   uint64_t reads = 0;
-  ReaderTagData last;
   std::atomic<RfidStatus> requestFromCallback = RFID_API_SUCCESS;
   bool drain = true;                     // set before listenTo(), then only read
   std::atomic<bool> tryRequest = false;  // may be turned off while events come
@@ -80,7 +79,6 @@ struct Recorder {
     if (r->tryRequest) r->requestFromCallback = RFID_StopInventory(h);
     std::lock_guard g(r->lock);  // not held above: the library's calls must not wait on it
     if (code < kRfidEventTypeCount) ++r->counts[code];
-    if (got > 0) r->last = t;
     r->reads += got;
     r->changed.notify_all();
   }
