@@ -262,7 +262,7 @@ TEST_F(ReaderApiTest, DroppedLinkIsReportedAndReconnectResumesReading) {
 // consumer drains, every read the reader sent arrives.
 TEST_F(ReaderApiTest, APausedConsumerHoldsTheReaderBackAndLosesNothing) {
   ASSERT_TRUE(sim_.start({"--rate", "3000"}));
-  rec_.drain = false;  // set before the callback is registered, so no lock is needed
+  rec_.drain = false;  // the paused consumer
   open();
   TagStorageSettings s;
   ASSERT_EQ(RFID_GetTagStorageSettings(handle_, &s), RFID_API_SUCCESS);
