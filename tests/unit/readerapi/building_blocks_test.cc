@@ -1,14 +1,16 @@
-// Tag buffer episodes, the ROSpec built for each trigger kind, and the status texts.
+// The library's parts checked without a reader: tag buffer episodes, the ROSpec built for each
+// trigger kind, unknown handles, what the library makes of the reader's capabilities and tag
+// reports, and which reads the post-filter lets through.
 #include <gtest/gtest.h>
 
-#include <cwchar>
-#include <set>
-#include <string>
 #include <thread>
 
+#include "llrp/vendor_extension.h"
+#include "readerapi/reader_caps.h"
 #include "readerapi/rfid_api.h"
 #include "readerapi/rospec_builder.h"
 #include "readerapi/tag_buffer.h"
+#include "readerapi/tag_report.h"
 
 namespace tessera::readerapi {
 namespace {
@@ -82,12 +84,9 @@ TEST(TagBuffer, ResizeClampsAndEmpties) {
   EXPECT_EQ(b.capacity(), TagBuffer::kMaxCapacity);
 }
 
-InventoryRequest requestWith(StartTriggerType start, StopTriggerType stop) {
+InventoryRequest requestWith(StopTriggerType stop) {
   InventoryRequest r;
   r.roSpecId = 7;
-  r.triggers.start.type = start;
-  r.triggers.start.periodMs = 1500;
-  r.triggers.start.gpiPort = 1;
   r.triggers.stop.type = stop;
   r.triggers.stop.durationMs = 5000;
   r.triggers.stop.gpiPort = 2;
@@ -105,42 +104,32 @@ InventoryRequest requestWith(StartTriggerType start, StopTriggerType stop) {
 // Start triggers are checked against the simulator (reader_session_test.cc), which starts only
 // on the trigger it was given; the stop triggers' values are not all visible there.
 TEST(RoSpecBuilder, StopTriggers) {
+  using llrp::ROSpecStopTriggerType, llrp::TagObservationTriggerType;
   bool needsStart;
-  auto dur =
-      buildRoSpec(requestWith(StartTriggerType::Immediate, StopTriggerType::Duration), needsStart);
-  EXPECT_EQ(dur.roBoundarySpec.roSpecStopTrigger.roSpecStopTriggerType,
-            llrp::ROSpecStopTriggerType::kDuration);
-  EXPECT_EQ(dur.roBoundarySpec.roSpecStopTrigger.durationTriggerValue, 5000u);
-
-  auto gpi =
-      buildRoSpec(requestWith(StartTriggerType::Immediate, StopTriggerType::Gpi), needsStart);
-  EXPECT_EQ(gpi.roBoundarySpec.roSpecStopTrigger.roSpecStopTriggerType,
-            llrp::ROSpecStopTriggerType::kGPIWithTimeout);
-  EXPECT_EQ(gpi.roBoundarySpec.roSpecStopTrigger.gpiTriggerValue->gpiPortNum, 2);
-
-  auto tags =
-      buildRoSpec(requestWith(StartTriggerType::Immediate, StopTriggerType::TagCount), needsStart);
-  const auto& t = tags.aiSpecs[0].aiSpecStopTrigger;
-  EXPECT_EQ(t.aiSpecStopTriggerType, llrp::AISpecStopTriggerType::kTagObservation);
-  EXPECT_EQ(t.tagObservationTrigger->triggerType,
-            llrp::TagObservationTriggerType::kUponSeeingNTagsOrTimeout);
-  EXPECT_EQ(t.tagObservationTrigger->numberOfTags, 100);
-
-  auto rounds = buildRoSpec(requestWith(StartTriggerType::Immediate, StopTriggerType::RoundCount),
-                            needsStart);
-  const auto& r = rounds.aiSpecs[0].aiSpecStopTrigger;
-  EXPECT_EQ(r.tagObservationTrigger->triggerType,
-            llrp::TagObservationTriggerType::kNAttemptsToSeeAllTagsInFOVOrTimeout);
-  EXPECT_EQ(r.tagObservationTrigger->numberOfAttempts, 3);
-
-  auto zero = requestWith(StartTriggerType::Immediate, StopTriggerType::Duration);
+  auto built = [&](StopTriggerType type) { return buildRoSpec(requestWith(type), needsStart); };
+  const auto dur = built(StopTriggerType::Duration).roBoundarySpec.roSpecStopTrigger;
+  EXPECT_EQ(dur.roSpecStopTriggerType, ROSpecStopTriggerType::kDuration);
+  EXPECT_EQ(dur.durationTriggerValue, 5000u);
+  const auto gpi = built(StopTriggerType::Gpi).roBoundarySpec.roSpecStopTrigger;
+  EXPECT_EQ(gpi.roSpecStopTriggerType, ROSpecStopTriggerType::kGPIWithTimeout);
+  EXPECT_EQ(gpi.gpiTriggerValue->gpiPortNum, 2);
+  const auto tags = built(StopTriggerType::TagCount).aiSpecs[0].aiSpecStopTrigger;
+  EXPECT_EQ(tags.aiSpecStopTriggerType, llrp::AISpecStopTriggerType::kTagObservation);
+  EXPECT_EQ(tags.tagObservationTrigger->triggerType,
+            TagObservationTriggerType::kUponSeeingNTagsOrTimeout);
+  EXPECT_EQ(tags.tagObservationTrigger->numberOfTags, 100);
+  const auto rounds = built(StopTriggerType::RoundCount).aiSpecs[0].aiSpecStopTrigger;
+  EXPECT_EQ(rounds.tagObservationTrigger->triggerType,
+            TagObservationTriggerType::kNAttemptsToSeeAllTagsInFOVOrTimeout);
+  EXPECT_EQ(rounds.tagObservationTrigger->numberOfAttempts, 3);
+  auto zero = requestWith(StopTriggerType::Duration);
   zero.triggers.stop.durationMs = 0;  // "Delay:0" runs until stopped
   EXPECT_EQ(buildRoSpec(zero, needsStart).roBoundarySpec.roSpecStopTrigger.roSpecStopTriggerType,
-            llrp::ROSpecStopTriggerType::kNull);
+            ROSpecStopTriggerType::kNull);
 }
 
 TEST(RoSpecBuilder, AntennaPowerSessionFiltersAndReportFields) {
-  auto req = requestWith(StartTriggerType::Immediate, StopTriggerType::None);
+  auto req = requestWith(StopTriggerType::None);
   StoredPreFilter f;
   f.pattern = {0xE2, 0x80};
   f.patternBitCount = 16;
@@ -152,6 +141,7 @@ TEST(RoSpecBuilder, AntennaPowerSessionFiltersAndReportFields) {
   req.triggers.valueBlock.value = 4;
   bool needsStart;
   auto roSpec = buildRoSpec(req, needsStart);
+  EXPECT_EQ(roSpec.roSpecId, 7u);
   ASSERT_EQ(roSpec.aiSpecs.size(), 1u);
   EXPECT_EQ(roSpec.aiSpecs[0].antennaIds, std::vector<uint16_t>{2});
   const auto& ac = roSpec.aiSpecs[0].inventoryParameterSpecs[0].antennaConfigurations[0];
@@ -171,17 +161,6 @@ TEST(RoSpecBuilder, AntennaPowerSessionFiltersAndReportFields) {
   EXPECT_TRUE(sel.epcMemorySelectors.at(0).enablePCBits);
 }
 
-TEST(ErrorDescriptions, EveryStatusHasItsOwnText) {
-  const uint32_t statuses[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 100, 101, 102, 103, 104, 105};
-  std::set<std::wstring> texts;
-  for (uint32_t s : statuses) {
-    std::wstring t = RFID_GetErrorDescriptionW(s);
-    EXPECT_NE(t, RFID_GetErrorDescriptionW(9999)) << s;
-    texts.insert(t);
-  }
-  EXPECT_EQ(texts.size(), std::size(statuses));
-}
-
 TEST(Handles, UnknownHandlesFailWithoutTouchingTheReader) {
   ReaderTagData tag;
   EXPECT_EQ(RFID_GetReadTag(0, &tag), RFID_API_INVALID_HANDLE);
@@ -192,6 +171,86 @@ TEST(Handles, UnknownHandlesFailWithoutTouchingTheReader) {
   ReaderHandle h = 99;
   EXPECT_EQ(RFID_ConnectW(&h, L"no host with blanks", 5084, 0, nullptr), RFID_HOST_UNRESOLVED);
   EXPECT_EQ(h, 0u);
+}
+
+TEST(Translation, CapabilityTablesAreCutToFitAndPowersNeverNegative) {
+  llrp::GetReaderCapabilitiesResponse r;
+  r.generalDeviceCapabilities.emplace().maxNumberOfAntennaSupported = 2;
+  r.generalDeviceCapabilities->readerFirmwareVersion = "7.1.2";
+  for (uint16_t i = 0; i < kMaxSensitivityLevels + 3; ++i)
+    r.generalDeviceCapabilities->receiveSensitivityTable.push_back({i, static_cast<int16_t>(-i)});
+  auto& uhf = r.regulatoryCapabilities.emplace().uhfBandCapabilities.emplace();
+  uhf.transmitPowerLevels = {{1, 1000}, {2, -50}, {9, 3000}};
+  uhf.frequencyInformation.hopTables.push_back({1, {902750, 903250, 903750}});
+  const ReaderCaps caps = toReaderCaps(r);
+  EXPECT_EQ(caps.numAntennas, 2);
+  EXPECT_STREQ(caps.firmwareVersion, L"7.1.2");
+  EXPECT_EQ(caps.numReceiveSensitivities, kMaxSensitivityLevels);
+  ASSERT_EQ(caps.numTransmitPowerLevels, 3);
+  EXPECT_EQ(caps.transmitPowerIndexes[2], 9);
+  EXPECT_EQ(caps.transmitPowerLevels[1], 0);
+  EXPECT_EQ(caps.transmitPowerLevels[2], 3000);
+  EXPECT_EQ(caps.numChannels, 3);
+  EXPECT_EQ(toReaderCaps({}).numAntennas, 0);  // a reader that tells nothing: zeros, no failure
+}
+
+TEST(Translation, ATagReportKeepsItsFieldsAndLeftOutOnesReadAsNotReported) {
+  llrp::TagReportData r;
+  r.epc = llrp::EPC96{{0xE2, 0x80, 0x11, 0x60, 0x60, 0, 0x02, 0, 0, 0, 0, 0x01}};
+  r.antennaId = 3;
+  r.peakRSSI = -48;
+  r.c1g2PC = 0x3000;
+  r.tagSeenCount = 5;
+  r.lastSeenTimestampUTC = 1'700'000'000'987'000;
+  r.firstSeenTimestampUTC = 1'700'000'000'123'000;              // wins over the last seen time
+  r.customs.push_back({llrp::kVendorId + 1, 1, {0x12, 0x34}});  // another vendor's: ignored
+  r.customs.push_back({llrp::kVendorId, static_cast<uint32_t>(llrp::VendorParameter::kPhase),
+                       llrp::phaseData(-1234)});
+  const ReaderTagData t = toReaderTagData(r, kMaxTagIdBytes, 0);
+  ASSERT_EQ(t.tagIDLength, 12u);
+  EXPECT_EQ(t.tagID[11], 0x01);
+  EXPECT_EQ(t.antennaID, 3);
+  EXPECT_EQ(t.peakRSSI, -48);
+  EXPECT_EQ(t.channelIndex, kChannelNotReported);
+  EXPECT_EQ(t.PC, 0x3000);
+  EXPECT_EQ(t.tagSeenCount, 5);
+  EXPECT_EQ(t.phase, -1234);
+  EXPECT_EQ(t.seenTime.milliseconds, 123);
+
+  // 20 bits: the last byte's 4 padding bits read as 0 whatever the reader sent there.
+  r = llrp::TagReportData{};
+  r.epc = llrp::EPCData{llrp::BitString{20, {0xAB, 0xCD, 0xEF}}};
+  const ReaderTagData odd = toReaderTagData(r, kMaxTagIdBytes, 1'700'000'000'456'000);
+  EXPECT_EQ(odd.tagID[2], 0xE0);
+  EXPECT_EQ(odd.antennaID, kAntennaNotReported);
+  EXPECT_EQ(odd.peakRSSI, kRssiNotReported);
+  EXPECT_EQ(odd.PC, kPcNotReported);
+  EXPECT_EQ(odd.tagSeenCount, 1);
+  EXPECT_EQ(odd.seenTime.milliseconds, 456);           // no timestamp: the time it arrived
+  const ReaderTagData cut = toReaderTagData(r, 2, 0);  // the storage setting cuts the EPC
+  EXPECT_EQ(cut.tagIDLength, 2u);
+  EXPECT_EQ(cut.tagID[1], 0xCD);
+}
+
+TEST(Translation, ThePostFilterMatchesEpcBitsAtTheOffsetAndTheRssiRange) {
+  const std::vector<uint8_t> epc = {0xE2, 0x80, 0x30, 0x08};
+  const PostFilterData any;
+  const PostFilterData bits{{0x30, 0x08}, 12, 16};
+  const PostFilterData rssi{{}, 0, 0, true, -60, -40};
+  const struct {
+    const PostFilterData& filter;
+    uint16_t offset;
+    int8_t rssi;
+    bool passes;
+  } cases[] = {{any, 0, -60, true},   {bits, 16, -60, true},
+               {bits, 8, -60, false}, {bits, 24, -60, false},  // runs past the end of the EPC
+               {rssi, 0, -60, true},  {rssi, 0, -40, true},
+               {rssi, 0, -61, false}, {rssi, 0, -39, false}};
+  for (const auto& c : cases) {
+    PostFilterData f = c.filter;
+    f.offset = c.offset;
+    EXPECT_EQ(passesPostFilter(f, epc, c.rssi), c.passes) << c.offset << " " << int{c.rssi};
+  }
 }
 
 }  // namespace
