@@ -7,6 +7,7 @@
 #include <cctype>
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace tessera::llrp {
@@ -21,13 +22,6 @@ std::vector<uint8_t> hex(std::string text) {
   return out;
 }
 
-std::vector<uint8_t> encoded(const Message& m) {
-  std::vector<uint8_t> out;
-  Error e = encode(m, out);
-  EXPECT_TRUE(e.ok()) << e.text();
-  return out;
-}
-
 Message decoded(const std::vector<uint8_t>& bytes) {
   Message m;
   Error e = decode(bytes, m);
@@ -38,7 +32,10 @@ Message decoded(const std::vector<uint8_t>& bytes) {
 // Encodes the record, compares with the hand-made bytes, decodes the bytes and compares with
 // the record.
 void expectWire(const Message& m, const std::string& wire) {
-  EXPECT_EQ(encoded(m), hex(wire));
+  std::vector<uint8_t> out;
+  Error e = encode(m, out);
+  EXPECT_TRUE(e.ok()) << e.text();
+  EXPECT_EQ(out, hex(wire));
   EXPECT_EQ(decoded(hex(wire)), m);
 }
 
@@ -57,26 +54,17 @@ TEST(LlrpWire, TagReportMixesTvAndTlvParameters) {
   tag.antennaId = 1;
   tag.peakRSSI = -52;
   tag.customs.push_back(Custom{32473, 7, {0xAB}});
+  // A tag that an AccessSpec read: its result comes after AccessSpecID, before the Custom.
+  tag.accessSpecId = 9;
+  tag.opSpecResults = {C1G2ReadOpSpecResult{C1G2ReadResultType::kSuccess, 1, {0xE280}}};
   ROAccessReport report;
   report.tagReportData.push_back(tag);
   expectWire(Message{7, report},
-             "043D 0000002D 00000007"
-             "00F0 0023"                         // TagReportData, 35 bytes
+             "043D 0000003D 00000007"
+             "00F0 0033"                         // TagReportData, 51 bytes
              "8D 300833B2DDD9014000000001"       // EPC_96: TV, no length
              "81 0001"                           // AntennaID
              "86 CC"                             // PeakRSSI -52
-             "03FF 000D 00007ED9 00000007 AB");  // Custom
-
-  // A tag that an AccessSpec read: its result comes after AccessSpecID, before the Custom.
-  report.tagReportData[0].accessSpecId = 9;
-  report.tagReportData[0].opSpecResults = {
-      C1G2ReadOpSpecResult{C1G2ReadResultType::kSuccess, 1, {0xE280}}};
-  expectWire(Message{7, report},
-             "043D 0000003D 00000007"
-             "00F0 0033"                         // TagReportData, 51 bytes
-             "8D 300833B2DDD9014000000001"       // EPC_96
-             "81 0001"                           // AntennaID
-             "86 CC"                             // PeakRSSI
              "90 00000009"                       // AccessSpecID: TV 16
              "015D 000B 00 0001 0001 E280"       // C1G2ReadOpSpecResult: one word read
              "03FF 000D 00007ED9 00000007 AB");  // Custom
@@ -287,22 +275,16 @@ TEST(LlrpMalformed, FailsWithLocation) {
 }
 
 TEST(LlrpMalformed, NestingDeeperThanTheCapFails) {
-  // An LLRPStatus whose ParameterError nests 20 deep.
-  std::vector<uint8_t> inner;
-  for (int level = 0; level < 20; ++level) {
-    std::vector<uint8_t> p = {0x01, 0x21, 0, 0, 0x00, 0xB1, 0x00, 0xC8};
-    p.insert(p.end(), inner.begin(), inner.end());
-    p[2] = static_cast<uint8_t>(p.size() >> 8);
-    p[3] = static_cast<uint8_t>(p.size());
-    inner = p;
-  }
-  std::vector<uint8_t> status = {0x01, 0x1F, 0, 0, 0x00, 0x64, 0x00, 0x00};
-  status.insert(status.end(), inner.begin(), inner.end());
-  status[2] = static_cast<uint8_t>(status.size() >> 8);
-  status[3] = static_cast<uint8_t>(status.size());
-  std::vector<uint8_t> frame = hex("041E 00000000 00000001");
-  frame.insert(frame.end(), status.begin(), status.end());
-  frame[5] = static_cast<uint8_t>(frame.size());
+  // An LLRPStatus whose ParameterError nests 20 deep, each level 8 bytes of its own; the
+  // encoder refuses to write it and the decoder to read it.
+  LLRPStatus status;
+  status.parameterErrors.assign(20, ParameterError{177, StatusCode::kPParameterError, {}});
+  std::vector<uint8_t> frame;
+  EXPECT_EQ(encode(Message{1, AddROSpecResponse{status}}, frame).code, ErrorCode::kTooDeep);
+  frame = hex("041E 000000B2 00000001 011F 00A8 0000 0000");
+  for (int size = 160; size > 0; size -= 8)
+    frame.insert(frame.end(),
+                 {0x01, 0x21, 0x00, static_cast<uint8_t>(size), 0x00, 0xB1, 0x00, 0xC8});
   Message m;
   Error e = decode(frame, m);
   EXPECT_EQ(e.code, ErrorCode::kTooDeep) << e.text();
@@ -344,23 +326,17 @@ TEST(LlrpEncode, RefusesRecordsThatDoNotFitTheWire) {
 }
 
 TEST(LlrpStatusForError, MapsDecodeFailuresToReaderStatusCodes) {
-  struct Case {
-    const char* wire;
-    StatusCode status;
-  };
-  const Case cases[] = {
+  const std::pair<const char*, StatusCode> cases[] = {
       {"083E 0000000A 00000005", StatusCode::kMUnsupportedVersion},
       {"0405 0000000A 00000005", StatusCode::kMUnsupportedMessage},
       {"041E 0000000A 00000009", StatusCode::kMMissingParameter},
       {"043E 0000000B 00000005 00", StatusCode::kMParameterError},
   };
-  for (const Case& c : cases) {
+  for (const auto& [wire, code] : cases) {
     Message m;
-    Error e = decode(hex(c.wire), m);
-    ASSERT_FALSE(e.ok());
-    LLRPStatus s = statusForError(e);
-    EXPECT_EQ(s.statusCode, c.status) << c.wire;
-    EXPECT_EQ(s.errorDescription, e.text());
+    const Error e = decode(hex(wire), m);
+    EXPECT_EQ(statusForError(e).statusCode, code) << wire;
+    EXPECT_EQ(statusForError(e).errorDescription, e.text());
   }
   EXPECT_EQ(statusForError(Error{}).statusCode, StatusCode::kSuccess);
 }
