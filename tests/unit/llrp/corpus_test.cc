@@ -95,7 +95,6 @@ TEST(LlrpRoundTrip, RandomMessagesOfEveryKindSurviveEncodeAndDecode) {
   RandomRecords random(20240611);
   const size_t reportKind = MessageBody(ROAccessReport{}).index();
   Message reused;
-  std::vector<uint8_t> stream;
   for (int i = 0; i < 8000; ++i) {
     // Every kind in turn, and a report between two of them, so that the reused Message goes
     // from report to report and from kind to kind.
@@ -113,6 +112,7 @@ TEST(LlrpRoundTrip, RandomMessagesOfEveryKindSurviveEncodeAndDecode) {
     ASSERT_EQ(again, bytes) << "the encoding is canonical";
     ASSERT_TRUE(decode(bytes, reused).ok());
     ASSERT_EQ(reused, m) << "a Message decoded into before holds nothing of its last frame";
+    ASSERT_EQ(describe(m).find('\n'), std::string::npos) << "one log line: " << describe(m);
   }
 }
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <random>
+#include <utility>
 
 #include "llrp/describe.h"
 #include "llrp/random_records.h"
@@ -83,76 +84,32 @@ TEST(LlrpFramer, HonoursASmallerLimit) {
   EXPECT_EQ(framer.pop(frame), static_cast<int>(ErrorCode::kFrameTooLarge));
 }
 
+// The rendering is for the simulator's log: one line whatever a text holds, long lists cut short.
 TEST(LlrpDescribe, RendersOneLinePerMessage) {
   TagReportData tag;
   tag.epc = EPC96{{0x30, 0x08, 0x33, 0xB2, 0xDD, 0xD9, 0x01, 0x40, 0, 0, 0, 1}};
-  tag.antennaId = 1;
   tag.peakRSSI = -52;
   tag.tagSeenCount = 2;
-  tag.c1g2PC = 0x3000;
   ROAccessReport report;
   report.tagReportData.assign(6, tag);
-  ReaderEventNotification attempt;
-  attempt.readerEventNotificationData.timestamp.microseconds = 1700000000000000;
-  attempt.readerEventNotificationData.connectionAttemptEvent =
-      ConnectionAttemptEvent{ConnectionAttemptStatus::kFailedClientInitiatedConnectionExists};
-  ROSpec roSpec;
-  roSpec.roSpecId = 1;
-  roSpec.roBoundarySpec.roSpecStartTrigger.roSpecStartTriggerType =
-      ROSpecStartTriggerType::kImmediate;
-  roSpec.roBoundarySpec.roSpecStopTrigger.roSpecStopTriggerType = ROSpecStopTriggerType::kDuration;
-  roSpec.roBoundarySpec.roSpecStopTrigger.durationTriggerValue = 5000;
-  AISpec ai;
-  ai.antennaIds = {0};
-  ai.inventoryParameterSpecs.push_back(
-      InventoryParameterSpec{1, AirProtocol::kEPCGlobalClass1Gen2, {}, {}});
-  roSpec.aiSpecs.push_back(ai);
   LLRPStatus bad;
   bad.statusCode = StatusCode::kMUnsupportedVersion;
-  bad.errorDescription = "version \"2\"";
-  struct Case {
-    Message message;
-    const char* line;
-  };
-  const Case cases[] = {
+  bad.errorDescription = "version \"2\"\n";
+  const std::pair<Message, const char*> cases[] = {
       {Message{5, Keepalive{}}, "KEEPALIVE id=5"},
-      {Message{3, StartROSpec{1}}, "START_ROSPEC id=3 ROSpecID=1"},
-      {Message{4, AddROSpecResponse{}},
-       "ADD_ROSPEC_RESPONSE id=4 LLRPStatus(StatusCode=M_Success ErrorDescription=\"\")"},
       {Message{6, ErrorMessage{bad}},
        "ERROR_MESSAGE id=6 LLRPStatus(StatusCode=M_UnsupportedVersion "
-       "ErrorDescription=\"version \\\"2\\\"\")"},
+       "ErrorDescription=\"version \\\"2\\\"\\x0a\")"},
       {Message{7, report},
        "RO_ACCESS_REPORT id=7"
-       " TagReportData(EPC_96=300833B2DDD9014000000001 AntennaID=1 PeakRSSI=-52 TagSeenCount=2"
-       " C1G2_PC=12288)"
-       " TagReportData(EPC_96=300833B2DDD9014000000001 AntennaID=1 PeakRSSI=-52 TagSeenCount=2"
-       " C1G2_PC=12288)"
-       " TagReportData(EPC_96=300833B2DDD9014000000001 AntennaID=1 PeakRSSI=-52 TagSeenCount=2"
-       " C1G2_PC=12288)"
-       " TagReportData(EPC_96=300833B2DDD9014000000001 AntennaID=1 PeakRSSI=-52 TagSeenCount=2"
-       " C1G2_PC=12288) ... 2 more"},
-      {Message{0, attempt},
-       "READER_EVENT_NOTIFICATION id=0 ReaderEventNotificationData(UTCTimestamp=1700000000000000"
-       " ConnectionAttemptEvent=2)"},
-      {Message{2, AddROSpec{roSpec}},
-       "ADD_ROSPEC id=2 ROSpec(ROSpecID=1 Priority=0 CurrentState=0"
-       " ROBoundarySpec(ROSpecStartTrigger=1 ROSpecStopTrigger(ROSpecStopTriggerType=1"
-       " DurationTriggerValue=5000)) AISpec(AntennaIDs=0 AISpecStopTrigger(AISpecStopTriggerType=0"
-       " DurationTrigger=0) InventoryParameterSpec(InventoryParameterSpecID=1 ProtocolID=1)))"},
+       " TagReportData(EPC_96=300833B2DDD9014000000001 PeakRSSI=-52 TagSeenCount=2)"
+       " TagReportData(EPC_96=300833B2DDD9014000000001 PeakRSSI=-52 TagSeenCount=2)"
+       " TagReportData(EPC_96=300833B2DDD9014000000001 PeakRSSI=-52 TagSeenCount=2)"
+       " TagReportData(EPC_96=300833B2DDD9014000000001 PeakRSSI=-52 TagSeenCount=2) ... 2 more"},
       {Message{8, CustomMessage{32473, 21, {0xCA, 0xFE}}},
        "CUSTOM_MESSAGE id=8 VendorIdentifier=32473 MessageSubtype=21 Data=CAFE"},
   };
-  for (const Case& c : cases) EXPECT_EQ(describe(c.message), c.line);
-}
-
-TEST(LlrpDescribe, EveryGeneratedMessageRendersOnOneLine) {
-  testing::RandomRecords gen(8);
-  for (int i = 0; i < 500; ++i) {
-    const std::string line =
-        describe(gen.message(static_cast<size_t>(i) % testing::RandomRecords::kKinds));
-    EXPECT_EQ(line.find('\n'), std::string::npos) << line;
-  }
+  for (const auto& [message, line] : cases) EXPECT_EQ(describe(message), line);
 }
 
 }  // namespace
