@@ -46,15 +46,6 @@ std::vector<std::vector<uint8_t>> corpusFrames() {
   return frames;
 }
 
-// The frame with its length field patched to its size.
-void patchLength(std::vector<uint8_t>& frame) {
-  const size_t n = frame.size();
-  frame[2] = static_cast<uint8_t>(n >> 24);
-  frame[3] = static_cast<uint8_t>(n >> 16);
-  frame[4] = static_cast<uint8_t>(n >> 8);
-  frame[5] = static_cast<uint8_t>(n);
-}
-
 TEST(LlrpCorpus, EveryFrameReEncodesToItsOwnBytesAndEveryCutFailsInside) {
   const auto frames = corpusFrames();
   if (frames.empty()) GTEST_SKIP() << "no seed corpus under fuzz/corpus";
@@ -78,7 +69,7 @@ TEST(LlrpCorpus, EveryFrameReEncodesToItsOwnBytesAndEveryCutFailsInside) {
     // every parameter that now runs past its end (the copy lets the sanitizers see over-reads).
     for (size_t n = kHeaderSize; n < bytes.size(); ++n) {
       std::vector<uint8_t> cut(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(n));
-      patchLength(cut);
+      for (int i = 0; i < 4; ++i) cut[2 + i] = static_cast<uint8_t>(n >> (24 - 8 * i));
       Message out;
       Error c = decode(cut, out);
       if (!c.ok()) {
