@@ -280,36 +280,34 @@ TEST(LlrpMalformed, NestingDeeperThanTheCapFails) {
 }
 
 TEST(LlrpEncode, RefusesRecordsThatDoNotFitTheWire) {
-  std::vector<uint8_t> out = {0xEE};
-  SetReaderConfig set;
-  AntennaConfiguration ac;
-  C1G2InventoryCommand cmd;
-  cmd.singulationControl = C1G2SingulationControl{4, 0, 0, {}};
-  ac.inventoryCommands.push_back(cmd);
-  set.antennaConfigurations.push_back(ac);
-  Error e = encode(Message{1, set}, out);
-  EXPECT_EQ(e.code, ErrorCode::kBadField);
+  SetReaderConfig session4;  // a Session of 4 in two bits
+  session4.antennaConfigurations.emplace_back()
+      .inventoryCommands.emplace_back()
+      .singulationControl = C1G2SingulationControl{4, 0, 0, {}};
+  ROAccessReport nineBitsInOneByte;
+  nineBitsInOneByte.tagReportData.emplace_back().epc = EPCData{BitString{9, {0xFF}}};
+  LLRPStatus longText;
+  longText.errorDescription.assign(70000, 'x');
+  TagReportData tag;
+  tag.customs.push_back(Custom{1, 1, std::vector<uint8_t>(60000)});
+  ROAccessReport big;
+  big.tagReportData.assign(300, tag);
+  const std::pair<Message, ErrorCode> cases[] = {
+      {Message{1, session4}, ErrorCode::kBadField},
+      {Message{1, nineBitsInOneByte}, ErrorCode::kBadField},
+      {Message{1, ErrorMessage{longText}}, ErrorCode::kTooLong},
+      {Message{1, big}, ErrorCode::kFrameTooLarge},
+  };
+  for (const auto& [m, code] : cases) {
+    std::vector<uint8_t> out = {0xEE};
+    const Error e = encode(m, out);
+    EXPECT_EQ(e.code, code) << e.text();
+    EXPECT_EQ(out, std::vector<uint8_t>{0xEE}) << "a failed encode leaves the output as it was";
+  }
+  std::vector<uint8_t> out;
+  const Error e = encode(Message{1, session4}, out);
   EXPECT_STREQ(e.parameter, "C1G2SingulationControl");
   EXPECT_STREQ(e.field, "Session");
-  EXPECT_EQ(out, std::vector<uint8_t>{0xEE}) << "a failed encode leaves the output as it was";
-
-  TagReportData tag;
-  tag.epc = EPCData{BitString{9, {0xFF}}};
-  ROAccessReport report;
-  report.tagReportData.push_back(tag);
-  EXPECT_EQ(encode(Message{1, report}, out).code, ErrorCode::kBadField);
-
-  LLRPStatus status;
-  status.errorDescription.assign(70000, 'x');
-  EXPECT_EQ(encode(Message{1, ErrorMessage{status}}, out).code, ErrorCode::kTooLong);
-
-  ROAccessReport big;
-  TagReportData t;
-  t.customs.push_back(Custom{1, 1, std::vector<uint8_t>(60000)});
-  big.tagReportData.assign(300, t);
-  e = encode(Message{1, big}, out);
-  EXPECT_EQ(e.code, ErrorCode::kFrameTooLarge) << e.text();
-  EXPECT_EQ(out.size(), 1u);
 }
 
 }  // namespace
