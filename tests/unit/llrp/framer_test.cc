@@ -81,7 +81,6 @@ TEST(LlrpDescribe, RendersOneLinePerMessage) {
   TagReportData tag;
   tag.epc = EPC96{{0x30, 0x08, 0x33, 0xB2, 0xDD, 0xD9, 0x01, 0x40, 0, 0, 0, 1}};
   tag.peakRSSI = -52;
-  tag.tagSeenCount = 2;
   ROAccessReport report;
   report.tagReportData.assign(6, tag);
   LLRPStatus bad;
@@ -94,10 +93,10 @@ TEST(LlrpDescribe, RendersOneLinePerMessage) {
        "ErrorDescription=\"version \\\"2\\\"\\x0a\")"},
       {Message{7, report},
        "RO_ACCESS_REPORT id=7"
-       " TagReportData(EPC_96=300833B2DDD9014000000001 PeakRSSI=-52 TagSeenCount=2)"
-       " TagReportData(EPC_96=300833B2DDD9014000000001 PeakRSSI=-52 TagSeenCount=2)"
-       " TagReportData(EPC_96=300833B2DDD9014000000001 PeakRSSI=-52 TagSeenCount=2)"
-       " TagReportData(EPC_96=300833B2DDD9014000000001 PeakRSSI=-52 TagSeenCount=2) ... 2 more"},
+       " TagReportData(EPC_96=300833B2DDD9014000000001 PeakRSSI=-52)"
+       " TagReportData(EPC_96=300833B2DDD9014000000001 PeakRSSI=-52)"
+       " TagReportData(EPC_96=300833B2DDD9014000000001 PeakRSSI=-52)"
+       " TagReportData(EPC_96=300833B2DDD9014000000001 PeakRSSI=-52) ... 2 more"},
       {Message{8, CustomMessage{32473, 21, {0xCA, 0xFE}}},
        "CUSTOM_MESSAGE id=8 VendorIdentifier=32473 MessageSubtype=21 Data=CAFE"},
   };
