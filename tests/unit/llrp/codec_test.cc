@@ -50,7 +50,8 @@ TEST(LlrpWire, HeaderCarriesVersionTypeLengthAndId) {
 }
 
 TEST(LlrpWire, TagReportMixesTvAndTlvParameters) {
-  TagReportData tag;
+  ROAccessReport report;
+  TagReportData& tag = report.tagReportData.emplace_back();
   tag.epc = EPC96{{0x30, 0x08, 0x33, 0xB2, 0xDD, 0xD9, 0x01, 0x40, 0x00, 0x00, 0x00, 0x01}};
   tag.antennaId = 1;
   tag.peakRSSI = -52;
@@ -58,8 +59,6 @@ TEST(LlrpWire, TagReportMixesTvAndTlvParameters) {
   // A tag that an AccessSpec read: its result comes after AccessSpecID, before the Custom.
   tag.accessSpecId = 9;
   tag.opSpecResults = {C1G2ReadOpSpecResult{C1G2ReadResultType::kSuccess, 1, {0xE280}}};
-  ROAccessReport report;
-  report.tagReportData.push_back(tag);
   expectWire(Message{7, report},
              "043D 0000003D 00000007"
              "00F0 0033"                         // TagReportData, 51 bytes
@@ -91,7 +90,7 @@ TEST(LlrpWire, AccessSpecKeepsItsOpSpecsAndVendorOnesInOrder) {
 
 TEST(LlrpWire, ReportSpecFlagsArePackedMostSignificantBitFirst) {
   SetReaderConfig set;
-  ROReportSpec reportSpec;
+  ROReportSpec& reportSpec = set.roReportSpec.emplace();
   reportSpec.roReportTrigger = ROReportTriggerType::kUponNTagsOrEndOfROSpec;
   auto& sel = reportSpec.tagReportContentSelector;
   sel.enableAntennaId = true;           // bit 12
@@ -99,7 +98,6 @@ TEST(LlrpWire, ReportSpecFlagsArePackedMostSignificantBitFirst) {
   sel.enableFirstSeenTimestamp = true;  // bit 9
   sel.enableTagSeenCount = true;        // bit 7
   sel.epcMemorySelectors.push_back(C1G2EPCMemorySelector{false, true});
-  set.roReportSpec = reportSpec;
   set.keepaliveSpec = KeepaliveSpec{KeepaliveTriggerType::kPeriodic, 10000};
   expectWire(Message{1, set},
              "0403 00000026 00000001"
@@ -134,28 +132,23 @@ TEST(LlrpWire, AddROSpecWithTriggersAndAntennaConfiguration) {
   roSpec.roBoundarySpec.roSpecStartTrigger.roSpecStartTriggerType =
       ROSpecStartTriggerType::kImmediate;
   roSpec.roBoundarySpec.roSpecStopTrigger.roSpecStopTriggerType = ROSpecStopTriggerType::kNull;
-  AISpec ai;
+  AISpec& ai = roSpec.aiSpecs.emplace_back();
   ai.antennaIds = {1, 2};
   ai.aiSpecStopTrigger.aiSpecStopTriggerType = AISpecStopTriggerType::kTagObservation;
   ai.aiSpecStopTrigger.tagObservationTrigger = TagObservationTrigger{
       TagObservationTriggerType::kNAttemptsToSeeAllTagsInFOVOrTimeout, 0, 3, 0, 5000};
-  InventoryParameterSpec ips;
+  InventoryParameterSpec& ips = ai.inventoryParameterSpecs.emplace_back();
   ips.inventoryParameterSpecId = 1;
-  AntennaConfiguration ac;
+  AntennaConfiguration& ac = ips.antennaConfigurations.emplace_back();
   ac.antennaId = 1;
   ac.rfTransmitter = RFTransmitter{1, 0, 81};
-  C1G2InventoryCommand cmd;
-  C1G2Filter filter;
+  C1G2InventoryCommand& cmd = ac.inventoryCommands.emplace_back();
+  C1G2Filter& filter = cmd.filters.emplace_back();
   filter.t = C1G2TruncateAction::kDoNotTruncate;
   filter.tagInventoryMask = C1G2TagInventoryMask{1, 32, BitString{12, {0x30, 0x10}}};
   filter.stateUnawareAction =
       C1G2TagInventoryStateUnawareFilterAction{C1G2StateUnawareAction::kSelectUnselect};
-  cmd.filters.push_back(filter);
   cmd.singulationControl = C1G2SingulationControl{2, 32, 0, {}};
-  ac.inventoryCommands.push_back(cmd);
-  ips.antennaConfigurations.push_back(ac);
-  ai.inventoryParameterSpecs.push_back(ips);
-  roSpec.aiSpecs.push_back(ai);
   expectWire(Message{2, AddROSpec{roSpec}},
              "0414 00000085 00000002"
              "00B1 007B 00000001 00 00"  // ROSpec 1, priority 0, disabled
