@@ -21,7 +21,6 @@ namespace {
 
 struct Definition {
   std::string kind;  // "parameter", "message" or "choice"
-  std::string name;
   int type = 0;
   std::vector<std::string> fields;      // "u16 Name", "reserved 7"
   std::vector<std::string> references;  // "parameter Name" or "choice Name", in order
@@ -32,43 +31,29 @@ struct Definition {
 std::map<std::string, Definition> readDefinitions(const std::filesystem::path& path) {
   std::ifstream in(path);
   const std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-  const std::regex tag(R"(<(/?)(\w+)([^>]*)>)");
-  const std::regex attribute(R"re((\w+)="([^"]*)")re");
-  auto attributes = [&](const std::string& body) {
-    std::map<std::string, std::string> a;
-    for (auto it = std::sregex_iterator(body.begin(), body.end(), attribute);
-         it != std::sregex_iterator(); ++it)
-      a[(*it)[1]] = (*it)[2];
-    return a;
-  };
+  const std::regex tag(R"(<(/?)(\w+)([^>]*)>)"), attribute(R"re((\w+)="([^"]*)")re");
+  const std::sregex_iterator end;
   std::map<std::string, Definition> defs;
   Definition* current = nullptr;
-  for (auto it = std::sregex_iterator(text.begin(), text.end(), tag); it != std::sregex_iterator();
-       ++it) {
-    const std::string name = (*it)[2];
-    const bool closing = (*it)[1] == "/";
+  for (auto it = std::sregex_iterator(text.begin(), text.end(), tag); it != end; ++it) {
+    const std::string name = (*it)[2], body = (*it)[3];
+    std::map<std::string, std::string> a;
+    for (auto at = std::sregex_iterator(body.begin(), body.end(), attribute); at != end; ++at)
+      a[(*at)[1]] = (*at)[2];
     if (name == "parameterDefinition" || name == "messageDefinition" ||
         name == "choiceDefinition") {
-      if (closing) {
-        current = nullptr;
-        continue;
+      const std::string kind = name.substr(0, name.find("Definition"));
+      current = (*it)[1] == "/" ? nullptr : &defs[kind + " " + a["name"]];
+      if (current != nullptr) {
+        current->kind = kind;
+        current->type = a.count("typeNum") ? std::stoi(a["typeNum"]) : 0;
       }
-      auto a = attributes((*it)[3]);
-      const std::string kind = name.substr(0, name.size() - std::string("Definition").size());
-      Definition& d = defs[kind + " " + a["name"]];
-      d.kind = kind;
-      d.name = a["name"];
-      d.type = a.count("typeNum") ? std::stoi(a["typeNum"]) : 0;
-      current = &d;
-    } else if (current != nullptr && !closing) {
-      auto a = attributes((*it)[3]);
-      if (name == "field") {
-        current->fields.push_back(a["type"] + " " + a["name"]);
-      } else if (name == "reserved") {
-        current->fields.push_back("reserved " + a["bitCount"]);
-      } else if (name == "parameter" || name == "choice") {
-        current->references.push_back(name + " " + a["type"]);
-      }
+    } else if (current != nullptr && name == "field") {
+      current->fields.push_back(a["type"] + " " + a["name"]);
+    } else if (current != nullptr && name == "reserved") {
+      current->fields.push_back("reserved " + a["bitCount"]);
+    } else if (current != nullptr && (name == "parameter" || name == "choice")) {
+      current->references.push_back(name + " " + a["type"]);
     }
   }
   return defs;
