@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -20,7 +21,6 @@ namespace {
 
 struct Definition {
   std::string kind;  // "parameter", "message" or "choice"
-  std::string name;
   int type = 0;
   std::vector<std::string> fields;      // "u16 Name", "reserved 7"
   std::vector<std::string> references;  // "parameter Name" or "choice Name", in order
@@ -28,105 +28,52 @@ struct Definition {
 
 // A tag scanner, enough for the definitions file: definitions hold fields, reserved bits and
 // references, each one element.
-std::map<std::string, Definition> readDefinitions(const std::string& path) {
+std::map<std::string, Definition> readDefinitions(const std::filesystem::path& path) {
   std::ifstream in(path);
   const std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-  const std::regex tag(R"(<(/?)(\w+)([^>]*)>)");
-  const std::regex attribute(R"re((\w+)="([^"]*)")re");
-  auto attributes = [&](const std::string& body) {
-    std::map<std::string, std::string> a;
-    for (auto it = std::sregex_iterator(body.begin(), body.end(), attribute);
-         it != std::sregex_iterator(); ++it)
-      a[(*it)[1]] = (*it)[2];
-    return a;
-  };
+  const std::regex tag(R"(<(/?)(\w+)([^>]*)>)"), attribute(R"re((\w+)="([^"]*)")re");
+  const std::sregex_iterator end;
   std::map<std::string, Definition> defs;
   Definition* current = nullptr;
-  for (auto it = std::sregex_iterator(text.begin(), text.end(), tag); it != std::sregex_iterator();
-       ++it) {
-    const std::string name = (*it)[2];
-    const bool closing = (*it)[1] == "/";
+  for (auto it = std::sregex_iterator(text.begin(), text.end(), tag); it != end; ++it) {
+    const std::string name = (*it)[2], body = (*it)[3];
+    std::map<std::string, std::string> a;
+    for (auto at = std::sregex_iterator(body.begin(), body.end(), attribute); at != end; ++at)
+      a[(*at)[1]] = (*at)[2];
     if (name == "parameterDefinition" || name == "messageDefinition" ||
         name == "choiceDefinition") {
-      if (closing) {
-        current = nullptr;
-        continue;
+      const std::string kind = name.substr(0, name.find("Definition"));
+      current = (*it)[1] == "/" ? nullptr : &defs[kind + " " + a["name"]];
+      if (current != nullptr) {
+        current->kind = kind;
+        current->type = a.count("typeNum") ? std::stoi(a["typeNum"]) : 0;
       }
-      auto a = attributes((*it)[3]);
-      const std::string kind = name.substr(0, name.size() - std::string("Definition").size());
-      Definition& d = defs[kind + " " + a["name"]];
-      d.kind = kind;
-      d.name = a["name"];
-      d.type = a.count("typeNum") ? std::stoi(a["typeNum"]) : 0;
-      current = &d;
-    } else if (current != nullptr && !closing) {
-      auto a = attributes((*it)[3]);
-      if (name == "field") {
-        current->fields.push_back(a["type"] + " " + a["name"]);
-      } else if (name == "reserved") {
-        current->fields.push_back("reserved " + a["bitCount"]);
-      } else if (name == "parameter" || name == "choice") {
-        current->references.push_back(name + " " + a["type"]);
-      }
+    } else if (current != nullptr && name == "field") {
+      current->fields.push_back(a["type"] + " " + a["name"]);
+    } else if (current != nullptr && name == "reserved") {
+      current->fields.push_back("reserved " + a["bitCount"]);
+    } else if (current != nullptr && (name == "parameter" || name == "choice")) {
+      current->references.push_back(name + " " + a["type"]);
     }
   }
   return defs;
 }
 
-// The types a reference admits, sorted (a choice's alternatives come in no particular order).
+// The types a reference admits: the parameter itself or a choice's alternatives.
 std::vector<int> admitted(const std::map<std::string, Definition>& defs, const std::string& ref) {
-  std::vector<int> types;
   auto it = defs.find(ref);
-  if (it == defs.end()) return types;
+  if (it == defs.end()) return {};
   if (it->second.kind != "choice") return {it->second.type};
+  std::vector<int> types;
   for (const std::string& inner : it->second.references) {
     for (int t : admitted(defs, inner)) types.push_back(t);
   }
-  std::sort(types.begin(), types.end());
   return types;
 }
 
-// Slots flattened to the order in which types first appear: a type admitted by two slots
-// (Custom in a choice and after it) counts where it is first admitted. The alternatives of one
-// definition slot may come in any order.
-std::vector<std::vector<int>> firstAppearances(const std::vector<std::vector<int>>& slots) {
-  std::vector<std::vector<int>> groups;
-  std::set<int> seen;
-  for (const auto& slot : slots) {
-    std::vector<int> fresh;
-    for (int t : slot) {
-      if (seen.insert(t).second) fresh.push_back(t);
-    }
-    if (!fresh.empty()) groups.push_back(fresh);
-  }
-  return groups;
-}
-
-// Our slots cut to the sizes of the definition's, each group sorted, so that two slots of ours
-// may stand for one choice of theirs.
-std::vector<std::vector<int>> alignedTo(const std::vector<std::vector<int>>& ours,
-                                        const std::vector<std::vector<int>>& theirs) {
-  std::vector<int> flat;
-  for (const auto& g : ours) flat.insert(flat.end(), g.begin(), g.end());
-  std::vector<std::vector<int>> cut;
-  size_t at = 0;
-  for (const auto& g : theirs) {
-    const size_t n = std::min(g.size(), flat.size() - at);
-    std::vector<int> group(flat.begin() + static_cast<std::ptrdiff_t>(at),
-                           flat.begin() + static_cast<std::ptrdiff_t>(at + n));
-    std::sort(group.begin(), group.end());
-    cut.push_back(group);
-    at += n;
-  }
-  if (at < flat.size()) cut.emplace_back(flat.begin() + static_cast<std::ptrdiff_t>(at), flat.end());
-  return cut;
-}
-
 TEST(LlrpDefinitions, EveryRecordMatchesItsDefinition) {
-  const std::string path =
-      (std::filesystem::path(TESSERA_TEST_SOURCE_DIR) / ".." / "shared" / "llrp" /
-       "llrp-1x0-def.xml")
-          .string();
+  const auto path = std::filesystem::path(TESSERA_TEST_SOURCE_DIR) / ".." / "shared" / "llrp" /
+                    "llrp-1x0-def.xml";
   if (!std::filesystem::exists(path)) GTEST_SKIP() << "no " << path;
   const auto defs = readDefinitions(path);
   ASSERT_FALSE(defs.empty());
@@ -148,17 +95,27 @@ TEST(LlrpDefinitions, EveryRecordMatchesItsDefinition) {
     }
     EXPECT_EQ(fields, d.fields) << key;
 
-    std::vector<std::vector<int>> ours;
-    for (const auto& slot : r.subParameters) {
-      std::vector<int> types(slot.begin(), slot.end());
-      std::sort(types.begin(), types.end());
-      ours.push_back(types);
+    // Sub-parameters admit the same types in the same order. A type admitted twice (Custom in
+    // a choice and after it) counts where it is first admitted, and the alternatives of one
+    // choice may come in any order, or in two slots of ours that stand for one of theirs: so
+    // each type's place is the index of the definition's reference that first admits it.
+    std::map<int, size_t> place;
+    for (size_t i = 0; i < d.references.size(); ++i) {
+      for (int t : admitted(defs, d.references[i])) place.emplace(t, i);
     }
-    std::vector<std::vector<int>> theirs;
-    for (const std::string& ref : d.references) theirs.push_back(admitted(defs, ref));
-    auto expected = firstAppearances(theirs);
-    for (auto& g : expected) std::sort(g.begin(), g.end());
-    EXPECT_EQ(alignedTo(firstAppearances(ours), expected), expected) << key;
+    std::set<int> seen;
+    std::vector<size_t> places;  // of our types, slot by slot, as each first appears
+    for (const auto& slot : r.subParameters) {
+      const size_t from = places.size();
+      for (int t : slot) {
+        if (seen.insert(t).second) places.push_back(place.count(t) ? place[t] : SIZE_MAX);
+      }
+      std::sort(places.begin() + static_cast<std::ptrdiff_t>(from), places.end());
+    }
+    EXPECT_EQ(seen.size(), place.size()) << key;
+    EXPECT_TRUE(std::is_sorted(places.begin(), places.end()) &&
+                !std::count(places.begin(), places.end(), SIZE_MAX))
+        << key << " admits a parameter out of order or one LLRP does not define there";
   }
   for (const auto& [key, d] : defs) {
     if (d.kind != "choice") {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <random>
+#include <utility>
 
 #include "llrp/describe.h"
 #include "llrp/random_records.h"
@@ -46,26 +47,27 @@ TEST(LlrpFramer, ReassemblesFramesFromRandomChunks) {
 }
 
 TEST(LlrpFramer, BrokenHeadersStopTheStream) {
-  struct Case {
-    std::vector<uint8_t> bytes;
-    ErrorCode code;
-    uint32_t offset;
-  };
   const std::vector<uint8_t> ok = frameOf(Message{1, KeepaliveAck{}});
-  std::vector<uint8_t> shortLength = ok;
-  shortLength.insert(shortLength.end(), {0x04, 0x3E, 0, 0, 0, 4, 0, 0, 0, 1});
-  std::vector<uint8_t> huge = ok;
-  huge.insert(huge.end(), {0x04, 0x3D, 0x01, 0x00, 0x00, 0x01, 0, 0, 0, 1});
-  const Case cases[] = {{shortLength, ErrorCode::kBadLength, 12},
-                        {huge, ErrorCode::kFrameTooLarge, 12}};
-  for (const Case& c : cases) {
-    Framer framer;
+  ROAccessReport report;
+  report.tagReportData.resize(4);
+  const struct {
+    std::vector<uint8_t> broken;  // the frame after a good one
+    uint32_t limit;
+    ErrorCode code;
+  } cases[] = {
+      {{0x04, 0x3E, 0, 0, 0, 4, 0, 0, 0, 1}, kMaxFrameSize, ErrorCode::kBadLength},
+      {{0x04, 0x3D, 0x01, 0x00, 0x00, 0x01, 0, 0, 0, 1}, kMaxFrameSize, ErrorCode::kFrameTooLarge},
+      {frameOf(Message{1, report}), 64, ErrorCode::kFrameTooLarge},  // a smaller limit holds
+  };
+  for (const auto& c : cases) {
+    Framer framer(c.limit);
     std::vector<uint8_t> frame;
-    ASSERT_EQ(framer.feed(c.bytes), 0);
+    ASSERT_EQ(framer.feed(ok), 0);
+    ASSERT_EQ(framer.feed(c.broken), 0);
     EXPECT_EQ(framer.pop(frame), 1) << "the good frame before the broken one still comes out";
     EXPECT_EQ(framer.pop(frame), static_cast<int>(c.code));
     EXPECT_EQ(framer.error().code, c.code);
-    EXPECT_EQ(framer.error().offset, c.offset) << "offset counts from the start of the stream";
+    EXPECT_EQ(framer.error().offset, 12u) << "offset counts from the start of the stream";
     EXPECT_EQ(framer.feed(ok), static_cast<int>(c.code)) << "the error sticks";
     EXPECT_EQ(framer.pop(frame), static_cast<int>(c.code));
     framer.reset();
@@ -74,85 +76,31 @@ TEST(LlrpFramer, BrokenHeadersStopTheStream) {
   }
 }
 
-TEST(LlrpFramer, HonoursASmallerLimit) {
-  Framer framer(64);
-  ROAccessReport report;
-  report.tagReportData.resize(4);
-  std::vector<uint8_t> frame;
-  ASSERT_EQ(framer.feed(frameOf(Message{1, report})), 0);
-  EXPECT_EQ(framer.pop(frame), static_cast<int>(ErrorCode::kFrameTooLarge));
-}
-
+// The rendering is for the simulator's log: one line whatever a text holds, long lists cut short.
 TEST(LlrpDescribe, RendersOneLinePerMessage) {
   TagReportData tag;
   tag.epc = EPC96{{0x30, 0x08, 0x33, 0xB2, 0xDD, 0xD9, 0x01, 0x40, 0, 0, 0, 1}};
-  tag.antennaId = 1;
   tag.peakRSSI = -52;
-  tag.tagSeenCount = 2;
-  tag.c1g2PC = 0x3000;
   ROAccessReport report;
   report.tagReportData.assign(6, tag);
-  ReaderEventNotification attempt;
-  attempt.readerEventNotificationData.timestamp.microseconds = 1700000000000000;
-  attempt.readerEventNotificationData.connectionAttemptEvent =
-      ConnectionAttemptEvent{ConnectionAttemptStatus::kFailedClientInitiatedConnectionExists};
-  ROSpec roSpec;
-  roSpec.roSpecId = 1;
-  roSpec.roBoundarySpec.roSpecStartTrigger.roSpecStartTriggerType =
-      ROSpecStartTriggerType::kImmediate;
-  roSpec.roBoundarySpec.roSpecStopTrigger.roSpecStopTriggerType = ROSpecStopTriggerType::kDuration;
-  roSpec.roBoundarySpec.roSpecStopTrigger.durationTriggerValue = 5000;
-  AISpec ai;
-  ai.antennaIds = {0};
-  ai.inventoryParameterSpecs.push_back(
-      InventoryParameterSpec{1, AirProtocol::kEPCGlobalClass1Gen2, {}, {}});
-  roSpec.aiSpecs.push_back(ai);
   LLRPStatus bad;
   bad.statusCode = StatusCode::kMUnsupportedVersion;
-  bad.errorDescription = "version \"2\"";
-  struct Case {
-    Message message;
-    const char* line;
-  };
-  const Case cases[] = {
+  bad.errorDescription = "version \"2\"\n";
+  const std::pair<Message, const char*> cases[] = {
       {Message{5, Keepalive{}}, "KEEPALIVE id=5"},
-      {Message{3, StartROSpec{1}}, "START_ROSPEC id=3 ROSpecID=1"},
-      {Message{4, AddROSpecResponse{}},
-       "ADD_ROSPEC_RESPONSE id=4 LLRPStatus(StatusCode=M_Success ErrorDescription=\"\")"},
       {Message{6, ErrorMessage{bad}},
        "ERROR_MESSAGE id=6 LLRPStatus(StatusCode=M_UnsupportedVersion "
-       "ErrorDescription=\"version \\\"2\\\"\")"},
+       "ErrorDescription=\"version \\\"2\\\"\\x0a\")"},
       {Message{7, report},
        "RO_ACCESS_REPORT id=7"
-       " TagReportData(EPC_96=300833B2DDD9014000000001 AntennaID=1 PeakRSSI=-52 TagSeenCount=2"
-       " C1G2_PC=12288)"
-       " TagReportData(EPC_96=300833B2DDD9014000000001 AntennaID=1 PeakRSSI=-52 TagSeenCount=2"
-       " C1G2_PC=12288)"
-       " TagReportData(EPC_96=300833B2DDD9014000000001 AntennaID=1 PeakRSSI=-52 TagSeenCount=2"
-       " C1G2_PC=12288)"
-       " TagReportData(EPC_96=300833B2DDD9014000000001 AntennaID=1 PeakRSSI=-52 TagSeenCount=2"
-       " C1G2_PC=12288) ... 2 more"},
-      {Message{0, attempt},
-       "READER_EVENT_NOTIFICATION id=0 ReaderEventNotificationData(UTCTimestamp=1700000000000000"
-       " ConnectionAttemptEvent=2)"},
-      {Message{2, AddROSpec{roSpec}},
-       "ADD_ROSPEC id=2 ROSpec(ROSpecID=1 Priority=0 CurrentState=0"
-       " ROBoundarySpec(ROSpecStartTrigger=1 ROSpecStopTrigger(ROSpecStopTriggerType=1"
-       " DurationTriggerValue=5000)) AISpec(AntennaIDs=0 AISpecStopTrigger(AISpecStopTriggerType=0"
-       " DurationTrigger=0) InventoryParameterSpec(InventoryParameterSpecID=1 ProtocolID=1)))"},
+       " TagReportData(EPC_96=300833B2DDD9014000000001 PeakRSSI=-52)"
+       " TagReportData(EPC_96=300833B2DDD9014000000001 PeakRSSI=-52)"
+       " TagReportData(EPC_96=300833B2DDD9014000000001 PeakRSSI=-52)"
+       " TagReportData(EPC_96=300833B2DDD9014000000001 PeakRSSI=-52) ... 2 more"},
       {Message{8, CustomMessage{32473, 21, {0xCA, 0xFE}}},
        "CUSTOM_MESSAGE id=8 VendorIdentifier=32473 MessageSubtype=21 Data=CAFE"},
   };
-  for (const Case& c : cases) EXPECT_EQ(describe(c.message), c.line);
-}
-
-TEST(LlrpDescribe, EveryGeneratedMessageRendersOnOneLine) {
-  testing::RandomRecords gen(8);
-  for (int i = 0; i < 500; ++i) {
-    const std::string line =
-        describe(gen.message(static_cast<size_t>(i) % testing::RandomRecords::kKinds));
-    EXPECT_EQ(line.find('\n'), std::string::npos) << line;
-  }
+  for (const auto& [message, line] : cases) EXPECT_EQ(describe(message), line);
 }
 
 }  // namespace

@@ -30,58 +30,28 @@ class RandomRecords {
     return m;
   }
 
-  template <class T>
-  void u8(const char*, T& v) {
-    v = static_cast<T>(below(256));
-  }
-  template <class T>
-  void s8(const char*, T& v) {
-    v = static_cast<T>(below(256));
-  }
-  template <class T>
-  void u16(const char*, T& v) {
-    v = static_cast<T>(below(65536));
-  }
-  template <class T>
-  void s16(const char*, T& v) {
-    v = static_cast<T>(below(65536));
-  }
-  template <class T>
-  void u32(const char*, T& v) {
-    v = static_cast<T>(u32());
-  }
+  void u8(const char*, auto& v) { draw(v, 256); }
+  void s8(const char*, auto& v) { draw(v, 256); }
+  void u16(const char*, auto& v) { draw(v, 65536); }
+  void s16(const char*, auto& v) { draw(v, 65536); }
+  void u32(const char*, auto& v) { draw(v, uint64_t{1} << 32); }
   void u64(const char*, uint64_t& v) { v = (uint64_t{u32()} << 32) | u32(); }
-  void u96(const char*, std::array<uint8_t, 12>& v) {
-    for (auto& b : v) b = static_cast<uint8_t>(below(256));
-  }
-  template <class T>
-  void bits(int width, const char*, T& v) {
-    v = static_cast<T>(below(1u << width));
-  }
+  void u96(const char*, std::array<uint8_t, 12>& v) { draw(v, 256); }
+  void bits(int width, const char*, auto& v) { draw(v, uint64_t{1} << width); }
   void reserved(int) {}
   void utf8v(const char*, std::string& v) {
-    v.assign(count(12), 'a');
+    v.resize(count(12));
     for (char& c : v) c = static_cast<char>(' ' + below(95));
   }
   void u1v(const char*, BitString& v) {
     v.bitCount = static_cast<uint16_t>(below(97));
     v.bytes.resize((v.bitCount + 7u) / 8u);
-    for (auto& b : v.bytes) b = static_cast<uint8_t>(below(256));
+    draw(v.bytes, 256);
   }
-  template <class T>
-  void u8v(const char*, std::vector<T>& v) {
-    v.resize(count(6));
-    for (auto& x : v) x = static_cast<T>(below(256));
-  }
-  void u16v(const char*, std::vector<uint16_t>& v) {
-    v.resize(count(6));
-    for (auto& x : v) x = static_cast<uint16_t>(below(65536));
-  }
-  void u32v(const char*, std::vector<uint32_t>& v) {
-    v.resize(count(6));
-    for (auto& x : v) x = u32();
-  }
-  void bytesToEnd(const char* field, std::vector<uint8_t>& v) { u8v(field, v); }
+  void u8v(const char*, auto& v) { drawList(v, 256); }
+  void u16v(const char*, std::vector<uint16_t>& v) { drawList(v, 65536); }
+  void u32v(const char*, std::vector<uint32_t>& v) { drawList(v, uint64_t{1} << 32); }
+  void bytesToEnd(const char*, std::vector<uint8_t>& v) { drawList(v, 256); }
 
   template <class D, class M>
   void sub(D, M& m) {
@@ -132,7 +102,23 @@ class RandomRecords {
     if constexpr (sizeof...(Rest) > 0) alternative<I + 1, M, Rest...>(which, m);
   }
 
-  uint32_t below(uint32_t n) { return std::uniform_int_distribution<uint32_t>(0, n - 1)(rng_); }
+  uint32_t below(uint64_t n) {
+    return static_cast<uint32_t>(std::uniform_int_distribution<uint64_t>(0, n - 1)(rng_));
+  }
+  // A value below span, or one for each element of an array or vector.
+  template <class T>
+  void draw(T& v, uint64_t span) {
+    if constexpr (requires { v.begin(); }) {
+      for (auto& x : v) draw(x, span);
+    } else {
+      v = static_cast<T>(below(span));
+    }
+  }
+  template <class T>
+  void drawList(std::vector<T>& v, uint64_t span) {
+    v.resize(count(6));
+    draw(v, span);
+  }
   uint32_t u32() { return static_cast<uint32_t>(rng_()); }
   size_t count(uint32_t max) { return below(max + 1); }
   // Lists and optional parameters thin out with depth, so that a message stays small.
