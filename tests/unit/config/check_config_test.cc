@@ -30,7 +30,7 @@ std::pair<int, std::string> runCheck() {
 // The configuration the demo and the README use: the check reports what every section reader
 // took from it, and the readers hand on what the report hides or leaves implicit.
 TEST(DemoConfiguration, EverySectionReadsAndTheCheckHidesThePassword) {
-  test::TempRoot root;
+  test::ConfigRoot root;
   root.copyDemo();
   auto [result, text] = runCheck();
   EXPECT_EQ(result, 0) << text;
@@ -71,7 +71,7 @@ TEST(DemoConfiguration, EverySectionReadsAndTheCheckHidesThePassword) {
 
 // A refused or cut value is reported with its section and key, and the check goes on.
 TEST(CheckConfig, ReportsCutAndRefusedValuesWithTheirKeys) {
-  test::TempRoot root;
+  test::ConfigRoot root;
   root.config(
       "<SerialPortConf Mode=\"1\" Parity=\"NoneAtAllReally\" "
       "InventoryControl=\"S7,Immediate,TAG:1,1\"/>\n"
@@ -94,7 +94,7 @@ TEST(CheckConfig, ReportsCutAndRefusedValuesWithTheirKeys) {
 }
 
 TEST(CheckConfig, UnusableWithoutFileModeOrOutputSection) {
-  test::TempRoot root;
+  test::ConfigRoot root;
   const struct {
     const char* file;
     int result;

@@ -24,7 +24,7 @@ TEST(CloudSettingsFile, SetsTheFlagsOnlyForExactlyOne) {
               {"E N R O L L E D = 1", true, false},
               {"\n\n=\n1\nENROLLED", false, false}};
   for (const auto& row : rows) {
-    test::TempRoot root;
+    test::ConfigRoot root;
     root.cloud(row.file);
     CloudSettings cloud;
     readCloudConfig(cloud);
@@ -34,7 +34,7 @@ TEST(CloudSettingsFile, SetsTheFlagsOnlyForExactlyOne) {
 }
 
 TEST(CloudSettingsFile, KeepsValuesAcrossReadsAndAddsNoKeys) {
-  test::TempRoot root;
+  test::ConfigRoot root;
   CloudSettings cloud;
   ASSERT_EQ(cloud.values.size(), 5u);
   readCloudConfig(cloud);  // no file yet

@@ -1,58 +1,31 @@
-// Shared by the configuration tests: a temporary root with a readerconfig folder.
+// Shared by the configuration tests: a root with the reader's configuration files, and tables
+// of section lines.
 #pragma once
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
-#include "platform/platform.h"
+#include "temp_root.h"
 
 namespace tessera::test {
 
-// A fresh root folder with "readerconfig/" under it, installed as the platform root while the
-// object lives.
-class TempRoot {
- public:
-  TempRoot() {
-    char pattern[] = "/tmp/tessera-config-XXXXXX";
-    const char* made = mkdtemp(pattern);
-    EXPECT_NE(made, nullptr);
-    dir_ = made ? made : "/tmp";
-    std::filesystem::create_directories(dir_ + "/readerconfig");
-    platform::Settings settings;
-    settings.root = dir_;
-    platform::configure(settings);
-  }
-  ~TempRoot() {
-    std::error_code ignored;
-    std::filesystem::remove_all(dir_, ignored);
-    platform::configure(platform::Settings{});
-  }
-  TempRoot(const TempRoot&) = delete;
-  TempRoot& operator=(const TempRoot&) = delete;
-
+// A temporary root whose "readerconfig/" folder holds the files the section readers read.
+struct ConfigRoot : TempRoot {
   // Writes "/readerconfig/AdvReaderConfig.xml" under the root; "" removes it.
-  void config(const std::string& text) const { write("AdvReaderConfig.xml", text); }
-  // Writes "/readerconfig/cloud.conf" under the root.
-  void cloud(const std::string& text) const { write("cloud.conf", text); }
+  void config(const std::string& text) const {
+    if (text.empty()) std::filesystem::remove(dir + "/readerconfig/AdvReaderConfig.xml");
+    if (!text.empty()) write("/readerconfig/AdvReaderConfig.xml", text);
+  }
+  void cloud(const std::string& text) const { write("/readerconfig/cloud.conf", text); }
   // Copies tests/data/demo (the demo's configuration) into this root.
   void copyDemo() const {
-    std::filesystem::copy(std::string(TESSERA_TEST_SOURCE_DIR) + "/tests/data/demo", dir_,
+    std::filesystem::copy(std::string(TESSERA_TEST_SOURCE_DIR) + "/tests/data/demo", dir,
                           std::filesystem::copy_options::recursive |
                               std::filesystem::copy_options::overwrite_existing);
   }
-
- private:
-  void write(const char* name, const std::string& text) const {
-    std::string path = dir_ + "/readerconfig/" + name;
-    if (text.empty()) std::filesystem::remove(path);
-    if (!text.empty()) std::ofstream(path, std::ios::binary) << text;
-  }
-  std::string dir_;
 };
 
 // A row of a section reader's table: the files read in turn ("": no file), each holding its
@@ -67,7 +40,7 @@ template <typename Records, typename Read>
 void readRows(const std::vector<Row>& rows, Read read) {
   for (const Row& row : rows) {
     SCOPED_TRACE(row.files.back().substr(0, 200));
-    TempRoot root;
+    ConfigRoot root;
     Records records;
     std::string got;
     for (const std::string& file : row.files) {

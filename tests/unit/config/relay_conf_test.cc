@@ -79,7 +79,7 @@ TEST(RelayConf, Sections) {
 // its section at level 6; an unknown key, a missing section or file at level 6.
 TEST(ConfigLog, RefusedValuesUnknownKeysAndMissingSections) {
   ASSERT_TRUE(Logger::echo()) << "run with MVM_DEBUG=enable, as ctest does";
-  test::TempRoot root;
+  test::ConfigRoot root;
   root.config(R"(<TagrelayConfig TagrelayMode="1" InventoryControl="S0,Immediate,Delay:5000"/>)"
               "\n<SerialPortConf Foo=\"2\" />\n");
   RelayConfig relay;
