@@ -59,8 +59,8 @@ TEST(KeyValueRecord, MatchesTheLiteral) {
   for (const auto& row : rows) EXPECT_EQ(record(tag, row.flags, row.format), row.expected);
 }
 
+// The sample read's 63963466480 is checked in KeyValueRecord.MatchesTheLiteral.
 TEST(KeyValueSeconds, CountsContinuouslyAcrossYearEnds) {
-  EXPECT_EQ(keyValueSeconds(ReaderDateTime{2026, 11, 0, 16, 21, 34, 40, 123}), 63963466480);
   EXPECT_EQ(keyValueSeconds(ReaderDateTime{2023, 12, 0, 31, 23, 59, 59, 999}), 63872668799);
   EXPECT_EQ(keyValueSeconds(ReaderDateTime{2024, 1, 0, 1, 0, 0, 0, 0}), 63872668800);
   EXPECT_EQ(keyValueSeconds(ReaderDateTime{2024, 2, 0, 29, 12, 0, 0, 0}), 63877809600);

@@ -57,7 +57,7 @@ TEST(SerialRecord, MatchesTheLiteral) {
   const struct {
     TagMetaFlags flags;
     void (*change)(ReaderTagData&);
-    const char* expected;
+    std::string expected;
   } rows[] = {
       // Default fields: EPC, PC, antenna and seen count; no RSSI value.
       {0, nullptr, "E2801160600002054CD6F1A4,3000,1,1,<d454>\r\n"},
@@ -75,27 +75,21 @@ TEST(SerialRecord, MatchesTheLiteral) {
       // Bits above the eight fields select nothing.
       {256 + 1 + 4, [](ReaderTagData& t) { t.tagIDLength = 4; }, "E2801160,1,<48b4>\r\n"},
       {512, nullptr, "<0000>\r\n"},
+      // The time is the event's when the read is not a plain one.
+      {32, [](ReaderTagData& t) { t.tagEvent = 2; }, "02/01/1999 03:04:05:006,<a3f9>\r\n"},
+      // An EPC length past the field is clamped to it.
+      {1,
+       [](ReaderTagData& t) {
+         for (uint8_t& b : t.tagID) b = 0xAA;
+         t.tagIDLength = 100000;
+       },
+       std::string(2 * kMaxTagIdBytes, 'A') + ",<e8df>\r\n"},
   };
   for (const auto& row : rows) {
     ReaderTagData tag = test::sampleTag();
     if (row.change) row.change(tag);
     EXPECT_EQ(serialLine(tag, row.flags), row.expected);
   }
-}
-
-TEST(SerialRecord, TimeFollowsTheTagEvent) {
-  ReaderTagData tag = test::sampleTag();
-  tag.tagEvent = 2;
-  std::string line = serialLine(tag, 32);
-  EXPECT_EQ(line.substr(0, line.find('<')), "02/01/1999 03:04:05:006,");
-}
-
-TEST(SerialRecord, OverLongEpcLengthIsClamped) {
-  ReaderTagData tag = test::sampleTag();
-  for (uint32_t i = 0; i < kMaxTagIdBytes; ++i) tag.tagID[i] = 0xAB;
-  tag.tagIDLength = 100000;
-  std::string line = serialLine(tag, 1);
-  EXPECT_EQ(line.find(','), 2 * kMaxTagIdBytes);
 }
 
 TEST(SerialAppenders, ReportWhatTheyWroteAndFailWhole) {
