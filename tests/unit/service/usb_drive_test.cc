@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <set>
@@ -87,22 +88,17 @@ TEST_F(UsbDriveTest, TheFirstBatchAfterAnHourStillGoesInThenTheFileCloses) {
   EXPECT_GT(*names.begin(), first);
 }
 
-TEST_F(UsbDriveTest, NothingIsWrittenWithoutAMountedDriveWithRoom) {
+// Only a mounted drive with room is written; a removed one is forgotten until it is mounted
+// again, and a failed write closes the file.
+TEST_F(UsbDriveTest, WritesNeedAMountedDriveWithRoom) {
   unmount();
   EXPECT_EQ(write("a\n"), -1);
   fs::remove(root_.dir + "/proc/mounts");
   EXPECT_EQ(usbDriveOpenFile(), -1);
   EXPECT_TRUE(files().empty());
   EXPECT_FALSE(fs::exists(root_.dir + "/shell.txt"));
-  // procfs reports no free blocks at all, like a full drive.
-  mount();
-  fs::remove(drive_);
-  fs::create_directory_symlink("/proc", drive_);
-  EXPECT_EQ(write("a\n"), -1);
-  EXPECT_EQ(serviceState.usbDrive.fd, -1);
-}
 
-TEST_F(UsbDriveTest, ARemovedDriveIsForgottenUntilItIsMountedAgain) {
+  mount();
   ASSERT_EQ(write("a\n"), 2);
   ASSERT_GE(serviceState.usbDrive.fd, 0);
   unmount();
@@ -113,14 +109,18 @@ TEST_F(UsbDriveTest, ARemovedDriveIsForgottenUntilItIsMountedAgain) {
   EXPECT_EQ(usbDriveDisconnect(), 0);  // nothing open: only a detail line
   mount();
   EXPECT_EQ(write("c\n"), 2);
-}
 
-TEST_F(UsbDriveTest, AFailedWriteClosesTheFileAndReportsMinusTwo) {
+  ::close(serviceState.usbDrive.fd);
   serviceState.usbDrive.fd = open("/dev/full", O_WRONLY | O_CLOEXEC);
-  serviceState.usbDrive.opened = platform::now();
-  EXPECT_EQ(write("a\n"), -2);
+  EXPECT_EQ(write("d\n"), -2);
   EXPECT_EQ(serviceState.usbDrive.fd, -1);
   EXPECT_EQ(serviceState.usbDrive.opened, -1);
+
+  // procfs reports no free blocks at all, like a full drive.
+  fs::remove_all(drive_);
+  fs::create_directory_symlink("/proc", drive_);
+  EXPECT_EQ(write("e\n"), -1);
+  EXPECT_EQ(serviceState.usbDrive.fd, -1);
 }
 
 TEST_F(UsbDriveTest, RemovalWhileTheWorkerWritesLosesNoWrittenByte) {
