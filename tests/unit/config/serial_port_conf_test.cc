@@ -25,13 +25,6 @@ std::string readAndSummarize(Records& r) {
          "," + std::to_string(r.inventory.TriggerRecord.stop.tagCount) + "|" + s.TagMetaString;
 }
 
-// Fills the first 255-character piece of a line, so that the key after it is not read.
-std::string pastTheFirstPiece() {
-  std::string line = "<SerialPortConf Baudrate=\"9600\" ";
-  line += "Pad=\"" + std::string(255 - line.size() - 6, 'x') + "\" ";
-  return line + "Databits=\"7\"/>";
-}
-
 TEST(SerialPortConf, SectionLines) {
   test::readRows<Records>(
       {
@@ -66,7 +59,10 @@ TEST(SerialPortConf, SectionLines) {
            "0,1200,0,,0,,0,0,0|"},
           {{R"(<SerialPortConf Mode="1" Baudrate="9600" IsAutostart="1"/>)", ""},
            "1,9600,0,,0,,0,0,0|"},
-          {{pastTheFirstPiece()}, "0,9600,0,,0,,0,0,0|EPC,PC,AntennaID,RSSI,SeenCount,<CRC>\r\n"},
+          // A pad to the end of the line's first 255-character piece: the key after it is not read.
+          {{R"(<SerialPortConf Baudrate="9600" Pad=")" + std::string(255 - 38, 'x') +
+            R"(" Databits="7"/>)"},
+           "0,9600,0,,0,,0,0,0|EPC,PC,AntennaID,RSSI,SeenCount,<CRC>\r\n"},
           {{R"(<SerialPortConf InventoryControl="S0,Never,TAG:5,1" Baudrate="38400"/>)"},
            "0,38400,0,,0,,0,0,5|EPC,PC,AntennaID,RSSI,SeenCount,<CRC>\r\n"},
       },
