@@ -90,19 +90,6 @@ TEST(Envelope, OpeningPerModeWithTheNameEscaped) {
             "\"mac_address\":\"m\", \"tag_reads\":[");
 }
 
-TEST(Envelope, WholeReportParses) {
-  ReaderTagData tag = test::sampleTag();
-  std::string batch;
-  openJsonEnvelope(batch, 1, "R", "00:00:00:00:00:01");
-  batch += object(tag, 255, true);
-  batch += object(tag, 5, true);
-  std::string heartbeat;
-  buildHeartbeatRecord(heartbeat, 255);
-  batch += heartbeat;
-  EXPECT_TRUE(test::JsonCheck::valid(report(batch))) << report(batch);
-  EXPECT_FALSE(test::JsonCheck::valid(batch));
-}
-
 TEST(JsonCheckSelf, RejectsBrokenTexts) {
   for (const char* bad : {"{", "{\"a\":}", "[1,]", "\"\x01\"", "{\"a\":\"\xC3\"}", "01", "{} x"}) {
     EXPECT_FALSE(test::JsonCheck::valid(bad)) << bad;
