@@ -15,12 +15,12 @@
 namespace tessera {
 namespace {
 
-// The read used across the format tests: EPC E2801160600002054CD6F1A4, PC 0x3000, antenna 1,
+// The read of every test here: EPC E2801160600002054CD6F1A4, PC 0x3000, antenna 1,
 // seen once, a plain read (its time is the seen time) on 16 November 2026 21:34:40.123.
-inline ReaderTagData sampleTag() {
+ReaderTagData sampleTag() {
   ReaderTagData tag;
   const uint8_t epc[] = {0xE2, 0x80, 0x11, 0x60, 0x60, 0x00, 0x02, 0x05, 0x4C, 0xD6, 0xF1, 0xA4};
-  for (uint32_t i = 0; i < sizeof epc; ++i) tag.tagID[i] = epc[i];
+  std::memcpy(tag.tagID, epc, sizeof epc);
   tag.tagIDLength = sizeof epc;
   tag.PC = 0x3000;
   tag.antennaID = 1;
@@ -33,8 +33,7 @@ inline ReaderTagData sampleTag() {
 
 std::string serialLine(const ReaderTagData& tag, TagMetaFlags flags) {
   char out[kTagRecordSize];
-  TagView view = makeTagView(tag);
-  size_t n = formatSerialRecord(out, tag, view, flags);
+  size_t n = formatSerialRecord(out, tag, makeTagView(tag), flags);
   EXPECT_EQ(n, std::strlen(out));
   return out;
 }
