@@ -18,16 +18,15 @@ class JsonCheck {
   explicit JsonCheck(std::string_view text) : text_(text) {}
 
   char peek() const { return pos_ < text_.size() ? text_[pos_] : '\0'; }
+  void space() {
+    while (std::string_view(" \t\n\r").find(peek()) != std::string_view::npos) ++pos_;
+  }
+  // Takes `c` (never NUL) if it comes after white space.
   bool eat(char c) {
     space();
-    if (pos_ >= text_.size() || text_[pos_] != c) return false;
+    if (peek() != c) return false;
     ++pos_;
     return true;
-  }
-  void space() {
-    while (pos_ < text_.size() &&
-           std::string_view(" \t\n\r").find(text_[pos_]) != std::string_view::npos)
-      ++pos_;
   }
   bool literal(std::string_view word) {
     if (text_.substr(pos_, word.size()) != word) return false;
@@ -37,20 +36,17 @@ class JsonCheck {
   // A value with the white space around it; objects and arrays share the loop over members.
   bool value(int depth) {
     space();
-    bool ok;
     if (depth > 64) return false;
+    bool ok;
     if (peek() == '{' || peek() == '[') {
-      char close = peek() == '{' ? '}' : ']';
+      const char close = peek() == '{' ? '}' : ']';
       ++pos_;
-      ok = eat(close);
-      while (!ok) {
+      for (ok = eat(close); !ok;) {
         space();
         if (close == '}' && !(string() && eat(':'))) return false;
         if (!value(depth + 1)) return false;
-        if (eat(close))
-          ok = true;
-        else if (!eat(','))
-          return false;
+        ok = eat(close);
+        if (!ok && !eat(',')) return false;
       }
     } else if (peek() == '"') {
       ok = string();
@@ -90,8 +86,7 @@ class JsonCheck {
         char e = ++pos_ < text_.size() ? text_[pos_++] : '\0';
         if (e == 'u') {
           for (int i = 0; i < 4; ++i, ++pos_) {
-            char h = peek();
-            if (!((h >= '0' && h <= '9') || (h >= 'a' && h <= 'f') || (h >= 'A' && h <= 'F')))
+            if (std::string_view("0123456789abcdefABCDEF").find(peek()) == std::string_view::npos)
               return false;
           }
         } else if (e == '\0' || std::string_view("\"\\/bfnrt").find(e) == std::string_view::npos) {

@@ -18,51 +18,49 @@
 namespace tessera {
 namespace {
 
+// The words are copied as strncpy would: one that fills its field has no terminator, which some
+// cases need.
 SerialSettings settings(int32_t baud, int32_t dataBits, const char* parity, int32_t stopBits,
                         const char* flow) {
-  SerialSettings s;
-  s.Baudrate = baud;
-  s.Databits = dataBits;
-  // Like strncpy (zero padding, no terminator when the word fills the field), which some cases
-  // need.
-  std::memset(s.Parity, 0, sizeof s.Parity);
+  SerialSettings s{baud, dataBits, {}, stopBits, {}};
   std::memcpy(s.Parity, parity, std::min(std::strlen(parity), sizeof s.Parity));
-  s.Stopbits = stopBits;
-  std::memset(s.Flowcontrol, 0, sizeof s.Flowcontrol);
   std::memcpy(s.Flowcontrol, flow, std::min(std::strlen(flow), sizeof s.Flowcontrol));
   return s;
 }
 
-// A pseudo-terminal pair; the library opens the slave by its path.
-class Pty {
- public:
-  Pty() {
+// A pseudo-terminal pair: the library opens and configures the slave by its path, closed at
+// the end of the test.
+class Rs232Test : public ::testing::Test {
+ protected:
+  void SetUp() override {
     master_ = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    if (master_ < 0 || grantpt(master_) != 0 || unlockpt(master_) != 0) return;
     char name[64] = {};
-    if (ptsname_r(master_, name, sizeof name) == 0) slavePath_ = name;
+    ASSERT_TRUE(master_ >= 0 && grantpt(master_) == 0 && unlockpt(master_) == 0 &&
+                ptsname_r(master_, name, sizeof name) == 0);
+    handle_ = RS232_open(name, 0);
+    ASSERT_GE(handle_, 0) << RS232_statusText(handle_);
   }
-  ~Pty() { closeMaster(); }
-  Pty(const Pty&) = delete;
-  Pty& operator=(const Pty&) = delete;
-
-  const char* slavePath() const { return slavePath_.c_str(); }
-  int master() const { return master_; }
+  void TearDown() override {
+    if (handle_ >= 0) {
+      EXPECT_EQ(RS232_close(handle_), 0);
+    }
+    closeMaster();
+  }
+  void configure(const SerialSettings& s) { ASSERT_EQ(RS232_configure(handle_, s), 0); }
   void closeMaster() {
     if (master_ >= 0) ::close(master_);
     master_ = -1;
   }
 
-  // Reads until `want` bytes came or nothing came for timeoutMs; sleeps pauseMs between reads.
-  // With SIZE_MAX it takes whatever has arrived so far.
+  // Reads on the master until `want` bytes came or nothing came for timeoutMs; sleeps pauseMs
+  // between reads. With SIZE_MAX it takes whatever has arrived so far.
   std::string read(size_t want, int timeoutMs = 2000, size_t chunk = 4096, int pauseMs = 0) {
     std::string got;
     char buffer[4096];
-    if (chunk > sizeof buffer) chunk = sizeof buffer;
     while (got.size() < want) {
       pollfd wait{master_, POLLIN, 0};
       if (poll(&wait, 1, timeoutMs) <= 0) break;
-      ssize_t n = ::read(master_, buffer, std::min(chunk, want - got.size()));
+      ssize_t n = ::read(master_, buffer, std::min({chunk, sizeof buffer, want - got.size()}));
       if (n <= 0) break;
       got.append(buffer, static_cast<size_t>(n));
       if (pauseMs > 0) std::this_thread::sleep_for(std::chrono::milliseconds(pauseMs));
@@ -70,27 +68,7 @@ class Pty {
     return got;
   }
 
- private:
   int master_ = -1;
-  std::string slavePath_;
-};
-
-// An open and configured slave, closed at the end of the test.
-class Rs232Test : public ::testing::Test {
- protected:
-  void SetUp() override {
-    ASSERT_FALSE(std::string(pty_.slavePath()).empty());
-    handle_ = RS232_open(pty_.slavePath(), 0);
-    ASSERT_GE(handle_, 0) << RS232_statusText(handle_);
-  }
-  void TearDown() override {
-    if (handle_ >= 0) {
-      EXPECT_EQ(RS232_close(handle_), 0);
-    }
-  }
-  void configure(const SerialSettings& s) { ASSERT_EQ(RS232_configure(handle_, s), 0); }
-
-  Pty pty_;
   int handle_ = -1;
 };
 
@@ -165,11 +143,21 @@ TEST(Rs232Open, RefusesWhatIsNotATerminal) {
   EXPECT_EQ(RS232_open(nullptr, 0), RS232_ERR_ARGUMENT);
 }
 
-TEST_F(Rs232Test, TextArrivesByteForByteAndCloseKeepsUnreadBytes) {
+TEST_F(Rs232Test, TextArrivesWholeAndInOrderAndCloseKeepsUnreadBytes) {
   configure(settings(115200, 8, "None", 1, "XON/XOFF"));
   const std::string text = "EPC,PC,AntennaID,RSSI,SeenCount,<CRC>\r\n\x01\x11\x13\x7f\xff\n\r";
   EXPECT_GE(RS232_write(handle_, text.c_str()), 0);
-  EXPECT_EQ(pty_.read(text.size()), text);
+  EXPECT_EQ(read(text.size()), text);
+  // Far more than a pseudo-terminal buffers, so the write is taken in many pieces.
+  const std::string longText = pattern(64 * 1024);
+  std::string received;
+  std::thread reader([&] { received = read(longText.size(), 5000, 512, 1); });
+  int result = RS232_write(handle_, longText.c_str());
+  reader.join();
+  EXPECT_GE(result, 0) << RS232_statusText(result);
+  ASSERT_EQ(received.size(), longText.size());
+  EXPECT_TRUE(received == longText);
+
   EXPECT_GE(RS232_write(handle_, ""), 0);
   EXPECT_EQ(RS232_write(handle_, nullptr), RS232_ERR_ARGUMENT);
   EXPECT_EQ(RS232_write(-1, "x"), RS232_ERR_HANDLE);
@@ -178,39 +166,28 @@ TEST_F(Rs232Test, TextArrivesByteForByteAndCloseKeepsUnreadBytes) {
   EXPECT_EQ(RS232_close(handle_), RS232_ERR_HANDLE);  // safe twice
   EXPECT_EQ(RS232_close(-1), RS232_ERR_HANDLE);
   handle_ = -1;
-  EXPECT_EQ(pty_.read(13), "last record\r\n");
+  EXPECT_EQ(read(13), "last record\r\n");
 }
 
-TEST_F(Rs232Test, LongTextArrivesCompleteThroughASlowReader) {
-  configure(settings(115200, 8, "None", 1, "None"));
-  // Far more than a pseudo-terminal buffers, so the write is taken in many pieces.
-  const std::string text = pattern(64 * 1024);
-  std::string received;
-  std::thread reader([&] { received = pty_.read(text.size(), 5000, 512, 1); });
-  int result = RS232_write(handle_, text.c_str());
-  reader.join();
-  EXPECT_GE(result, 0) << RS232_statusText(result);
-  ASSERT_EQ(received.size(), text.size());
-  EXPECT_TRUE(received == text);
-}
-
-TEST_F(Rs232Test, WriteGivesUpWhenThePeerStopsReading) {
+TEST_F(Rs232Test, WriteGivesUpWhenThePeerStopsReadingAndFailsWhenItHangsUp) {
   configure(settings(115200, 8, "None", 1, "None"));
   const std::string text = pattern(64 * 1024);
   EXPECT_EQ(RS232_write(handle_, text.c_str(), 100), RS232_ERR_TIMEOUT);
   EXPECT_EQ(RS232_write(handle_, "more", 100), RS232_ERR_TIMEOUT);
   // The port stays usable once the peer reads again; what was taken arrives uncut and in order.
-  std::string arrived = pty_.read(SIZE_MAX, 50);
+  std::string arrived = read(SIZE_MAX, 50);
   ASSERT_FALSE(arrived.empty());
   EXPECT_TRUE(arrived == text.substr(0, arrived.size()));
   EXPECT_GE(RS232_write(handle_, "again\r\n", 100), 0);
-  EXPECT_EQ(pty_.read(SIZE_MAX, 50), "again\r\n");
+  EXPECT_EQ(read(SIZE_MAX, 50), "again\r\n");
+  closeMaster();
+  EXPECT_EQ(RS232_write(handle_, "lost\r\n", 100), RS232_ERR_WRITE);
 }
 
 TEST_F(Rs232Test, XoffHoldsOutputUntilXon) {
   configure(settings(9600, 8, "None", 1, "Software"));
   const char xoff = 0x13, xon = 0x11;
-  ASSERT_EQ(::write(pty_.master(), &xoff, 1), 1);
+  ASSERT_EQ(::write(master_, &xoff, 1), 1);
   // The XOFF is taken by the line a moment later; until then writes still go through.
   const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(5);
   int status = 0;
@@ -218,16 +195,10 @@ TEST_F(Rs232Test, XoffHoldsOutputUntilXon) {
     status = RS232_write(handle_, "x", 50);
   }
   EXPECT_EQ(status, RS232_ERR_TIMEOUT);
-  pty_.read(SIZE_MAX, 50);
-  ASSERT_EQ(::write(pty_.master(), &xon, 1), 1);
+  read(SIZE_MAX, 50);
+  ASSERT_EQ(::write(master_, &xon, 1), 1);
   EXPECT_GE(RS232_write(handle_, "resumed", 2000), 0);
-  EXPECT_EQ(pty_.read(7), "resumed");
-}
-
-TEST_F(Rs232Test, WriteFailsWhenThePeerHangsUp) {
-  configure(settings(9600, 8, "None", 1, "None"));
-  pty_.closeMaster();
-  EXPECT_EQ(RS232_write(handle_, "lost\r\n", 100), RS232_ERR_WRITE);
+  EXPECT_EQ(read(7), "resumed");
 }
 
 }  // namespace

@@ -9,66 +9,44 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 #include <set>
-#include <sstream>
 #include <string>
 #include <thread>
 
-#include "platform/platform.h"
 #include "state/service_state.h"
+#include "temp_root.h"
 
 namespace tessera {
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string readFile(const std::string& name) {
-  std::ifstream in(name, std::ios::binary);
-  std::stringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
-}
-
-void writeFile(const std::string& name, const std::string& text) {
-  fs::create_directories(fs::path(name).parent_path());
-  std::ofstream(name, std::ios::binary) << text;
-}
+using test::readFile;
 
 class UsbDriveTest : public testing::Test {
  protected:
   void SetUp() override {
-    char dir[] = "/tmp/tessera-usb-XXXXXX";
-    ASSERT_NE(mkdtemp(dir), nullptr);
-    root_ = dir;
-    drive_ = root_ + "/media/usbdrive";
+    drive_ = root_.dir + platform::kUsbDriveMountPoint;
     fs::create_directories(drive_);
     mount();
     setenv("TZ", "UTC", 1);  // file names in local time: no daylight saving jump
     tzset();
-    settings_.root = root_;
-    settings_.recordShell = root_ + "/shell.txt";
-    platform::configure(settings_);
     serviceState.usbDrive.fd = -1;
     serviceState.usbDrive.opened = -1;
   }
   void TearDown() override {
     usbDriveDisconnect();
-    platform::configure(platform::Settings{});
     unsetenv("TZ");
     tzset();
-    fs::remove_all(root_);
   }
 
   void mount() {
-    writeFile(root_ + "/proc/mounts",
-              "proc /proc proc rw 0 0\n/dev/sda1 /media/usbdrive vfat rw 0 0\n");
+    root_.write("/proc/mounts", "proc /proc proc rw 0 0\n/dev/sda1 /media/usbdrive vfat rw 0 0\n");
   }
-  void unmount() { writeFile(root_ + "/proc/mounts", "proc /proc proc rw 0 0\n"); }
+  void unmount() { root_.write("/proc/mounts", "proc /proc proc rw 0 0\n"); }
   // Moves the service's clock so that it reads `when` (seconds since the epoch) now.
   void clockAt(time_t when) {
-    settings_.clockOffset = static_cast<long>(when - time(nullptr));
-    platform::configure(settings_);
+    root_.settings.clockOffset = static_cast<long>(when - time(nullptr));
+    root_.apply();
   }
   int write(const char* text) {
     std::string buffer = text;
@@ -80,9 +58,8 @@ class UsbDriveTest : public testing::Test {
     return names;
   }
 
-  std::string root_;
+  test::TempRoot root_;
   std::string drive_;
-  platform::Settings settings_;
 };
 
 // The file's name, the lowered text and the sync after each batch are checked end to end
@@ -111,22 +88,17 @@ TEST_F(UsbDriveTest, TheFirstBatchAfterAnHourStillGoesInThenTheFileCloses) {
   EXPECT_GT(*names.begin(), first);
 }
 
-TEST_F(UsbDriveTest, NothingIsWrittenWithoutAMountedDriveWithRoom) {
+// Only a mounted drive with room is written; a removed one is forgotten until it is mounted
+// again, and a failed write closes the file.
+TEST_F(UsbDriveTest, WritesNeedAMountedDriveWithRoom) {
   unmount();
   EXPECT_EQ(write("a\n"), -1);
-  fs::remove(root_ + "/proc/mounts");
+  fs::remove(root_.dir + "/proc/mounts");
   EXPECT_EQ(usbDriveOpenFile(), -1);
   EXPECT_TRUE(files().empty());
-  EXPECT_FALSE(fs::exists(root_ + "/shell.txt"));
-  // procfs reports no free blocks at all, like a full drive.
-  mount();
-  fs::remove(drive_);
-  fs::create_directory_symlink("/proc", drive_);
-  EXPECT_EQ(write("a\n"), -1);
-  EXPECT_EQ(serviceState.usbDrive.fd, -1);
-}
+  EXPECT_FALSE(fs::exists(root_.dir + "/shell.txt"));
 
-TEST_F(UsbDriveTest, ARemovedDriveIsForgottenUntilItIsMountedAgain) {
+  mount();
   ASSERT_EQ(write("a\n"), 2);
   ASSERT_GE(serviceState.usbDrive.fd, 0);
   unmount();
@@ -137,14 +109,18 @@ TEST_F(UsbDriveTest, ARemovedDriveIsForgottenUntilItIsMountedAgain) {
   EXPECT_EQ(usbDriveDisconnect(), 0);  // nothing open: only a detail line
   mount();
   EXPECT_EQ(write("c\n"), 2);
-}
 
-TEST_F(UsbDriveTest, AFailedWriteClosesTheFileAndReportsMinusTwo) {
+  ::close(serviceState.usbDrive.fd);
   serviceState.usbDrive.fd = open("/dev/full", O_WRONLY | O_CLOEXEC);
-  serviceState.usbDrive.opened = platform::now();
-  EXPECT_EQ(write("a\n"), -2);
+  EXPECT_EQ(write("d\n"), -2);
   EXPECT_EQ(serviceState.usbDrive.fd, -1);
   EXPECT_EQ(serviceState.usbDrive.opened, -1);
+
+  // procfs reports no free blocks at all, like a full drive.
+  fs::remove_all(drive_);
+  fs::create_directory_symlink("/proc", drive_);
+  EXPECT_EQ(write("e\n"), -1);
+  EXPECT_EQ(serviceState.usbDrive.fd, -1);
 }
 
 TEST_F(UsbDriveTest, RemovalWhileTheWorkerWritesLosesNoWrittenByte) {

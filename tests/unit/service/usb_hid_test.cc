@@ -4,18 +4,15 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
-#include <unistd.h>
 
+#include <cctype>
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "platform/platform.h"
 #include "state/service_state.h"
+#include "temp_root.h"
 
 namespace tessera {
 namespace {
@@ -24,49 +21,31 @@ namespace fs = std::filesystem;
 
 using Press = std::vector<uint8_t>;  // one 8-byte report
 
-std::string readFile(const std::string& name) {
-  std::ifstream in(name, std::ios::binary);
-  std::stringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
-}
-
-void writeFile(const std::string& name, const std::string& text) {
-  fs::create_directories(fs::path(name).parent_path());
-  std::ofstream(name, std::ios::binary) << text;
-}
-
 class UsbHidTest : public testing::Test {
  protected:
   void SetUp() override {
-    char dir[] = "/tmp/tessera-hid-XXXXXX";
-    ASSERT_NE(mkdtemp(dir), nullptr);
-    root_ = dir;
-    platform::Settings s;
-    s.root = root_;
-    s.recordShell = root_ + "/shell.txt";
-    s.waitScale = 0;
-    platform::configure(s);
+    root_.settings.waitScale = 0;
+    root_.apply();
     serviceState.hidFd = -1;
     serviceState.hidGadgetLoaded = false;
   }
   void TearDown() override {
     hidClose();
     serviceState.hidGadgetLoaded = false;
-    platform::configure(platform::Settings{});
-    fs::remove_all(root_);
   }
 
   // Types the text into a fresh /dev/hidg0 and returns the pressed reports; every press must
-  // be followed by an all-released report.
-  std::vector<Press> typed(const std::string& text, int* result = nullptr) {
-    writeFile(root_ + "/dev/hidg0", "");
+  // be followed by an all-released report, and the text is lowered in place.
+  std::vector<Press> typed(const std::string& text) {
+    root_.write("/dev/hidg0", "");
     hidClose();
     EXPECT_GE(hidOpen(), 0);
     std::string buffer = text;
-    int r = hidType(buffer.data());
-    if (result != nullptr) *result = r;
-    const std::string raw = readFile(root_ + "/dev/hidg0");
+    EXPECT_EQ(hidType(buffer.data()), 8);
+    std::string lowered = text;
+    for (char& c : lowered) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    EXPECT_EQ(buffer, lowered);
+    const std::string raw = root_.read("/dev/hidg0");
     EXPECT_EQ(raw.size() % 16, 0u);
     std::vector<Press> presses;
     for (size_t i = 0; i + 16 <= raw.size(); i += 16) {
@@ -77,7 +56,7 @@ class UsbHidTest : public testing::Test {
     return presses;
   }
 
-  std::string root_;
+  test::TempRoot root_;
 };
 
 Press keys(std::initializer_list<uint8_t> usages, uint8_t modifier = 0) {
@@ -107,18 +86,9 @@ TEST_F(UsbHidTest, TextIsTypedAsPackedReportsOfTheKeyboardPage) {
       {"", {}},
   };
   for (const Case& c : cases) {
-    int result = 0;
-    EXPECT_EQ(typed(c.text, &result), c.presses) << "text: " << c.text;
-    EXPECT_EQ(result, 8) << "text: " << c.text;
+    SCOPED_TRACE(c.text);
+    EXPECT_EQ(typed(c.text), c.presses);
   }
-}
-
-TEST_F(UsbHidTest, TheTextIsLoweredInPlace) {
-  writeFile(root_ + "/dev/hidg0", "");
-  ASSERT_GE(hidOpen(), 0);
-  char text[] = "EPC,E2-Q";
-  EXPECT_EQ(hidType(text), 8);
-  EXPECT_STREQ(text, "epc,e2-q");
 }
 
 TEST_F(UsbHidTest, WithoutADeviceOrWhenAWriteFailsNothingIsTyped) {
@@ -126,8 +96,8 @@ TEST_F(UsbHidTest, WithoutADeviceOrWhenAWriteFailsNothingIsTyped) {
   EXPECT_EQ(hidType(text), -1);  // never opened
   EXPECT_EQ(hidOpen(), -1);      // no device node
   EXPECT_EQ(serviceState.hidFd, -1);
-  EXPECT_FALSE(fs::exists(root_ + "/dev/hidg0")) << "opening must not create the node";
-  writeFile(root_ + "/dev/hidg0", "");
+  EXPECT_FALSE(fs::exists(root_.dir + "/dev/hidg0")) << "opening must not create the node";
+  root_.write("/dev/hidg0", "");
   const int fd = hidOpen();
   ASSERT_GE(fd, 0);
   EXPECT_EQ(hidOpen(), fd);  // already open: the same descriptor
@@ -144,26 +114,26 @@ TEST_F(UsbHidTest, WithoutADeviceOrWhenAWriteFailsNothingIsTyped) {
 TEST_F(UsbHidTest, AGadgetSwitchRunsOnlyWhenTheGadgetChanges) {
   switchToHidGadget();
   EXPECT_TRUE(serviceState.hidGadgetLoaded);
-  const auto afterFirst = readFile(root_ + "/shell.txt").size();
+  const auto afterFirst = root_.read("/shell.txt").size();
   EXPECT_GT(afterFirst, 0u);
   switchToHidGadget();  // already loaded: nothing runs
-  EXPECT_EQ(readFile(root_ + "/shell.txt").size(), afterFirst);
+  EXPECT_EQ(root_.read("/shell.txt").size(), afterFirst);
   switchToEthernetGadget();
   EXPECT_FALSE(serviceState.hidGadgetLoaded);
-  EXPECT_GT(readFile(root_ + "/shell.txt").size(), afterFirst);
+  EXPECT_GT(root_.read("/shell.txt").size(), afterFirst);
 }
 
 TEST_F(UsbHidTest, TheHostIsSeenThroughTheFirstLineOfTheVbusStatusFileUnderTheRoot) {
   const std::string vbus =
-      root_ + "/sys/devices/platform/68000000.ocp/5c040000.am35x_otg_hs/musb-hdrc.1.auto/vbus";
-  writeFile(vbus, "Vbus on, timeout 1100 msec\n");
+      "/sys/devices/platform/68000000.ocp/5c040000.am35x_otg_hs/musb-hdrc.1.auto/vbus";
+  root_.write(vbus, "Vbus on, timeout 1100 msec\n");
   EXPECT_EQ(hidHostPowered(), 1);
-  writeFile(vbus, "Vbus off, timeout 1100 msec\n");
+  root_.write(vbus, "Vbus off, timeout 1100 msec\n");
   EXPECT_EQ(hidHostPowered(), 0);
   // Only the first line counts: a later "on" does not make the port powered.
-  writeFile(vbus, "Vbus off\nVbus on\n");
+  root_.write(vbus, "Vbus off\nVbus on\n");
   EXPECT_EQ(hidHostPowered(), 0);
-  fs::remove(vbus);
+  fs::remove(root_.dir + vbus);
   EXPECT_EQ(hidHostPowered(), -1);
 }
 
