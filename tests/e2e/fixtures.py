@@ -165,9 +165,10 @@ class Bench:
     """A simulator, a configuration root and a tessera connected to the simulator."""
 
     def __init__(self, sim_args=("--tags", "20", "--rate", "200"), serial=None, relay=None,
-                 with_serial_line=True, tessera_args=(), env=None, **config):
+                 with_serial_line=True, tessera_args=(), env=None, reader_port=None, **config):
         self.sim = Simulator(sim_args).start()
-        self.tessera = Tessera(reader_port=self.sim.llrp_port, extra_args=tessera_args, env=env)
+        self.tessera = Tessera(reader_port=reader_port or self.sim.llrp_port,
+                               extra_args=tessera_args, env=env)
         write_config(self.tessera.root, serial=serial, relay=relay, **config)
         self.line = SerialLine(self.tessera.root) if with_serial_line else None
         self.tessera.start()
@@ -181,3 +182,10 @@ class Bench:
             if self.line:
                 self.line.close()
             self.sim.stop()
+
+
+def bench(test, **kwargs):
+    """A Bench that the test's cleanup closes, failing the test on a non-zero exit status."""
+    b = Bench(**kwargs)
+    test.addCleanup(b.close)
+    return b

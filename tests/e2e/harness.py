@@ -220,6 +220,11 @@ def recv_until(sock, marker, timeout=10.0):
     return recv_while(sock, lambda data: marker not in data, timeout)
 
 
+def recv_replies(sock, count, timeout=10.0):
+    """Reads until `count` command replies (each ending in an empty line) arrived."""
+    return recv_while(sock, lambda data: data.count(b"\r\n\r\n") < count, timeout)
+
+
 def recv_zero_terminated(sock, count=1, timeout=10.0):
     """Reads `count` zero-terminated data channel messages; returns their texts."""
     data = recv_while(sock, lambda data: data.count(b"\0") < count, timeout)
