@@ -46,9 +46,9 @@ class MqttRelayTest(unittest.TestCase):
         self.addCleanup(s.stop)
         return s
 
-    def bench(self, mqtt_line, sim_args=("--tags", "20", "--rate", "200"), close=True):
+    def bench(self, mqtt_line, sim_args=("--tags", "20", "--rate", "200"), close=True, **config):
         b = Bench(sim_args=sim_args, relay={"TagrelayMode": "5"}, with_serial_line=False,
-                  extra_lines=[mqtt_line])
+                  extra_lines=[mqtt_line], **config)
         self.addCleanup(b.close if close else b.sim.stop)
         return b
 
@@ -129,11 +129,9 @@ class MqttRelayTest(unittest.TestCase):
     def test_with_the_spool_a_broker_outage_does_not_pause_the_reader(self):
         broker = self.broker(persistent=True)
         sub = self.subscriber(broker)
-        b = Bench(sim_args=("--tags", "50", "--rate", "500"), relay={"TagrelayMode": "5"},
-                  with_serial_line=False,
-                  extra_lines=[mqtt_section("mqtt://127.0.0.1:%d" % broker.port)],
-                  tessera_args=("--spool", os.path.join(self.dir, "spool")))
-        self.addCleanup(b.close)
+        b = self.bench(mqtt_section("mqtt://127.0.0.1:%d" % broker.port),
+                       sim_args=("--tags", "50", "--rate", "500"),
+                       tessera_args=("--spool", os.path.join(self.dir, "spool")))
         self.assertEqual(b.tessera.command(START), STARTED)
         self.assertTrue(wait_until(lambda: len(self.reads(sub)) >= 100, timeout=30))
         broker.stop()
