@@ -5,12 +5,25 @@ CRC-16, and a service wired to a simulator."""
 import os
 import pty
 import select
+import sys
 import threading
 import time
 import tty
 
 from harness import Tessera, wait_until
 from simctl import Simulator
+
+# The relay tests import their peers (relay_peers, mqtt_peers) after this module.
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "peers"))
+
+
+SERIAL_START = "setup.operating_mode_serialPort=,5084 0 ,\r\n"
+STANDBY = "setup.operating_mode=standby\r\n"
+STARTED = b"httppoststart:0\r\n\r\n"  # the relay start's reply
+
+
+def relay_start(mode):
+    return "setup.operating_mode_Tagrelay=,5084 0 %d ,\r\n" % mode
 
 
 def element(name, attributes):

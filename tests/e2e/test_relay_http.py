@@ -6,20 +6,16 @@ import base64
 import os
 import re
 import shutil
-import sys
 import tempfile
 import time
 import unittest
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "peers"))
+from fixtures import STANDBY, STARTED, bench, relay_start, settle, stamp_key, write_config
+from harness import free_port, wait_until
+from mqtt_peers import make_ca_and_server
+from relay_peers import connect_proxy, http_section, http_sink, posted_reports
 
-from fixtures import bench, settle, stamp_key, write_config  # noqa: E402
-from harness import free_port, wait_until  # noqa: E402
-from mqtt_peers import make_ca_and_server  # noqa: E402
-from relay_peers import connect_proxy, http_section, http_sink, posted_reports  # noqa: E402
-
-START = "setup.operating_mode_Tagrelay=,5084 0 1 ,\r\n"
-STANDBY = "setup.operating_mode=standby\r\n"
+START = relay_start(1)
 MAC = re.compile(r"^([0-9A-F]{2}(:[0-9A-F]{2}){5})?$")
 STAMP = re.compile(r"^\d\d/\d\d/\d{4} \d\d:\d\d:\d\d:\d{3}$")
 
@@ -71,7 +67,7 @@ class HttpPostTest(RelayHttpCase):
         b = self.bench(http_section("http://127.0.0.1:%d/tags" % sink.port,
                                     HTTPAuthenticationType="basic", HTTPUserName="relay",
                                     HTTPPassword="s3cret-Pw"))
-        self.assertEqual(b.tessera.command(START), b"httppoststart:0\r\n\r\n")
+        self.assertEqual(b.tessera.command(START), STARTED)
         self.assertTrue(wait_until(lambda: len(tag_reads(self.posted(sink))) >= 40, timeout=20))
         reads, sent = self.drain(b, sink)
         self.assert_every_read_once_in_order(reads, sent)
@@ -102,7 +98,7 @@ class HttpPostTest(RelayHttpCase):
     def test_a_server_that_answers_500_has_taken_each_batch(self):
         sink = self.sink("--status", "500")
         b = self.bench(http_section("127.0.0.1:%d/error" % sink.port))
-        self.assertEqual(b.tessera.command(START), b"httppoststart:0\r\n\r\n")
+        self.assertEqual(b.tessera.command(START), STARTED)
         self.assertTrue(wait_until(lambda: len(sink.entries()) >= 5, timeout=20))
         reads, sent = self.drain(b, sink)
         # A URL without a scheme is requested over plain http with "/" appended.
@@ -114,7 +110,7 @@ class HttpPostTest(RelayHttpCase):
         port = free_port()
         b = self.bench(http_section("http://127.0.0.1:%d/late" % port),
                        relay={"HeartBeatPeriod": "1"})
-        self.assertEqual(b.tessera.command(START), b"httppoststart:0\r\n\r\n")
+        self.assertEqual(b.tessera.command(START), STARTED)
         # Every pass retries the kept batch, growing with the reads that arrive meanwhile.
         self.assertTrue(b.tessera.wait_for_line(
             r"^I-Tagrelay: HTTP POST Error - 7 : (Couldn't|Could not) connect to server$",
@@ -134,7 +130,7 @@ class HttpPostTest(RelayHttpCase):
         sink = self.sink()
         b = self.bench(http_section("http://127.0.0.1:%d/hb" % sink.port),
                        sim_args=("--tags", "0"), relay={"HeartBeatPeriod": "1"})
-        self.assertEqual(b.tessera.command(START), b"httppoststart:0\r\n\r\n")
+        self.assertEqual(b.tessera.command(START), STARTED)
         self.assertTrue(wait_until(lambda: len(sink.entries()) >= 2, timeout=20))
         for report in self.posted(sink)[:2]:
             (beat,) = report["tag_reads"]
@@ -152,13 +148,13 @@ class HttpPostTest(RelayHttpCase):
         dead = "http://127.0.0.1:%d" % free_port()
         url = "http://127.0.0.1:%d/plain" % sink.port
         b = self.bench(http_section(url), env={"http_proxy": dead, "all_proxy": dead})
-        self.assertEqual(b.tessera.command(START), b"httppoststart:0\r\n\r\n")
+        self.assertEqual(b.tessera.command(START), STARTED)
         self.assertTrue(wait_until(sink.entries, timeout=20))
         self.assertEqual(b.tessera.command("disconnect\r\n"), b"ok\r\n\r\n")
         self.assertEqual(proxy.entries(), [])
         write_config(b.tessera.root, relay={"TagrelayMode": "1"}, extra_lines=[
             http_section(url, HTTPProxyServerURL="127.0.0.1", HTTPProxyPort=proxy.port)])
-        self.assertEqual(b.tessera.command(START), b"httppoststart:0\r\n\r\n")
+        self.assertEqual(b.tessera.command(START), STARTED)
         self.assertTrue(wait_until(proxy.entries, timeout=20))
         self.assertEqual(proxy.entries()[0]["request"], "POST %s/ HTTP/1.1" % url)
 
@@ -170,7 +166,7 @@ class NoReadLostTest(RelayHttpCase):
     def run_at_link_speed(self, sink, sim_args=("--tags", "200", "--rate", "0")):
         b = self.bench(http_section("http://127.0.0.1:%d/fast" % sink.port, interval=0),
                        sim_args=sim_args)
-        self.assertEqual(b.tessera.command(START), b"httppoststart:0\r\n\r\n")
+        self.assertEqual(b.tessera.command(START), STARTED)
         self.assertTrue(wait_until(lambda: b.sim.stats()["reads_sent"] > 0, timeout=20))
         return b
 
@@ -229,7 +225,7 @@ class HttpsAndProxyTest(RelayHttpCase):
             shutil.copy(ca, ca_file)
             write_config(t.root, relay={"TagrelayMode": "1"},
                          extra_lines=[http_section(url, **keys)])
-            self.assertEqual(t.command(START), b"httppoststart:0\r\n\r\n")
+            self.assertEqual(t.command(START), STARTED)
 
         # Another certificate in the CA file: every pass fails and keeps the batch.
         restart(other, VerifyPeer=1, VerifyHost=1)
@@ -258,7 +254,7 @@ class HttpsAndProxyTest(RelayHttpCase):
             "http://127.0.0.1:%d/via" % sink.port, HTTPProxyServerURL="127.0.0.1",
             HTTPProxyPort=proxy.port, HTTPProxyTunnel=1, HTTPProxyAuthenticationType="basic",
             HTTPProxyUserName="gate", HTTPProxyPassword="pr0xy"))
-        self.assertEqual(b.tessera.command(START), b"httppoststart:0\r\n\r\n")
+        self.assertEqual(b.tessera.command(START), STARTED)
         self.assertTrue(wait_until(lambda: len(sink.entries()) >= 3, timeout=20))
         requests = proxy.entries()
         self.assertTrue(requests)

@@ -7,18 +7,14 @@ import re
 import shutil
 import signal
 import subprocess
-import sys
 import tempfile
 import unittest
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "peers"))
+from fixtures import Bench, STARTED, relay_start, settle, stamp_key, write_config
+from harness import wait_until
+from mqtt_peers import Broker, Subscriber, make_ca_and_server, mqtt_section, retained
 
-from fixtures import Bench, settle, stamp_key, write_config  # noqa: E402
-from harness import wait_until  # noqa: E402
-from mqtt_peers import Broker, Subscriber, make_ca_and_server, mqtt_section, retained  # noqa: E402
-
-START = "setup.operating_mode_Tagrelay=,5084 0 5 ,\r\n"
-STARTED = b"httppoststart:0\r\n\r\n"
+START = relay_start(5)
 READS = "tessera/Dock Door 1/reads"
 STATUS = "tessera/Dock Door 1/status"
 MAC = re.compile(r"^([0-9A-F]{2}(:[0-9A-F]{2}){5})?$")

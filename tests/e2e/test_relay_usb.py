@@ -3,18 +3,13 @@ reports written to <root>/dev/hidg0, which the test creates as a plain file) and
 files under <root>/media/usbdrive, mounted as far as <root>/proc/mounts says)."""
 
 import os
-import sys
 import time
 import unittest
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "peers"))
+from fixtures import STANDBY, STARTED, bench, relay_start, settle
+from harness import send_uevent, wait_until
+from relay_peers import ETHERNET_COMMANDS, HID_COMMANDS, VBUS, decode_hid
 
-from fixtures import bench, settle  # noqa: E402
-from harness import send_uevent, wait_until  # noqa: E402
-from relay_peers import ETHERNET_COMMANDS, HID_COMMANDS, VBUS, decode_hid  # noqa: E402
-
-STANDBY = "setup.operating_mode=standby\r\n"
-STARTED = b"httppoststart:0\r\n\r\n"
 MOUNT_LINE = "/dev/sda1 /media/usbdrive vfat rw,relatime 0 0\n"
 OTHER_MOUNTS = "proc /proc proc rw,nosuid,nodev,noexec,relatime 0 0\n"
 
@@ -30,10 +25,6 @@ def typed(hid):
     with open(hid, "rb") as f:
         data = f.read()
     return decode_hid(data[:len(data) // 16 * 16])
-
-
-def start(mode):
-    return "setup.operating_mode_Tagrelay=,5084 0 %d ,\r\n" % mode
 
 
 def drive_lines(drive):
@@ -52,58 +43,45 @@ def usb_bench(test, mode, sim_args, tag_meta_data=45, tessera_args=(), **data_fo
 
 
 class UsbHidRelayTest(unittest.TestCase):
-    def prepare(self, root, vbus="on\n"):
-        """The node and the VBUS file; the relay start opens the node, so before the command."""
-        write(os.path.join(root, "dev/hidg0"), "")
-        write(os.path.join(root, VBUS.lstrip("/")), vbus)
-
     def test_batches_are_typed_as_keyboard_reports_once_the_host_powers_the_port(self):
-        b = usb_bench(self, 2, ("--tags", "20", "--rate", "100"), 5, LineEnding="CRLF")
-        t = b.tessera
-        hid = t.path("/dev/hidg0")
-        self.prepare(t.root, vbus="off\n")
-        boot = len(t.shell_commands())
-        self.assertEqual(t.command(start(2)), STARTED)
-        self.assertEqual(t.shell_commands()[boot:], HID_COMMANDS)
-        # No host powers the port: the batch is kept and nothing is typed.
-        self.assertTrue(t.wait_for_line(r"^E-Tagrelay: USB HID device is not found\.$", count=3,
-                                        timeout=20))
-        self.assertGreater(b.sim.stats()["reads_sent"], 0)
-        self.assertEqual(os.path.getsize(hid), 0)
-        write(t.path(VBUS), "on\n")
-        self.assertTrue(wait_until(lambda: os.path.getsize(hid) > 0, timeout=20))
-        self.assertEqual(t.command(STANDBY), b"ok\r\n\r\n")
-        sent = lambda: b.sim.stats()["reads_sent"]
-        wait_until(lambda: typed(hid).count("\r\n") == sent(), timeout=15, interval=0.1)
-        text = typed(hid)
-        # Key=value lines of EPC and antenna: upper-case hex is typed lower, the CR as Ctrl+M.
-        lines = text.split("\r\n")
-        self.assertEqual(lines[-1], "")
-        self.assertEqual(len(lines) - 1, sent())
-        for line in lines[:-1]:
-            self.assertRegex(line, r"^epc=[0-9a-f]{24},antennaport=[1-4],$")
-        self.assertEqual(os.path.getsize(hid) % 16, 0)
-        self.assertEqual(t.command("disconnect\r\n"), b"ok\r\n\r\n")
-        self.assertEqual(t.shell_commands()[boot:], HID_COMMANDS + ETHERNET_COMMANDS)
-
-    def test_json_punctuation_is_not_typed(self):
-        b = usb_bench(self, 2, ("--tags", "20", "--rate", "100"), 1, Format="JSON")
-        t = b.tessera
-        hid = t.path("/dev/hidg0")
-        self.prepare(t.root)
-        self.assertEqual(t.command(start(2)), STARTED)
-        self.assertTrue(wait_until(lambda: os.path.getsize(hid) >= 16 * 20, timeout=20))
-        self.assertEqual(t.command(STANDBY), b"ok\r\n\r\n")
-        sent = lambda: b.sim.stats()["reads_sent"]
-        wait_until(lambda: typed(hid).count("epc") == sent(), timeout=15, interval=0.1)
-        # {"epc":"<hex>"}, is typed as epc<hex>, : braces, quotes and colons have no key.
-        self.assertRegex(typed(hid), r"^(epc[0-9a-f]{24},){%d}$" % sent())
+        cases = [
+            # Key=value lines of EPC and antenna: upper-case hex is typed lower, the CR as Ctrl+M.
+            ({"LineEnding": "CRLF"}, 5, r"epc=[0-9a-f]{24},antennaport=[1-4],\r\n"),
+            # {"epc":"<hex>"}, is typed as epc<hex>, : braces, quotes and colons have no key.
+            ({"Format": "JSON"}, 1, r"epc[0-9a-f]{24},"),
+        ]
+        for data_format, tag_meta_data, one_read in cases:
+            with self.subTest(**data_format):
+                b = usb_bench(self, 2, ("--tags", "20", "--rate", "100"), tag_meta_data,
+                              **data_format)
+                t = b.tessera
+                hid = t.path("/dev/hidg0")
+                # The relay start opens the node, so it is there before the command.
+                write(hid, "")
+                write(t.path(VBUS), "off\n")
+                boot = len(t.shell_commands())
+                self.assertEqual(t.command(relay_start(2)), STARTED)
+                self.assertEqual(t.shell_commands()[boot:], HID_COMMANDS)
+                # No host powers the port: the batch is kept and nothing is typed.
+                self.assertTrue(t.wait_for_line(r"^E-Tagrelay: USB HID device is not found\.$",
+                                                count=3, timeout=20))
+                self.assertGreater(b.sim.stats()["reads_sent"], 0)
+                self.assertEqual(os.path.getsize(hid), 0)
+                write(t.path(VBUS), "on\n")
+                self.assertTrue(wait_until(lambda: os.path.getsize(hid) > 0, timeout=20))
+                self.assertEqual(t.command(STANDBY), b"ok\r\n\r\n")
+                sent = lambda: b.sim.stats()["reads_sent"]
+                wait_until(lambda: typed(hid).count("epc") == sent(), timeout=15, interval=0.1)
+                self.assertRegex(typed(hid), r"^(%s){%d}$" % (one_read, sent()))
+                self.assertEqual(os.path.getsize(hid) % 16, 0)
+                self.assertEqual(t.command("disconnect\r\n"), b"ok\r\n\r\n")
+                self.assertEqual(t.shell_commands()[boot:], HID_COMMANDS + ETHERNET_COMMANDS)
 
     def test_a_start_without_the_hid_node_switches_back_after_each_attempt(self):
         b = usb_bench(self, 2, ("--tags", "5"))
         t = b.tessera
         boot = len(t.shell_commands())
-        self.assertEqual(t.command(start(2), timeout=30), b"httppoststart:1\r\n\r\n")
+        self.assertEqual(t.command(relay_start(2), timeout=30), b"httppoststart:1\r\n\r\n")
         self.assertEqual(t.shell_commands()[boot:], (HID_COMMANDS + ETHERNET_COMMANDS) * 15)
         self.assertEqual(len(t.wait_for_line(r"^I-Tagrelay: USB HID device is not opened$",
                                              count=15, timeout=5)), 15)
@@ -120,7 +98,7 @@ class UsbDriveRelayTest(unittest.TestCase):
         drive = t.path("/media/usbdrive")
         os.makedirs(drive)
         write(t.path("/proc/mounts"), OTHER_MOUNTS + MOUNT_LINE)
-        self.assertEqual(t.command(start(4)), STARTED)
+        self.assertEqual(t.command(relay_start(4)), STARTED)
         time.sleep(2)
         received, sent, stats = settle(b, lambda: len(drive_lines(drive)))
         self.assertEqual(received, sent)
@@ -134,7 +112,7 @@ class UsbDriveRelayTest(unittest.TestCase):
         mounts, drive = t.path("/proc/mounts"), t.path("/media/usbdrive")
         os.makedirs(drive)
         write(mounts, OTHER_MOUNTS)
-        self.assertEqual(t.command(start(4)), STARTED)
+        self.assertEqual(t.command(relay_start(4)), STARTED)
         self.assertTrue(t.wait_for_line(r"^I-Failed to send data to USB Flash Drive$", count=2,
                                         timeout=20))
         self.assertTrue(t.wait_for_line(r"^I-USB Flash Drive is not connected $", timeout=5))

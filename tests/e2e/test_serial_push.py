@@ -7,10 +7,9 @@ import tempfile
 import time
 import unittest
 
-from fixtures import bench, crc_ok, settle, stamp_key
+from fixtures import SERIAL_START, STANDBY, bench, crc_ok, settle, stamp_key
 from harness import free_port, recv_replies, recv_zero_terminated, wait_until
 
-START = "setup.operating_mode_serialPort=,5084 0 ,\r\n"
 
 
 class SerialPushTest(unittest.TestCase):
@@ -24,12 +23,12 @@ class SerialPushTest(unittest.TestCase):
 
     def test_every_read_arrives_once_in_order_with_a_valid_crc(self):
         b = bench(self, serial={"TagMetaData": "45"})
-        self.assertEqual(b.tessera.command(START), b"PushDataStart:0\r\n\r\n")
+        self.assertEqual(b.tessera.command(SERIAL_START), b"PushDataStart:0\r\n\r\n")
         lines = b.line.read_lines(count=60, timeout=20)
         self.assertEqual(lines[0], "EPC,AntennaID,RSSI,TimeStamp,<CRC>")
         # Stop the inventory, let the event thread drain, then every read the simulator sent
         # must be on the line exactly once.
-        self.assertEqual(b.tessera.command("setup.operating_mode=standby\r\n"), b"ok\r\n\r\n")
+        self.assertEqual(b.tessera.command(STANDBY), b"ok\r\n\r\n")
         lines = b.line.read_lines(timeout=15, quiet=2.5)
         body = lines[1:]
         sent = b.sim.stats()["reads_sent"]
@@ -48,7 +47,7 @@ class SerialPushTest(unittest.TestCase):
 
     def test_at_link_speed_every_read_reaches_the_line(self):
         b = bench(self, serial={}, sim_args=("--tags", "200", "--rate", "0"))
-        self.assertEqual(b.tessera.command(START), b"PushDataStart:0\r\n\r\n")
+        self.assertEqual(b.tessera.command(SERIAL_START), b"PushDataStart:0\r\n\r\n")
         b.line.count_lines()
         time.sleep(3)
         # The header is a line of its own.
@@ -64,7 +63,7 @@ class SerialPushTest(unittest.TestCase):
             b = bench(self, sim_args=("--epc-file", self.epc_file("300833B2DDD9014000000001",
                                                                   "ABCDEF/20")),
                       serial={"TagMetaData": "0"})
-            self.assertEqual(b.tessera.command(START), b"PushDataStart:0\r\n\r\n")
+            self.assertEqual(b.tessera.command(SERIAL_START), b"PushDataStart:0\r\n\r\n")
             lines = b.line.read_lines(count=11)
             self.assertTrue(lines[0].startswith("EPC,PC,AntennaID,RSSI,SeenCount,<"), lines[0])
             seen = set()
@@ -81,11 +80,11 @@ class SerialPushTest(unittest.TestCase):
                     for a in ("--omit-field", name + ":0.3")]
             b = bench(self, sim_args=["--tags", "20", "--rate", "200"] + omit,
                            serial={"TagMetaData": "255"})
-            self.assertEqual(b.tessera.command(START), b"PushDataStart:0\r\n\r\n")
+            self.assertEqual(b.tessera.command(SERIAL_START), b"PushDataStart:0\r\n\r\n")
             lines = b.line.read_lines(count=41, timeout=20)
             self.assertTrue(lines[0].startswith(
                 "EPC,PC,AntennaID,RSSI,SeenCount,TimeStamp,Phase,ChannelIndex,<"), lines[0])
-            self.assertEqual(b.tessera.command("setup.operating_mode=standby\r\n"), b"ok\r\n\r\n")
+            self.assertEqual(b.tessera.command(STANDBY), b"ok\r\n\r\n")
             rows = [l.split(",") for l in b.line.read_lines(timeout=15, quiet=2.5)[1:]]
             stats = b.sim.stats()
             self.assertEqual(len(rows), stats["reads_sent"])
@@ -103,7 +102,7 @@ class SerialPushTest(unittest.TestCase):
                                  "300833B2DDD9014000000001", "300833B2DDD9014000000002")
         b = bench(self, sim_args=("--epc-file", epc_file, "--rate", "200"), serial={},
                        relay={"PreFilterMode": "1", "PreFilters": "E280*"})
-        self.assertEqual(b.tessera.command(START), b"PushDataStart:0\r\n\r\n")
+        self.assertEqual(b.tessera.command(SERIAL_START), b"PushDataStart:0\r\n\r\n")
         lines = b.line.read_lines(count=21)
         epcs = {l.split(",")[0] for l in lines[1:]}
         self.assertTrue(epcs)
@@ -129,14 +128,14 @@ class FailingStartTest(unittest.TestCase):
                 t, _ = self.start(serial=serial, line=line)
                 if before:
                     self.assertEqual(t.command(before), b"ok\r\n\r\n")
-                self.assertEqual(t.command(START), reply)
+                self.assertEqual(t.command(SERIAL_START), reply)
                 if log:
                     self.assertTrue(t.wait_for_line(log))
 
     def test_unreachable_reader_answers_4_then_the_connection_reply(self):
         t, _ = self.start(reader_port=free_port())
         with t.connect() as c:
-            c.sendall(START.encode())
+            c.sendall(SERIAL_START.encode())
             self.assertEqual(recv_replies(c, 2, 20), b"PushDataStart:4\r\n\r\n"
                              b"Unable to establish connection to the reader\r\n\r\n")
 
@@ -156,7 +155,7 @@ class FailingStartTest(unittest.TestCase):
                     pass
             idle_rounds = idle_rounds + 1 if written == 0 else 0
             time.sleep(0.1)
-        self.assertEqual(t.command(START), b"PushDataStart:5\r\n\r\n")
+        self.assertEqual(t.command(SERIAL_START), b"PushDataStart:5\r\n\r\n")
         self.assertTrue(t.wait_for_line("Failed to send data over serial port."))
 
 
@@ -172,7 +171,7 @@ class CommandSetTest(unittest.TestCase):
         self.assertEqual(self.t.command("setup.connection_config=,5084 0 ,\r\n"), b"ok\r\n\r\n")
         self.assertEqual(self.t.command("getInventoryStatusXYZ"), b"InventoryRunning\r\n\r\n")
         self.assertEqual(self.t.command("disconnect\r\n"), b"ok\r\n\r\n")
-        self.assertEqual(self.t.command(START), b"PushDataStart:0\r\n\r\n")
+        self.assertEqual(self.t.command(SERIAL_START), b"PushDataStart:0\r\n\r\n")
         self.assertEqual(self.t.command("getInventoryStatus\r\n"),
                          b"InventoryRunning:PushData\r\n\r\n")
         self.assertEqual(self.t.command("setup.operating_mode=active\r\n"),
@@ -189,7 +188,7 @@ class CommandSetTest(unittest.TestCase):
         self.assertTrue(tag_lines, messages)
         self.assertRegex(tag_lines[0], r"^TagData:\d\d/\d\d/\d{4} \d\d:\d\d:\d\d:\d{3},"
                                        r"[0-9A-F]{24},[ \d]\d, {0,4}[0-9a-f]{1,5}, {0,3}-?\d+,$")
-        self.assertEqual(self.t.command("setup.operating_mode=standby\r\n"), b"ok\r\n\r\n")
+        self.assertEqual(self.t.command(STANDBY), b"ok\r\n\r\n")
         rest = recv_zero_terminated(data, count=200, timeout=3)
         self.assertIn("INVENTORY_STOP_EVENT", rest + messages)
 
@@ -215,12 +214,12 @@ class CommandSetTest(unittest.TestCase):
         self.addCleanup(old.close)
         self.addCleanup(data.close)
         self.assertEqual(old.recv(16), b"")  # replaced, so closed by the service
-        self.assertEqual(self.t.command(START), b"PushDataStart:0\r\n\r\n")
+        self.assertEqual(self.t.command(SERIAL_START), b"PushDataStart:0\r\n\r\n")
         self.assertEqual(self.t.command("disconnect\r\n"), b"ok\r\n\r\n")
         messages = recv_zero_terminated(data, count=3, timeout=5)
         self.assertIn("DISCONNECTION_EVENT", messages)
         self.assertEqual(self.t.command("getInventoryStatus"), b"InventoryStandby\r\n\r\n")
-        self.assertEqual(self.t.command(START), b"PushDataStart:0\r\n\r\n")
+        self.assertEqual(self.t.command(SERIAL_START), b"PushDataStart:0\r\n\r\n")
         with self.t.connect() as c:
             c.sendall(b"disconnect2\r\n")
             c.settimeout(1.5)
@@ -240,7 +239,7 @@ class CommandSetTest(unittest.TestCase):
 class ReaderFaultTest(unittest.TestCase):
     def test_a_dropped_connection_is_rebuilt_and_reads_resume(self):
         b = bench(self, serial={})
-        self.assertEqual(b.tessera.command(START), b"PushDataStart:0\r\n\r\n")
+        self.assertEqual(b.tessera.command(SERIAL_START), b"PushDataStart:0\r\n\r\n")
         b.line.read_lines(count=5)
         self.assertEqual(b.sim.control("refuse 2")[:2], "ok")
         self.assertEqual(b.sim.control("drop")[:2], "ok")
@@ -257,7 +256,7 @@ class ReaderFaultTest(unittest.TestCase):
         b = bench(self, serial={})
         data = b.tessera.data_client()
         self.addCleanup(data.close)
-        self.assertEqual(b.tessera.command(START), b"PushDataStart:0\r\n\r\n")
+        self.assertEqual(b.tessera.command(SERIAL_START), b"PushDataStart:0\r\n\r\n")
         self.assertEqual(b.sim.control("refuse 1000")[:2], "ok")
         self.assertEqual(b.sim.control("drop")[:2], "ok")
         self.assertTrue(b.tessera.wait_for_line("LLRP does not reconnect, exiting...", timeout=60))

@@ -32,6 +32,12 @@ class CommandServerTest(unittest.TestCase):
         self.t.close()
         self.assertEqual(status, 0, self.t.output()[-3000:])
 
+    def test_console_lines_carry_the_level_letter(self):
+        self.assertTrue(self.t.wait_for_line(r"^I-Logger from tessera$"))
+        self.assertTrue(self.t.wait_for_line(r"^E-Waiting for command channel connections\.\.\.$"))
+        # A command text with % signs is never formatted a second time.
+        self.assertEqual(self.t.command("%s%n%d"), b"ok\r\n\r\n")
+
     def test_listener_is_bound_to_loopback_only(self):
         with open("/proc/net/tcp") as f:
             rows = [l.split() for l in f.readlines()[1:]]
@@ -81,14 +87,6 @@ class CommandServerTest(unittest.TestCase):
 
 
 class LoggingAndStartTest(unittest.TestCase):
-    def test_console_lines_carry_the_level_letter(self):
-        with Tessera() as t:
-            self.assertTrue(t.wait_for_line(r"^I-Logger from tessera$"))
-            self.assertTrue(t.wait_for_line(r"^E-Waiting for command channel connections\.\.\.$"))
-            # A command text with % signs is never formatted a second time.
-            self.assertEqual(t.command("%s%n%d"), b"ok\r\n\r\n")
-            self.assertEqual(t.stop(), 0)
-
     def test_mvm_debug_must_be_exactly_enable(self):
         for value in ("Enable", "1"):
             t = Tessera(env={"MVM_DEBUG": value}).start(wait_ready=False)

@@ -5,19 +5,14 @@ across a SIGKILL, a damaged file, a size cap and an unusable folder."""
 import json
 import os
 import signal
-import sys
 import tempfile
 import time
 import unittest
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "peers"))
-
-from fixtures import Bench, settle  # noqa: E402
-from harness import Tessera, free_port, wait_until  # noqa: E402
-from relay_peers import ReportStream, http_section, http_sink, posted_reports  # noqa: E402
-
-START_HTTP = "setup.operating_mode_Tagrelay=,5084 0 1 ,\r\n"
-START_TCP = "setup.operating_mode_Tagrelay=,5084 0 3 ,\r\n"
+from fixtures import STARTED, bench, relay_start, settle
+from harness import Tessera, free_port, wait_until
+from relay_peers import ReportStream, http_section, http_sink, posted_reports
+START_HTTP, START_TCP = relay_start(1), relay_start(3)
 
 
 def unique_batches(reports):
@@ -52,11 +47,9 @@ class SpoolTest(unittest.TestCase):
     def bench(self, rate="500", spool_args=(), tcp=False):
         config = dict(tcpip={"Port": str(self.port)}) if tcp else dict(
             extra_lines=[http_section("http://127.0.0.1:%d/spool" % self.port)])
-        b = Bench(sim_args=("--tags", "50", "--rate", rate), with_serial_line=False,
-                  relay={"TagrelayMode": "3" if tcp else "1"},
-                  tessera_args=("--spool", self.spool) + tuple(spool_args), **config)
-        self.addCleanup(b.close)
-        return b
+        return bench(self, sim_args=("--tags", "50", "--rate", rate), with_serial_line=False,
+                     relay={"TagrelayMode": "3" if tcp else "1"},
+                     tessera_args=("--spool", self.spool) + tuple(spool_args), **config)
 
     def restart(self, b, kill=False):
         """Ends the bench's tessera (SIGKILL or SIGTERM) and starts another on the same root and
@@ -79,7 +72,7 @@ class SpoolTest(unittest.TestCase):
 
     def test_an_outage_keeps_the_reader_reading_and_every_read_arrives_in_order(self):
         b = self.bench()
-        self.assertEqual(b.tessera.command(START_HTTP), b"httppoststart:0\r\n\r\n")
+        self.assertEqual(b.tessera.command(START_HTTP), STARTED)
         time.sleep(5)  # the server is away
         stats = b.tessera.statistics()
         self.assertGreater(stats["spool_batches"], 0, stats)
@@ -97,7 +90,7 @@ class SpoolTest(unittest.TestCase):
     def test_what_was_spooled_before_a_sigkill_arrives_after_a_restart(self):
         b = self.bench()
         t = b.tessera
-        self.assertEqual(t.command(START_HTTP), b"httppoststart:0\r\n\r\n")
+        self.assertEqual(t.command(START_HTTP), STARTED)
         self.assertTrue(wait_until(lambda: b.sim.stats()["reads_sent"] >= 1000, timeout=30))
         # Every read the reader sent has reached the spool before the kill.
         self.assertTrue(b.sim.control("rate 0.001").startswith("ok"))
@@ -107,7 +100,7 @@ class SpoolTest(unittest.TestCase):
         later = self.restart(b, kill=True)
         self.assertEqual(later.statistics()["reads_in"], sent)  # found in the spool
         sink = self.sink()
-        self.assertEqual(later.command(START_HTTP), b"httppoststart:0\r\n\r\n")
+        self.assertEqual(later.command(START_HTTP), STARTED)
         self.assertTrue(wait_until(lambda: later.statistics()["reads_out"] >= sent, timeout=30))
         self.assertEqual(len(reads_of(self.posted(sink))), sent)
         self.assertEqual(later.statistics()["reads_out"], sent)
@@ -115,7 +108,7 @@ class SpoolTest(unittest.TestCase):
     def test_503_is_retried_and_a_400_batch_is_set_aside(self):
         b = self.bench()
         sink = self.sink("--statuses", "503,503,503,400")
-        self.assertEqual(b.tessera.command(START_HTTP), b"httppoststart:0\r\n\r\n")
+        self.assertEqual(b.tessera.command(START_HTTP), STARTED)
         self.assertTrue(wait_until(lambda: len(sink.entries()) >= 6, timeout=30))
         refused = lambda stats: stats["reads_out"] + stats["reads_discarded_rejected"]
         received, sent, stats = settle(
@@ -131,7 +124,7 @@ class SpoolTest(unittest.TestCase):
 
     def test_a_small_cap_drops_the_oldest_batches_and_delivers_the_newest(self):
         b = self.bench(rate="10000", spool_args=("--spool-max-bytes", "1M"))
-        self.assertEqual(b.tessera.command(START_HTTP), b"httppoststart:0\r\n\r\n")
+        self.assertEqual(b.tessera.command(START_HTTP), STARTED)
         self.assertTrue(wait_until(lambda: b.tessera.statistics()["spool_dropped_reads"] > 0,
                                    timeout=30))
         sink = self.sink()
@@ -150,7 +143,7 @@ class SpoolTest(unittest.TestCase):
     def test_a_damaged_segment_is_delivered_up_to_its_last_whole_batch(self):
         b = self.bench()
         t = b.tessera
-        self.assertEqual(t.command(START_HTTP), b"httppoststart:0\r\n\r\n")
+        self.assertEqual(t.command(START_HTTP), STARTED)
         self.assertTrue(wait_until(lambda: t.statistics()["spool_batches"] >= 3, timeout=30))
         self.assertEqual(t.stop(), 0)
         (segment,) = sorted(n for n in os.listdir(self.spool) if n.endswith(".seg"))[-1:]
@@ -160,7 +153,7 @@ class SpoolTest(unittest.TestCase):
         self.assertTrue(later.wait_for_line(r"Spool: .*%s is damaged at offset \d+" % segment))
         sink = self.sink()
         recovered = later.statistics()["reads_in"]
-        self.assertEqual(later.command(START_HTTP), b"httppoststart:0\r\n\r\n")
+        self.assertEqual(later.command(START_HTTP), STARTED)
         self.assertTrue(wait_until(lambda: len(reads_of(self.posted(sink))) >= recovered,
                                    timeout=30))
 
@@ -169,7 +162,7 @@ class SpoolTest(unittest.TestCase):
             f.write("a file where the folder should be")
         b = self.bench(rate="2000")
         t = b.tessera
-        self.assertEqual(t.command(START_HTTP), b"httppoststart:0\r\n\r\n")
+        self.assertEqual(t.command(START_HTTP), STARTED)
         self.assertTrue(t.wait_for_line(r"Spool: cannot .*spool"))
         self.assertTrue(t.wait_for_line(r"Buffer is full, stoping Inventory", timeout=30))
         sink = self.sink()
@@ -178,7 +171,7 @@ class SpoolTest(unittest.TestCase):
 
     def test_a_tcpip_client_that_comes_late_gets_every_read_in_whole_reports_oldest_first(self):
         b = self.bench(tcp=True)
-        self.assertEqual(b.tessera.command(START_TCP), b"httppoststart:0\r\n\r\n")
+        self.assertEqual(b.tessera.command(START_TCP), STARTED)
         self.assertTrue(wait_until(lambda: b.tessera.statistics()["spool_batches"] >= 3,
                                    timeout=30))
         self.assertEqual(b.sim.stats()["rospecs_stopped"], 0, "the inventory was paused")

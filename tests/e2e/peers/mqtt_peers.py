@@ -78,21 +78,25 @@ class Broker:
             return ""
 
 
+def sub_args(broker, topic, user, tls_ca):
+    """mosquitto_sub's arguments for one topic of the broker, as the user, trusting the CA."""
+    args = ["mosquitto_sub", "-h", "127.0.0.1", "-p", str(broker.port), "-t", topic]
+    if user:
+        args += ["-u", user[0], "-P", user[1]]
+    return args + (["--cafile", tls_ca] if tls_ca else [])
+
+
 class Subscriber:
     """mosquitto_sub on one topic at QoS 1 with a persistent session, so that it misses nothing
     while the broker restarts; each payload is one line of its record file."""
 
     def __init__(self, broker, topic, record, user=None, tls_ca=None):
         client_id = "sub-%d-%d" % (os.getpid(), id(self))
-        args = ["mosquitto_sub", "-h", "127.0.0.1", "-p", str(broker.port), "-t", topic,
-                "-q", "1", "-c", "-i", client_id]
-        if user:
-            args += ["-u", user[0], "-P", user[1]]
-        if tls_ca:
-            args += ["--cafile", tls_ca]
         self.record = record
         self.out = open(record, "wb")
-        self.proc = subprocess.Popen(args, stdout=self.out, stderr=subprocess.DEVNULL)
+        self.proc = subprocess.Popen(sub_args(broker, topic, user, tls_ca) +
+                                     ["-q", "1", "-c", "-i", client_id],
+                                     stdout=self.out, stderr=subprocess.DEVNULL)
         wait_until(lambda: "SUBSCRIBE from " + client_id in broker.log_text(), timeout=10)
 
     def payloads(self):
@@ -109,12 +113,7 @@ class Subscriber:
 
 def retained(broker, topic, timeout=5, user=None, tls_ca=None):
     """The retained message of a topic, or None."""
-    args = ["mosquitto_sub", "-h", "127.0.0.1", "-p", str(broker.port), "-t", topic, "-C", "1",
-            "-W", str(timeout), "--retained-only"]
-    if user:
-        args += ["-u", user[0], "-P", user[1]]
-    if tls_ca:
-        args += ["--cafile", tls_ca]
+    args = sub_args(broker, topic, user, tls_ca) + ["-C", "1", "-W", str(timeout), "--retained-only"]
     out = subprocess.run(args, capture_output=True, timeout=timeout + 5).stdout.decode()
     return out.rstrip("\n") if out else None
 
