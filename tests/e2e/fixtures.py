@@ -158,8 +158,8 @@ class SerialLine:
 
 def settle(bench, received, timeout=60.0, accounted=lambda stats: stats["reads_out"]):
     """Slows the simulator to a trickle and waits until what the peer received, what the
-    simulator sent and what the service accounts for (by default: delivered) meet. Returns
-    (received, sent, statistics); the ledger's identity is asserted on the way."""
+    simulator sent and what the service accounts for (by default: delivered) meet; fails when
+    they do not. Returns (sent, statistics); the ledger's identity is asserted on the way."""
     assert bench.sim.control("rate 0.001").startswith("ok"), "the simulator refused the rate"
     state = {}
 
@@ -170,8 +170,9 @@ def settle(bench, received, timeout=60.0, accounted=lambda stats: stats["reads_o
         state.update(received=received(), sent=bench.sim.stats()["reads_sent"], stats=stats)
         return state["received"] == state["sent"] == accounted(stats)
 
-    wait_until(met, timeout=timeout, interval=0.2)
-    return state["received"], state["sent"], state["stats"]
+    assert wait_until(met, timeout=timeout, interval=0.2), (
+        "received %(received)s, sent %(sent)s, service %(stats)s" % state)
+    return state["sent"], state["stats"]
 
 
 class Bench:

@@ -100,8 +100,7 @@ class UsbDriveRelayTest(unittest.TestCase):
         write(t.path("/proc/mounts"), OTHER_MOUNTS + MOUNT_LINE)
         self.assertEqual(t.command(relay_start(4)), STARTED)
         time.sleep(2)
-        received, sent, stats = settle(b, lambda: len(drive_lines(drive)))
-        self.assertEqual(received, sent)
+        sent, stats = settle(b, lambda: len(drive_lines(drive)))
         self.assertEqual(stats["reads_discarded"], 0, stats)
         self.assertGreater(sent, 1000)
 

@@ -51,8 +51,7 @@ class SerialPushTest(unittest.TestCase):
         b.line.count_lines()
         time.sleep(3)
         # The header is a line of its own.
-        received, sent, stats = settle(b, lambda: b.line.count_lines() - 1)
-        self.assertEqual(received, sent)
+        sent, stats = settle(b, lambda: b.line.count_lines() - 1)
         self.assertEqual(stats["reads_discarded"], 0, stats)
         self.assertGreater(sent, 1000)
 

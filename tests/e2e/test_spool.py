@@ -79,8 +79,7 @@ class SpoolTest(unittest.TestCase):
         self.assertEqual(b.sim.stats()["rospecs_stopped"], 0, "the inventory was paused")
         self.assertIn("=Active", b.sim.control("rospecs"))
         sink = self.sink()
-        received, sent, stats = settle(b, lambda: len(reads_of(self.posted(sink))))
-        self.assertEqual(received, sent)
+        sent, stats = settle(b, lambda: len(reads_of(self.posted(sink))))
         self.assertGreater(sent, 1000)
         self.assertEqual(stats["reads_discarded"], 0, stats)
         self.assertEqual((stats["spool_batches"], stats["spool_bytes"]), (0, 0), stats)
@@ -111,10 +110,9 @@ class SpoolTest(unittest.TestCase):
         self.assertEqual(b.tessera.command(START_HTTP), STARTED)
         self.assertTrue(wait_until(lambda: len(sink.entries()) >= 6, timeout=30))
         refused = lambda stats: stats["reads_out"] + stats["reads_discarded_rejected"]
-        received, sent, stats = settle(
+        _, stats = settle(
             b, lambda: len(reads_of(self.posted(sink))) +
             b.tessera.statistics()["reads_discarded_rejected"], accounted=refused)
-        self.assertEqual(received, sent)
         self.assertEqual(stats["spool_rejected_batches"], 1, stats)
         (refused,) = [json.loads(e["body"]) for e in sink.entries() if e["status"] == 400]
         self.assertEqual(stats["reads_discarded_rejected"], len(reads_of([refused])))
@@ -129,10 +127,9 @@ class SpoolTest(unittest.TestCase):
                                    timeout=30))
         sink = self.sink()
         dropped = lambda stats: stats["reads_out"] + stats["spool_dropped_reads"]
-        received, sent, stats = settle(
+        _, stats = settle(
             b, lambda: len(reads_of(self.posted(sink))) +
             b.tessera.statistics()["spool_dropped_reads"], accounted=dropped)
-        self.assertEqual(received, sent)
         self.assertEqual(stats["reads_discarded_spool_full"], stats["spool_dropped_reads"])
         self.assertEqual(len(b.tessera.wait_for_line(r"is full \(1048576 bytes\)", timeout=0)), 1)
         # The dropped batches are old ones: a gap in the numbers, then the newest all arrive.
@@ -166,8 +163,7 @@ class SpoolTest(unittest.TestCase):
         self.assertTrue(t.wait_for_line(r"Spool: cannot .*spool"))
         self.assertTrue(t.wait_for_line(r"Buffer is full, stoping Inventory", timeout=30))
         sink = self.sink()
-        received, sent, stats = settle(b, lambda: len(reads_of(posted_reports(sink.entries()))))
-        self.assertEqual(received, sent)
+        settle(b, lambda: len(reads_of(posted_reports(sink.entries()))))
 
     def test_a_tcpip_client_that_comes_late_gets_every_read_in_whole_reports_oldest_first(self):
         b = self.bench(tcp=True)
@@ -177,8 +173,7 @@ class SpoolTest(unittest.TestCase):
         self.assertEqual(b.sim.stats()["rospecs_stopped"], 0, "the inventory was paused")
         client = ReportStream(self.port)
         self.addCleanup(client.close)
-        received, sent, _ = settle(b, lambda: len(reads_of(client.reports())))
-        self.assertEqual(received, sent)
+        settle(b, lambda: len(reads_of(client.reports())))
         self.assertEqual(client.texts()[1], "")
         seqs = [r["batch_seq"] for r in client.reports()]
         self.assertEqual(seqs, sorted(seqs))
