@@ -79,8 +79,7 @@ class Tessera:
         if env:
             self.env.update(env)
         self.pass_fds = pass_fds
-        self.lines = []
-        self.stderr_text = ""
+        self.lines, self.stderr_text = [], ""
         self._lock = threading.Lock()
         self.proc = None
 
@@ -140,14 +139,14 @@ class Tessera:
         except FileNotFoundError:
             return []
 
-    def connect(self, port=None):
-        return socket.create_connection(("127.0.0.1", port or self.command_port), timeout=10)
+    def connect(self):
+        return socket.create_connection(("127.0.0.1", self.command_port), timeout=10)
 
     def command(self, text, timeout=10.0):
         """Sends one command on a fresh connection and returns the first reply's bytes."""
         with self.connect() as s:
             s.settimeout(timeout)
-            s.sendall(text.encode() if isinstance(text, str) else text)
+            s.sendall(text.encode())
             return recv_until(s, b"\r\n\r\n", timeout)
 
     def statistics(self):
