@@ -69,6 +69,14 @@ def write_config(root, serial=None, relay=None, antennas=((1, 81), (2, 81), (3, 
             f.write("%s=%s\n" % (key, value))
 
 
+def write_file(path, text=None):
+    """Writes the text to the path, making its folders; without a text the path is a folder."""
+    os.makedirs(path if text is None else os.path.dirname(path), exist_ok=True)
+    if text is not None:
+        with open(path, "w") as f:
+            f.write(text)
+
+
 def stamp_key(stamp):
     """Sort key of a "dd/mm/yyyy hh:mm:ss:mmm" time stamp."""
     return stamp[6:10], stamp[3:5], stamp[:2], stamp[11:]

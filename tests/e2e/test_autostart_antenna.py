@@ -15,10 +15,11 @@ class AutostartTest(unittest.TestCase):
     def setUp(self):
         self.sim = Simulator(("--tags", "10", "--rate", "100")).start()
         self.addCleanup(self.sim.stop)
-        self.dir = tempfile.TemporaryDirectory(prefix="tessera-boot-")
-        self.addCleanup(self.dir.cleanup)
-        self.root = self.dir.name
+        self.root = self.enterContext(tempfile.TemporaryDirectory(prefix="tessera-boot-"))
         os.makedirs(os.path.join(self.root, "var", "volatile"))
+        # The serial push's line; the relay tests leave it alone.
+        self.line = SerialLine(self.root)
+        self.addCleanup(self.line.close)
 
     def boot(self, reader_port=None, **config):
         write_config(self.root, **config)
@@ -30,11 +31,9 @@ class AutostartTest(unittest.TestCase):
         self.assertEqual(status, 0, t.output()[-2000:])
 
     def test_serial_push_autostarts_at_every_start_unless_the_cloud_holds_it_back(self):
-        line = SerialLine(self.root)
-        self.addCleanup(line.close)
         for enrolled, auto, held in (("0", "0", False), ("1", "1", True), ("1", "0", False),
                                      ("0", "1", False)):
-            lines = len(line.read_lines(timeout=0))
+            lines = len(self.line.read_lines(timeout=0))
             t = self.boot(serial={"IsAutostart": "1"}, relay=None if held else {"IsAutostart": "1"},
                           cloud={"ENROLLED": enrolled, "AUTO_CONNECT": auto})
             if held:
@@ -43,7 +42,7 @@ class AutostartTest(unittest.TestCase):
                 self.assertTrue(t.wait_for_line("Tessera: Started Serial Port Push at Boot time"))
                 self.assertEqual(t.command("getInventoryStatus"),
                                  b"InventoryRunning:PushData\r\n\r\n")
-                self.assertGreaterEqual(len(line.read_lines(count=lines + 3)), lines + 3)
+                self.assertGreaterEqual(len(self.line.read_lines(count=lines + 3)), lines + 3)
                 # The relay section is neither read nor marked when the serial push starts.
                 self.assertFalse(os.path.exists(os.path.join(self.root, "var/volatile/isbooted")))
             self.stop(t)
@@ -72,8 +71,6 @@ class AutostartTest(unittest.TestCase):
         self.stop(t)
 
     def test_a_reader_that_comes_up_late_is_found_on_a_later_attempt(self):
-        line = SerialLine(self.root)
-        self.addCleanup(line.close)
         self.assertEqual(self.sim.control("refuse 2")[:2], "ok")
         t = self.boot(serial={"IsAutostart": "1"})
         self.assertTrue(t.wait_for_line("Tessera: Started Serial Port Push at Boot time", 60))
@@ -82,8 +79,6 @@ class AutostartTest(unittest.TestCase):
         self.stop(t)
 
     def test_a_termination_signal_ends_the_boot_attempts(self):
-        line = SerialLine(self.root)
-        self.addCleanup(line.close)
         write_config(self.root, serial={"IsAutostart": "1"})
         # Real-length pauses (scaled to 3 s): fifteen attempts would take 45 s.
         t = Tessera(root=self.root, reader_port=free_port(), extra_args=("--wait-scale", "0.3"))
@@ -100,9 +95,8 @@ class AutostartTest(unittest.TestCase):
 
 class AntennaCommandTest(unittest.TestCase):
     def setUp(self):
-        tmp = tempfile.TemporaryDirectory(prefix="readersim-state-")
-        self.addCleanup(tmp.cleanup)
-        self.state = os.path.join(tmp.name, "state")
+        folder = self.enterContext(tempfile.TemporaryDirectory(prefix="readersim-state-"))
+        self.state = os.path.join(folder, "state")
         self.start()
         self.addCleanup(self.close)
 

@@ -9,7 +9,7 @@ import tempfile
 import time
 import unittest
 
-from fixtures import STARTED, bench, relay_start
+from fixtures import STARTED, bench, relay_start, write_file
 from harness import free_port, recv_until, recv_zero_terminated, wait_until
 from relay_peers import ETHERNET_COMMANDS, VBUS, ReportStream, http_section, http_sink
 
@@ -92,9 +92,8 @@ class RelayStopTest(unittest.TestCase):
         self.assertRegex(t.output(), re.compile(".*".join(CLEANUP), re.M | re.S))
 
     def test_sigterm_while_each_output_mode_is_busy(self):
-        tmp = tempfile.TemporaryDirectory()
-        self.addCleanup(tmp.cleanup)
-        sink = http_sink(os.path.join(tmp.name, "posts.jsonl"))
+        folder = self.enterContext(tempfile.TemporaryDirectory())
+        sink = http_sink(os.path.join(folder, "posts.jsonl"))
         self.addCleanup(sink.stop)
         # A listener that never accepts: the connection completes in the kernel and the post
         # waits for an answer (libcurl would give up after 30 s).
@@ -104,15 +103,6 @@ class RelayStopTest(unittest.TestCase):
         stalled.listen(8)
         tcp_port = free_port()
         clients = []
-
-        def files(t, contents):
-            """Creates the appliance's files (a None text: a folder)."""
-            for path, text in contents:
-                os.makedirs(t.path(path) if text is None else os.path.dirname(t.path(path)),
-                            exist_ok=True)
-                if text is not None:
-                    with open(t.path(path), "w") as f:
-                        f.write(text)
 
         def reading(b):
             return wait_until(lambda: b.sim.stats()["reads_sent"] > 0, timeout=20)
@@ -161,7 +151,8 @@ class RelayStopTest(unittest.TestCase):
             with self.subTest(name):
                 clients.clear()
                 b = bench(self, relay={"TagrelayMode": str(mode)}, with_serial_line=False, **config)
-                files(b.tessera, contents)
+                for path, text in contents:  # the appliance's files (no text: a folder)
+                    write_file(b.tessera.path(path), text)
                 self.assertEqual(b.tessera.command(relay_start(mode)), STARTED)
                 self.assertTrue(busy(b))
                 self.assert_clean_stop(b.tessera)

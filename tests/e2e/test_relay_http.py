@@ -26,9 +26,7 @@ def tag_reads(reports):
 
 class RelayHttpCase(unittest.TestCase):
     def setUp(self):
-        tmp = tempfile.TemporaryDirectory(prefix="relay-http-")
-        self.addCleanup(tmp.cleanup)
-        self.dir = tmp.name
+        self.dir = self.enterContext(tempfile.TemporaryDirectory(prefix="relay-http-"))
 
     def sink(self, *args, name="sink"):
         s = http_sink(os.path.join(self.dir, name + ".jsonl"), *args)

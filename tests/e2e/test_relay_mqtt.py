@@ -17,7 +17,6 @@ from mqtt_peers import Broker, Subscriber, make_ca_and_server, mqtt_section, ret
 START = relay_start(5)
 READS = "tessera/Dock Door 1/reads"
 STATUS = "tessera/Dock Door 1/status"
-MAC = re.compile(r"^([0-9A-F]{2}(:[0-9A-F]{2}){5})?$")
 
 
 def key(read):
@@ -28,9 +27,7 @@ def key(read):
                  "mosquitto and mosquitto-clients are not installed")
 class MqttRelayTest(unittest.TestCase):
     def setUp(self):
-        tmp = tempfile.TemporaryDirectory(prefix="relay-mqtt-")
-        self.addCleanup(tmp.cleanup)
-        self.dir = tmp.name
+        self.dir = self.enterContext(tempfile.TemporaryDirectory(prefix="relay-mqtt-"))
 
     def broker(self, **args):
         b = Broker(self.dir, **args)
@@ -68,13 +65,10 @@ class MqttRelayTest(unittest.TestCase):
         self.assertEqual(len({key(r) for r in reads}), len(reads), "a read arrived twice")
         stamps = [r["timeStamp"] for r in reads]
         self.assertEqual(stamps, sorted(stamps, key=stamp_key))
+        # (The records inside are the HTTP relay's, checked field by field there.)
         for m in self.messages(sub):
             self.assertEqual(list(m), ["reader_name", "mac_address", "tag_reads"])
             self.assertEqual(m["reader_name"], "Dock Door 1")
-            self.assertRegex(m["mac_address"], MAC)
-        for r in reads:
-            self.assertEqual(list(r), ["epc", "antennaPort", "peakRssi", "timeStamp"])
-            self.assertRegex(r["epc"], r"^[0-9A-F]{24}$")
         # The stop says "offline" itself and disconnects cleanly: the broker keeps the will.
         client = re.search(r"New client connected from \S+ as (tessera-\S*)", broker.log_text())
         self.assertIsNotNone(client, broker.log_text()[-2000:])

@@ -6,18 +6,12 @@ import os
 import time
 import unittest
 
-from fixtures import STANDBY, STARTED, bench, relay_start, settle
+from fixtures import STANDBY, STARTED, bench, relay_start, settle, write_file
 from harness import send_uevent, wait_until
 from relay_peers import ETHERNET_COMMANDS, HID_COMMANDS, VBUS, decode_hid
 
 MOUNT_LINE = "/dev/sda1 /media/usbdrive vfat rw,relatime 0 0\n"
 OTHER_MOUNTS = "proc /proc proc rw,nosuid,nodev,noexec,relatime 0 0\n"
-
-
-def write(path, text):
-    os.makedirs(os.path.dirname(path), exist_ok=True)
-    with open(path, "w") as f:
-        f.write(text)
 
 
 def typed(hid):
@@ -57,8 +51,8 @@ class UsbHidRelayTest(unittest.TestCase):
                 t = b.tessera
                 hid = t.path("/dev/hidg0")
                 # The relay start opens the node, so it is there before the command.
-                write(hid, "")
-                write(t.path(VBUS), "off\n")
+                write_file(hid, "")
+                write_file(t.path(VBUS), "off\n")
                 boot = len(t.shell_commands())
                 self.assertEqual(t.command(relay_start(2)), STARTED)
                 self.assertEqual(t.shell_commands()[boot:], HID_COMMANDS)
@@ -67,7 +61,7 @@ class UsbHidRelayTest(unittest.TestCase):
                                                 count=3, timeout=20))
                 self.assertGreater(b.sim.stats()["reads_sent"], 0)
                 self.assertEqual(os.path.getsize(hid), 0)
-                write(t.path(VBUS), "on\n")
+                write_file(t.path(VBUS), "on\n")
                 self.assertTrue(wait_until(lambda: os.path.getsize(hid) > 0, timeout=20))
                 self.assertEqual(t.command(STANDBY), b"ok\r\n\r\n")
                 sent = lambda: b.sim.stats()["reads_sent"]
@@ -97,7 +91,7 @@ class UsbDriveRelayTest(unittest.TestCase):
         t = b.tessera
         drive = t.path("/media/usbdrive")
         os.makedirs(drive)
-        write(t.path("/proc/mounts"), OTHER_MOUNTS + MOUNT_LINE)
+        write_file(t.path("/proc/mounts"), OTHER_MOUNTS + MOUNT_LINE)
         self.assertEqual(t.command(relay_start(4)), STARTED)
         time.sleep(2)
         sent, stats = settle(b, lambda: len(drive_lines(drive)))
@@ -110,14 +104,14 @@ class UsbDriveRelayTest(unittest.TestCase):
         t = b.tessera
         mounts, drive = t.path("/proc/mounts"), t.path("/media/usbdrive")
         os.makedirs(drive)
-        write(mounts, OTHER_MOUNTS)
+        write_file(mounts, OTHER_MOUNTS)
         self.assertEqual(t.command(relay_start(4)), STARTED)
         self.assertTrue(t.wait_for_line(r"^I-Failed to send data to USB Flash Drive$", count=2,
                                         timeout=20))
         self.assertTrue(t.wait_for_line(r"^I-USB Flash Drive is not connected $", timeout=5))
         self.assertEqual(os.listdir(drive), [])
         before = time.time() + self.OFFSET
-        write(mounts, OTHER_MOUNTS + MOUNT_LINE)
+        write_file(mounts, OTHER_MOUNTS + MOUNT_LINE)
         self.assertTrue(wait_until(lambda: os.listdir(drive), timeout=20))
         after = time.time() + self.OFFSET
         (name,) = os.listdir(drive)
@@ -128,13 +122,13 @@ class UsbDriveRelayTest(unittest.TestCase):
         can_send = send_uevent(t.proc.pid, "remove@/devices/platform/usb/block/sda")
         if can_send:
             # The drive is pulled out: the file is closed and the drive is unmounted.
-            write(mounts, OTHER_MOUNTS)
+            write_file(mounts, OTHER_MOUNTS)
             self.assertTrue(t.wait_for_line(r"^I-umount usb drive$", timeout=10))
             self.assertIn("umount /media/usbdrive", t.shell_commands())
             count = len(t.wait_for_line("Failed to send data to USB Flash Drive", timeout=0))
             self.assertTrue(t.wait_for_line("Failed to send data to USB Flash Drive",
                                             count=count + 2, timeout=20))
-            write(mounts, OTHER_MOUNTS + MOUNT_LINE)
+            write_file(mounts, OTHER_MOUNTS + MOUNT_LINE)
         self.assertEqual(t.command(STANDBY), b"ok\r\n\r\n")
         sent = lambda: b.sim.stats()["reads_sent"]
         wait_until(lambda: len(drive_lines(drive)) == sent(), timeout=15, interval=0.1)

@@ -29,8 +29,7 @@ class SerialPushTest(unittest.TestCase):
         # Stop the inventory, let the event thread drain, then every read the simulator sent
         # must be on the line exactly once.
         self.assertEqual(b.tessera.command(STANDBY), b"ok\r\n\r\n")
-        lines = b.line.read_lines(timeout=15, quiet=2.5)
-        body = lines[1:]
+        body = b.line.read_lines(timeout=15, quiet=2.5)[1:]
         sent = b.sim.stats()["reads_sent"]
         self.assertGreaterEqual(len(body), 60)
         self.assertEqual(len(body), sent)
@@ -78,7 +77,7 @@ class SerialPushTest(unittest.TestCase):
             omit = [a for name in ("pc", "antenna", "rssi", "channel")
                     for a in ("--omit-field", name + ":0.3")]
             b = bench(self, sim_args=["--tags", "20", "--rate", "200"] + omit,
-                           serial={"TagMetaData": "255"})
+                      serial={"TagMetaData": "255"})
             self.assertEqual(b.tessera.command(SERIAL_START), b"PushDataStart:0\r\n\r\n")
             lines = b.line.read_lines(count=41, timeout=20)
             self.assertTrue(lines[0].startswith(
@@ -100,7 +99,7 @@ class SerialPushTest(unittest.TestCase):
         epc_file = self.epc_file("E2801160600002054CD6F1A4", "E2801160600002054CD6F1A5",
                                  "300833B2DDD9014000000001", "300833B2DDD9014000000002")
         b = bench(self, sim_args=("--epc-file", epc_file, "--rate", "200"), serial={},
-                       relay={"PreFilterMode": "1", "PreFilters": "E280*"})
+                  relay={"PreFilterMode": "1", "PreFilters": "E280*"})
         self.assertEqual(b.tessera.command(SERIAL_START), b"PushDataStart:0\r\n\r\n")
         lines = b.line.read_lines(count=21)
         epcs = {l.split(",")[0] for l in lines[1:]}

@@ -33,9 +33,7 @@ def reads_of(reports):
 
 class SpoolTest(unittest.TestCase):
     def setUp(self):
-        tmp = tempfile.TemporaryDirectory(prefix="spool-")
-        self.addCleanup(tmp.cleanup)
-        self.dir = tmp.name
+        self.dir = self.enterContext(tempfile.TemporaryDirectory(prefix="spool-"))
         self.spool = os.path.join(self.dir, "spool")
         self.port = free_port()
 
