@@ -227,11 +227,15 @@ class CommandSetTest(unittest.TestCase):
         self.assertNotIn("DISCONNECTION_EVENT", later)
         self.assertEqual(self.t.command("getInventoryStatus"), b"InventoryStandby\r\n\r\n")
 
-    def test_unknown_texts_and_two_commands_in_one_read_get_ok(self):
-        for text in ("disconnect", "Disconnect\r\n", "setup.operating_mode_Tagrelay\r\n",
-                     "getInventoryStatus" + "disconnect\r\n"):
-            self.assertEqual(self.t.command(text)[:6], b"ok\r\n\r\n"
-                             if not text.startswith("getInventoryStatus") else b"Invent")
+    def test_a_command_counts_only_when_exact_and_first_in_its_read(self):
+        # A disconnect would stop the push; none of these is one.
+        running = b"InventoryRunning:PushData\r\n\r\n"
+        self.assertEqual(self.t.command(SERIAL_START), b"PushDataStart:0\r\n\r\n")
+        for text, reply in (("disconnect", b"ok\r\n\r\n"), ("Disconnect\r\n", b"ok\r\n\r\n"),
+                            ("getInventoryStatus" + "disconnect\r\n", running)):
+            with self.subTest(text):
+                self.assertEqual(self.t.command(text), reply)
+                self.assertEqual(self.t.command("getInventoryStatus"), running)
 
 
 class ReaderFaultTest(unittest.TestCase):
