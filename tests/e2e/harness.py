@@ -58,9 +58,9 @@ def wait_until(predicate, timeout=10.0, interval=0.02):
 
 
 class Tessera:
-    """One tessera process. Use as a context manager or call start()/stop()."""
+    """One tessera process: start(), then stop() and close()."""
 
-    def __init__(self, root=None, extra_args=(), env=None, pass_fds=(), reader_port=None):
+    def __init__(self, root=None, extra_args=(), env=None, reader_port=None):
         self._tmp = None
         if root is None:
             self._tmp = tempfile.TemporaryDirectory(prefix="tessera-e2e-")
@@ -78,7 +78,6 @@ class Tessera:
         self.env = dict(os.environ, MVM_DEBUG="enable")
         if env:
             self.env.update(env)
-        self.pass_fds = pass_fds
         self.lines, self.stderr_text = [], ""
         self._lock = threading.Lock()
         self.proc = None
@@ -88,7 +87,6 @@ class Tessera:
 
     def start(self, wait_ready=True, **popen):
         """Starts the process (popen: more subprocess.Popen arguments)."""
-        popen.setdefault("pass_fds", self.pass_fds)
         self.proc = subprocess.Popen(self.args, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                                      env=self.env, **popen)
         threading.Thread(target=self._read_stdout, daemon=True).start()
@@ -147,7 +145,7 @@ class Tessera:
         with self.connect() as s:
             s.settimeout(timeout)
             s.sendall(text.encode())
-            return recv_until(s, b"\r\n\r\n", timeout)
+            return recv_replies(s, 1, timeout)
 
     def statistics(self):
         """getStatistics as a dict of integers."""
@@ -192,12 +190,6 @@ class Tessera:
             if self._tmp is not None:
                 self._tmp.cleanup()
 
-    def __enter__(self):
-        return self.start()
-
-    def __exit__(self, *exc):
-        self.close()
-
 
 def recv_while(sock, more, timeout=10.0):
     """Reads until more(data) is false, the peer closes or the time is up; returns the bytes."""
@@ -215,11 +207,7 @@ def recv_while(sock, more, timeout=10.0):
     return data
 
 
-def recv_until(sock, marker, timeout=10.0):
-    return recv_while(sock, lambda data: marker not in data, timeout)
-
-
-def recv_replies(sock, count, timeout=10.0):
+def recv_replies(sock, count=1, timeout=10.0):
     """Reads until `count` command replies (each ending in an empty line) arrived."""
     return recv_while(sock, lambda data: data.count(b"\r\n\r\n") < count, timeout)
 

@@ -10,7 +10,7 @@ import time
 import unittest
 
 from fixtures import STARTED, bench, relay_start, write_file
-from harness import free_port, recv_until, recv_zero_terminated, wait_until
+from harness import free_port, recv_replies, recv_zero_terminated, wait_until
 from relay_peers import ETHERNET_COMMANDS, VBUS, ReportStream, http_section, http_sink
 
 NO_READER = b"Unable to establish connection to the reader\r\n\r\n"
@@ -69,7 +69,7 @@ class RelayCommandTest(unittest.TestCase):
             c.sendall(relay_start(1).encode())
             self.assertTrue(t.wait_for_line(ATTEMPT, timeout=20))
             t.proc.send_signal(signal.SIGTERM)
-            self.assertEqual(recv_until(c, b"\r\n\r\n", 20), NO_READER)
+            self.assertEqual(recv_replies(c, 1, 20), NO_READER)
         self.assertEqual(t.proc.wait(20), 0)
         self.assertTrue(t.wait_for_line("^I-tessera stopped after signal 15$", timeout=5))
         self.assertLess(len(t.wait_for_line(ATTEMPT, timeout=0)), 15)
