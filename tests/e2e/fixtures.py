@@ -183,6 +183,15 @@ def settle(bench, received, timeout=60.0, accounted=lambda stats: stats["reads_o
     return state["sent"], state["stats"]
 
 
+def drain(b, received):
+    """Stops the inventory and fails unless the count of reads the peer received comes to
+    equal the simulator's count of reads sent; returns that count."""
+    assert b.tessera.command(STANDBY) == b"ok\r\n\r\n"
+    sent = lambda: b.sim.stats()["reads_sent"]
+    assert wait_until(lambda: received() == sent(), timeout=15, interval=0.1), (received(), sent())
+    return sent()
+
+
 class Bench:
     """A simulator, a configuration root and a tessera connected to the simulator."""
 

@@ -6,7 +6,7 @@ import os
 import time
 import unittest
 
-from fixtures import STANDBY, STARTED, bench, relay_start, settle, write_file
+from fixtures import STARTED, bench, drain, relay_start, settle, write_file
 from harness import send_uevent, wait_until
 from relay_peers import ETHERNET_COMMANDS, HID_COMMANDS, VBUS, decode_hid
 
@@ -63,10 +63,8 @@ class UsbHidRelayTest(unittest.TestCase):
                 self.assertEqual(os.path.getsize(hid), 0)
                 write_file(t.path(VBUS), "on\n")
                 self.assertTrue(wait_until(lambda: os.path.getsize(hid) > 0, timeout=20))
-                self.assertEqual(t.command(STANDBY), b"ok\r\n\r\n")
-                sent = lambda: b.sim.stats()["reads_sent"]
-                wait_until(lambda: typed(hid).count("epc") == sent(), timeout=15, interval=0.1)
-                self.assertRegex(typed(hid), r"^(%s){%d}$" % (one_read, sent()))
+                sent = drain(b, lambda: typed(hid).count("epc"))
+                self.assertRegex(typed(hid), r"^(%s){%d}$" % (one_read, sent))
                 self.assertEqual(os.path.getsize(hid) % 16, 0)
                 self.assertEqual(t.command("disconnect\r\n"), b"ok\r\n\r\n")
                 self.assertEqual(t.shell_commands()[boot:], HID_COMMANDS + ETHERNET_COMMANDS)
@@ -129,10 +127,7 @@ class UsbDriveRelayTest(unittest.TestCase):
             self.assertTrue(t.wait_for_line("Failed to send data to USB Flash Drive",
                                             count=count + 2, timeout=20))
             write_file(mounts, OTHER_MOUNTS + MOUNT_LINE)
-        self.assertEqual(t.command(STANDBY), b"ok\r\n\r\n")
-        sent = lambda: b.sim.stats()["reads_sent"]
-        wait_until(lambda: len(drive_lines(drive)) == sent(), timeout=15, interval=0.1)
-        self.assertEqual(len(drive_lines(drive)), sent())
+        drain(b, lambda: len(drive_lines(drive)))
         for line in drive_lines(drive):
             # EPC and UTC time stamp, every upper-case letter lowered.
             self.assertRegex(line, r"^epc=[0-9a-f]{24},timestamp=\d\d/\d\d/\d{4} "
