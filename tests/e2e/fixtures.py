@@ -196,12 +196,14 @@ class Bench:
     """A simulator, a configuration root and a tessera connected to the simulator."""
 
     def __init__(self, sim_args=("--tags", "20", "--rate", "200"), serial=None, relay=None,
-                 with_serial_line=True, tessera_args=(), env=None, reader_port=None, **config):
+                 with_serial_line=None, tessera_args=(), env=None, reader_port=None, **config):
         self.sim = Simulator(sim_args).start()
         self.tessera = Tessera(reader_port=reader_port or self.sim.llrp_port,
                                extra_args=tessera_args, env=env)
         write_config(self.tessera.root, serial=serial, relay=relay, **config)
-        self.line = SerialLine(self.tessera.root) if with_serial_line else None
+        # A serial section gets its line unless the test says otherwise.
+        with_line = serial is not None if with_serial_line is None else with_serial_line
+        self.line = SerialLine(self.tessera.root) if with_line else None
         self.tessera.start()
 
     def close(self):

@@ -46,6 +46,15 @@ def free_port():
         return s.getsockname()[1]
 
 
+def accepts(port):
+    """Whether a TCP connection to the loopback port succeeds."""
+    try:
+        with socket.create_connection(("127.0.0.1", port), timeout=0.2):
+            return True
+    except OSError:
+        return False
+
+
 def wait_until(predicate, timeout=10.0, interval=0.02):
     """Polls predicate until it returns a true value or the time is up; its last value."""
     deadline = time.monotonic() + timeout
@@ -96,15 +105,8 @@ class Tessera:
             if not ok:
                 raise AssertionError("tessera did not start:\n" + self.output() + self.stderr_text)
             # The data channel thread binds on its own; wait until it accepts.
-            wait_until(self._data_channel_up, timeout=10)
+            wait_until(lambda: accepts(self.data_port), timeout=10)
         return self
-
-    def _data_channel_up(self):
-        try:
-            with socket.create_connection(("127.0.0.1", self.data_port), timeout=0.2):
-                return True
-        except OSError:
-            return False
 
     def _read_stdout(self):
         for raw in self.proc.stdout:
@@ -184,9 +186,8 @@ class Tessera:
                 self.stop()
         finally:
             if self.proc is not None:
-                for stream in (self.proc.stdout, self.proc.stderr):
-                    if stream is not None:
-                        stream.close()
+                self.proc.stdout.close()
+                self.proc.stderr.close()
             if self._tmp is not None:
                 self._tmp.cleanup()
 

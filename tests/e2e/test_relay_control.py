@@ -23,7 +23,7 @@ CLEANUP = ["^I-Caught SIGNAL: 15\\.\\.\\. Cleanup function\\.$", "^Killing Threa
 class RelayCommandTest(unittest.TestCase):
     def bench(self, relay_mode="1", reader_port=None):
         """A relay to an HTTP server that is not there; its simulator counts the connections."""
-        return bench(self, sim_args=("--tags", "10", "--rate", "50"), with_serial_line=False,
+        return bench(self, sim_args=("--tags", "10", "--rate", "50"),
                      relay={"TagrelayMode": relay_mode}, reader_port=reader_port,
                      extra_lines=[http_section("http://127.0.0.1:%d/x" % free_port())])
 
@@ -150,7 +150,7 @@ class RelayStopTest(unittest.TestCase):
         for name, mode, config, contents, busy, after in cases:
             with self.subTest(name):
                 clients.clear()
-                b = bench(self, relay={"TagrelayMode": str(mode)}, with_serial_line=False, **config)
+                b = bench(self, relay={"TagrelayMode": str(mode)}, **config)
                 for path, text in contents:  # the appliance's files (no text: a folder)
                     write_file(b.tessera.path(path), text)
                 self.assertEqual(b.tessera.command(relay_start(mode)), STARTED)
@@ -161,8 +161,7 @@ class RelayStopTest(unittest.TestCase):
 
     def test_disconnect_twice_then_sigterm_stops_the_relay_a_second_time(self):
         port = free_port()
-        b = bench(self, relay={"TagrelayMode": "3"}, with_serial_line=False,
-                  tcpip={"Port": str(port)})
+        b = bench(self, relay={"TagrelayMode": "3"}, tcpip={"Port": str(port)})
         t = b.tessera
         data = t.data_client()
         self.addCleanup(data.close)

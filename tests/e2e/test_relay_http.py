@@ -35,7 +35,7 @@ class RelayHttpCase(unittest.TestCase):
 
     def bench(self, http_line, sim_args=("--tags", "20", "--rate", "200"), relay=None, **config):
         return bench(self, sim_args=sim_args, relay=dict({"TagrelayMode": "1"}, **(relay or {})),
-                     with_serial_line=False, extra_lines=[http_line], **config)
+                     extra_lines=[http_line], **config)
 
     def posted(self, sink):
         return posted_reports(sink.entries())

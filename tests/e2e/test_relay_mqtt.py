@@ -40,8 +40,7 @@ class MqttRelayTest(unittest.TestCase):
         return s
 
     def bench(self, mqtt_line, sim_args=("--tags", "20", "--rate", "200"), close=True, **config):
-        b = Bench(sim_args=sim_args, relay={"TagrelayMode": "5"}, with_serial_line=False,
-                  extra_lines=[mqtt_line], **config)
+        b = Bench(sim_args=sim_args, relay={"TagrelayMode": "5"}, extra_lines=[mqtt_line], **config)
         self.addCleanup(b.close if close else b.sim.stop)
         return b
 

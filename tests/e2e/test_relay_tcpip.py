@@ -16,8 +16,7 @@ OPENING = '{"mac_address":"'
 class TcpIpRelayTest(unittest.TestCase):
     def bench(self, sim_args=("--tags", "20", "--rate", "200")):
         self.port = free_port()
-        return bench(self, sim_args=sim_args, relay={"TagrelayMode": "3"}, with_serial_line=False,
-                     tcpip={"Port": str(self.port)})
+        return bench(self, sim_args=sim_args, relay={"TagrelayMode": "3"}, tcpip={"Port": str(self.port)})
 
     def client(self, **pace):
         c = ReportStream(self.port, **pace)

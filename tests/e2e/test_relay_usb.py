@@ -31,7 +31,7 @@ def drive_lines(drive):
 
 def usb_bench(test, mode, sim_args, tag_meta_data=45, tessera_args=(), **data_format):
     """A bench whose relay runs in `mode` (key=value records unless data_format says otherwise)."""
-    return bench(test, sim_args=sim_args, with_serial_line=False, tessera_args=tessera_args,
+    return bench(test, sim_args=sim_args, tessera_args=tessera_args,
                  relay={"TagrelayMode": str(mode), "TagMetaData": str(tag_meta_data)},
                  data_format=dict({"Format": "KeyValuePair", "LineEnding": "LF"}, **data_format))
 
@@ -84,13 +84,16 @@ class UsbHidRelayTest(unittest.TestCase):
 class UsbDriveRelayTest(unittest.TestCase):
     OFFSET = -3 * 86400 - 7200  # the service's clock runs three days and two hours behind
 
+    def start(self, b, mounts):
+        """The drive's folder and the mount table, then the relay; the folder's path."""
+        write_file(b.tessera.path("/media/usbdrive"))
+        write_file(b.tessera.path("/proc/mounts"), mounts)
+        self.assertEqual(b.tessera.command(relay_start(4)), STARTED)
+        return b.tessera.path("/media/usbdrive")
+
     def test_at_link_speed_every_read_reaches_the_drive(self):
         b = usb_bench(self, 4, ("--tags", "200", "--rate", "0"), 33)
-        t = b.tessera
-        drive = t.path("/media/usbdrive")
-        os.makedirs(drive)
-        write_file(t.path("/proc/mounts"), OTHER_MOUNTS + MOUNT_LINE)
-        self.assertEqual(t.command(relay_start(4)), STARTED)
+        drive = self.start(b, OTHER_MOUNTS + MOUNT_LINE)
         time.sleep(2)
         sent, stats = settle(b, lambda: len(drive_lines(drive)))
         self.assertEqual(stats["reads_discarded"], 0, stats)
@@ -100,10 +103,7 @@ class UsbDriveRelayTest(unittest.TestCase):
         b = usb_bench(self, 4, ("--tags", "20", "--rate", "100"), 33, TimestampFormat="UTC",
                       tessera_args=("--clock-offset", str(self.OFFSET)))
         t = b.tessera
-        mounts, drive = t.path("/proc/mounts"), t.path("/media/usbdrive")
-        os.makedirs(drive)
-        write_file(mounts, OTHER_MOUNTS)
-        self.assertEqual(t.command(relay_start(4)), STARTED)
+        drive, mounts = self.start(b, OTHER_MOUNTS), t.path("/proc/mounts")
         self.assertTrue(t.wait_for_line(r"^I-Failed to send data to USB Flash Drive$", count=2,
                                         timeout=20))
         self.assertTrue(t.wait_for_line(r"^I-USB Flash Drive is not connected $", timeout=5))

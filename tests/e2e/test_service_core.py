@@ -6,7 +6,7 @@ import subprocess
 import time
 import unittest
 
-from harness import BIN, Tessera, recv_replies, send_uevent, wait_until
+from harness import BIN, Tessera, accepts, recv_replies, send_uevent, wait_until
 
 
 class CommandLineTest(unittest.TestCase):
@@ -92,7 +92,7 @@ class LoggingAndStartTest(unittest.TestCase):
             t = Tessera(env={"MVM_DEBUG": value}).start(wait_ready=False)
             try:
                 # Silence proves nothing from a process that died: it must serve and stop cleanly.
-                self.assertTrue(wait_until(t._data_channel_up, timeout=10), value)
+                self.assertTrue(wait_until(lambda: accepts(t.data_port), timeout=10), value)
                 time.sleep(0.2)
                 self.assertEqual(t.output(), "", value)
                 self.assertIsNone(t.proc.poll(), value)

@@ -4,12 +4,11 @@ an MQTTConfig line and CA/server certificates made by openssl. Used by the MQTT 
 (the certificates by the HTTPS test too), bench/relay_throughput.py and the MQTT demo."""
 
 import os
-import socket
 import subprocess
 import sys
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
-from harness import free_port, wait_until  # noqa: E402
+from harness import accepts, free_port, wait_until  # noqa: E402
 
 
 def mqtt_section(url, name="Dock Door 1", **keys):
@@ -51,15 +50,8 @@ class Broker:
     def start(self):
         self.proc = subprocess.Popen(["mosquitto", "-c", self.conf], stdout=subprocess.DEVNULL,
                                      stderr=subprocess.DEVNULL)
-        if not wait_until(self._accepts, timeout=10):
+        if not wait_until(lambda: accepts(self.port), timeout=10):
             raise RuntimeError("mosquitto did not start: " + self.log_text()[-2000:])
-
-    def _accepts(self):
-        try:
-            with socket.create_connection(("127.0.0.1", self.port), timeout=0.2):
-                return True
-        except OSError:
-            return False
 
     def stop(self):
         if self.proc and self.proc.poll() is None:
