@@ -70,13 +70,9 @@ class Tessera:
     """One tessera process: start(), then stop() and close()."""
 
     def __init__(self, root=None, extra_args=(), env=None, reader_port=None):
-        self._tmp = None
-        if root is None:
-            self._tmp = tempfile.TemporaryDirectory(prefix="tessera-e2e-")
-            root = self._tmp.name
-        self.root = root
-        self.command_port = free_port()
-        self.data_port = free_port()
+        self._tmp = None if root else tempfile.TemporaryDirectory(prefix="tessera-e2e-")
+        self.root = root = root or self._tmp.name
+        self.command_port, self.data_port = free_port(), free_port()
         self.shell_log = os.path.join(root, "recorded-shell.txt")
         self.args = [os.path.join(BIN, "tessera"), "--root", root,
                      "--command-port", str(self.command_port), "--data-port", str(self.data_port),
@@ -84,9 +80,7 @@ class Tessera:
         if reader_port is not None:
             self.args += ["--reader-port", str(reader_port)]
         self.args += list(extra_args)
-        self.env = dict(os.environ, MVM_DEBUG="enable")
-        if env:
-            self.env.update(env)
+        self.env = {**os.environ, "MVM_DEBUG": "enable", **(env or {})}
         self.lines, self.stderr_text = [], ""
         self._lock = threading.Lock()
         self.proc = None

@@ -5,13 +5,12 @@ import os
 import re
 import signal
 import socket
-import tempfile
 import time
 import unittest
 
 from fixtures import STARTED, bench, relay_start, write_file
 from harness import free_port, recv_replies, recv_zero_terminated, wait_until
-from relay_peers import ETHERNET_COMMANDS, VBUS, ReportStream, http_section, http_sink
+from relay_peers import ETHERNET_COMMANDS, VBUS, ReportStream, http_section
 
 NO_READER = b"Unable to establish connection to the reader\r\n\r\n"
 ATTEMPT = r"I-Tagrelay: Unable to connect with reader: \d+$"
@@ -92,9 +91,7 @@ class RelayStopTest(unittest.TestCase):
         self.assertRegex(t.output(), re.compile(".*".join(CLEANUP), re.M | re.S))
 
     def test_sigterm_while_each_output_mode_is_busy(self):
-        folder = self.enterContext(tempfile.TemporaryDirectory())
-        sink = http_sink(os.path.join(folder, "posts.jsonl"))
-        self.addCleanup(sink.stop)
+        # (A relay posting to a server that answers stops at the end of every HTTP test.)
         # A listener that never accepts: the connection completes in the kernel and the post
         # waits for an answer (libcurl would give up after 30 s).
         stalled = socket.socket()
@@ -134,8 +131,6 @@ class RelayStopTest(unittest.TestCase):
                ("/proc/mounts", "/dev/sda1 /media/usbdrive vfat rw 0 0\n"))
         cases = [
             # (name, mode, configuration, files, busy when true, check after the stop)
-            ("posting", 1, {"extra_lines": [http_section("http://127.0.0.1:%d/x" % sink.port)]},
-             (), lambda b: wait_until(sink.entries, timeout=20), None),
             ("post never answered", 1, {"extra_lines": [http_section(
                 "http://127.0.0.1:%d/x" % stalled.getsockname()[1])]}, (), post_under_way, None),
             ("hid keyboard", 2, {"data_format": {}}, (("/dev/hidg0", ""), (VBUS, "on\n")),

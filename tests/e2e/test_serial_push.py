@@ -7,7 +7,7 @@ import tempfile
 import time
 import unittest
 
-from fixtures import SERIAL_START, STANDBY, bench, crc_ok, settle, stamp_key
+from fixtures import SERIAL_START, STANDBY, bench, crc_ok, settle, stamp_key, write_file
 from harness import free_port, recv_replies, recv_zero_terminated, wait_until
 
 
@@ -15,10 +15,8 @@ from harness import free_port, recv_replies, recv_zero_terminated, wait_until
 class SerialPushTest(unittest.TestCase):
     def epc_file(self, *epcs):
         """A simulator --epc-file with these lines, removed after the test."""
-        fd, path = tempfile.mkstemp(prefix="tessera-epcs-")
-        with os.fdopen(fd, "w") as f:
-            f.write("\n".join(epcs) + "\n")
-        self.addCleanup(os.unlink, path)
+        path = os.path.join(self.enterContext(tempfile.TemporaryDirectory()), "epcs")
+        write_file(path, "\n".join(epcs) + "\n")
         return path
 
     def test_every_read_arrives_once_in_order_with_a_valid_crc(self):
