@@ -5,12 +5,25 @@ CRC-16, and a service wired to a simulator."""
 import os
 import pty
 import select
+import sys
 import threading
 import time
 import tty
 
 from harness import Tessera, wait_until
 from simctl import Simulator
+
+# The relay tests import their peers (relay_peers, mqtt_peers) after this module.
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "peers"))
+
+
+SERIAL_START = "setup.operating_mode_serialPort=,5084 0 ,\r\n"
+STANDBY = "setup.operating_mode=standby\r\n"
+STARTED = b"httppoststart:0\r\n\r\n"  # the relay start's reply
+
+
+def relay_start(mode):
+    return "setup.operating_mode_Tagrelay=,5084 0 %d ,\r\n" % mode
 
 
 def element(name, attributes):
@@ -54,6 +67,14 @@ def write_config(root, serial=None, relay=None, antennas=((1, 81), (2, 81), (3, 
     with open(os.path.join(folder, "cloud.conf"), "w") as f:
         for key, value in (cloud or {"ENROLLED": "0", "AUTO_CONNECT": "0"}).items():
             f.write("%s=%s\n" % (key, value))
+
+
+def write_file(path, text=None):
+    """Writes the text to the path, making its folders; without a text the path is a folder."""
+    os.makedirs(path if text is None else os.path.dirname(path), exist_ok=True)
+    if text is not None:
+        with open(path, "w") as f:
+            f.write(text)
 
 
 def stamp_key(stamp):
@@ -145,8 +166,8 @@ class SerialLine:
 
 def settle(bench, received, timeout=60.0, accounted=lambda stats: stats["reads_out"]):
     """Slows the simulator to a trickle and waits until what the peer received, what the
-    simulator sent and what the service accounts for (by default: delivered) meet. Returns
-    (received, sent, statistics); the ledger's identity is asserted on the way."""
+    simulator sent and what the service accounts for (by default: delivered) meet; fails when
+    they do not. Returns (sent, statistics); the ledger's identity is asserted on the way."""
     assert bench.sim.control("rate 0.001").startswith("ok"), "the simulator refused the rate"
     state = {}
 
@@ -157,19 +178,32 @@ def settle(bench, received, timeout=60.0, accounted=lambda stats: stats["reads_o
         state.update(received=received(), sent=bench.sim.stats()["reads_sent"], stats=stats)
         return state["received"] == state["sent"] == accounted(stats)
 
-    wait_until(met, timeout=timeout, interval=0.2)
-    return state["received"], state["sent"], state["stats"]
+    assert wait_until(met, timeout=timeout, interval=0.2), (
+        "received %(received)s, sent %(sent)s, service %(stats)s" % state)
+    return state["sent"], state["stats"]
+
+
+def drain(b, received):
+    """Stops the inventory and fails unless the count of reads the peer received comes to
+    equal the simulator's count of reads sent; returns that count."""
+    assert b.tessera.command(STANDBY) == b"ok\r\n\r\n"
+    sent = lambda: b.sim.stats()["reads_sent"]
+    assert wait_until(lambda: received() == sent(), timeout=15, interval=0.1), (received(), sent())
+    return sent()
 
 
 class Bench:
     """A simulator, a configuration root and a tessera connected to the simulator."""
 
     def __init__(self, sim_args=("--tags", "20", "--rate", "200"), serial=None, relay=None,
-                 with_serial_line=True, tessera_args=(), env=None, **config):
+                 with_serial_line=None, tessera_args=(), env=None, reader_port=None, **config):
         self.sim = Simulator(sim_args).start()
-        self.tessera = Tessera(reader_port=self.sim.llrp_port, extra_args=tessera_args, env=env)
+        self.tessera = Tessera(reader_port=reader_port or self.sim.llrp_port,
+                               extra_args=tessera_args, env=env)
         write_config(self.tessera.root, serial=serial, relay=relay, **config)
-        self.line = SerialLine(self.tessera.root) if with_serial_line else None
+        # A serial section gets its line unless the test says otherwise.
+        with_line = serial is not None if with_serial_line is None else with_serial_line
+        self.line = SerialLine(self.tessera.root) if with_line else None
         self.tessera.start()
 
     def close(self):
@@ -181,3 +215,10 @@ class Bench:
             if self.line:
                 self.line.close()
             self.sim.stop()
+
+
+def bench(test, **kwargs):
+    """A Bench that the test's cleanup closes, failing the test on a non-zero exit status."""
+    b = Bench(**kwargs)
+    test.addCleanup(b.close)
+    return b

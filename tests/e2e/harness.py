@@ -46,6 +46,15 @@ def free_port():
         return s.getsockname()[1]
 
 
+def accepts(port):
+    """Whether a TCP connection to the loopback port succeeds."""
+    try:
+        with socket.create_connection(("127.0.0.1", port), timeout=0.2):
+            return True
+    except OSError:
+        return False
+
+
 def wait_until(predicate, timeout=10.0, interval=0.02):
     """Polls predicate until it returns a true value or the time is up; its last value."""
     deadline = time.monotonic() + timeout
@@ -58,16 +67,12 @@ def wait_until(predicate, timeout=10.0, interval=0.02):
 
 
 class Tessera:
-    """One tessera process. Use as a context manager or call start()/stop()."""
+    """One tessera process: start(), then stop() and close()."""
 
-    def __init__(self, root=None, extra_args=(), env=None, pass_fds=(), reader_port=None):
-        self._tmp = None
-        if root is None:
-            self._tmp = tempfile.TemporaryDirectory(prefix="tessera-e2e-")
-            root = self._tmp.name
-        self.root = root
-        self.command_port = free_port()
-        self.data_port = free_port()
+    def __init__(self, root=None, extra_args=(), env=None, reader_port=None):
+        self._tmp = None if root else tempfile.TemporaryDirectory(prefix="tessera-e2e-")
+        self.root = root = root or self._tmp.name
+        self.command_port, self.data_port = free_port(), free_port()
         self.shell_log = os.path.join(root, "recorded-shell.txt")
         self.args = [os.path.join(BIN, "tessera"), "--root", root,
                      "--command-port", str(self.command_port), "--data-port", str(self.data_port),
@@ -75,12 +80,8 @@ class Tessera:
         if reader_port is not None:
             self.args += ["--reader-port", str(reader_port)]
         self.args += list(extra_args)
-        self.env = dict(os.environ, MVM_DEBUG="enable")
-        if env:
-            self.env.update(env)
-        self.pass_fds = pass_fds
-        self.lines = []
-        self.stderr_text = ""
+        self.env = {**os.environ, "MVM_DEBUG": "enable", **(env or {})}
+        self.lines, self.stderr_text = [], ""
         self._lock = threading.Lock()
         self.proc = None
 
@@ -89,7 +90,6 @@ class Tessera:
 
     def start(self, wait_ready=True, **popen):
         """Starts the process (popen: more subprocess.Popen arguments)."""
-        popen.setdefault("pass_fds", self.pass_fds)
         self.proc = subprocess.Popen(self.args, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                                      env=self.env, **popen)
         threading.Thread(target=self._read_stdout, daemon=True).start()
@@ -99,15 +99,8 @@ class Tessera:
             if not ok:
                 raise AssertionError("tessera did not start:\n" + self.output() + self.stderr_text)
             # The data channel thread binds on its own; wait until it accepts.
-            wait_until(self._data_channel_up, timeout=10)
+            wait_until(lambda: accepts(self.data_port), timeout=10)
         return self
-
-    def _data_channel_up(self):
-        try:
-            with socket.create_connection(("127.0.0.1", self.data_port), timeout=0.2):
-                return True
-        except OSError:
-            return False
 
     def _read_stdout(self):
         for raw in self.proc.stdout:
@@ -140,15 +133,15 @@ class Tessera:
         except FileNotFoundError:
             return []
 
-    def connect(self, port=None):
-        return socket.create_connection(("127.0.0.1", port or self.command_port), timeout=10)
+    def connect(self):
+        return socket.create_connection(("127.0.0.1", self.command_port), timeout=10)
 
     def command(self, text, timeout=10.0):
         """Sends one command on a fresh connection and returns the first reply's bytes."""
         with self.connect() as s:
             s.settimeout(timeout)
-            s.sendall(text.encode() if isinstance(text, str) else text)
-            return recv_until(s, b"\r\n\r\n", timeout)
+            s.sendall(text.encode())
+            return recv_replies(s, 1, timeout)
 
     def statistics(self):
         """getStatistics as a dict of integers."""
@@ -187,17 +180,10 @@ class Tessera:
                 self.stop()
         finally:
             if self.proc is not None:
-                for stream in (self.proc.stdout, self.proc.stderr):
-                    if stream is not None:
-                        stream.close()
+                self.proc.stdout.close()
+                self.proc.stderr.close()
             if self._tmp is not None:
                 self._tmp.cleanup()
-
-    def __enter__(self):
-        return self.start()
-
-    def __exit__(self, *exc):
-        self.close()
 
 
 def recv_while(sock, more, timeout=10.0):
@@ -216,8 +202,9 @@ def recv_while(sock, more, timeout=10.0):
     return data
 
 
-def recv_until(sock, marker, timeout=10.0):
-    return recv_while(sock, lambda data: marker not in data, timeout)
+def recv_replies(sock, count=1, timeout=10.0):
+    """Reads until `count` command replies (each ending in an empty line) arrived."""
+    return recv_while(sock, lambda data: data.count(b"\r\n\r\n") < count, timeout)
 
 
 def recv_zero_terminated(sock, count=1, timeout=10.0):

@@ -9,12 +9,11 @@ import shutil
 import time
 import unittest
 
-from fixtures import SerialLine, crc_ok, write_config
+from fixtures import SERIAL_START, STANDBY, SerialLine, crc_ok, write_config
 from harness import SOURCE, Tessera
 from simctl import Simulator
 
 ARMHF_TESSERA = os.environ.get("TESSERA_ARMHF_TESSERA", "")
-START = "setup.operating_mode_serialPort=,5084 0 ,\r\n"
 
 
 def qemu_command():
@@ -49,13 +48,13 @@ class ArmhfSerialPushTest(unittest.TestCase):
         self.addCleanup(line.close)
         tessera.start()
 
-        self.assertEqual(tessera.command(START), b"PushDataStart:0\r\n\r\n")
+        self.assertEqual(tessera.command(SERIAL_START), b"PushDataStart:0\r\n\r\n")
         lines = line.read_lines(count=40, timeout=30)
         self.assertGreaterEqual(len(lines), 40, "\n".join(lines) + tessera.output()[-2000:])
         self.assertEqual(lines[0], "EPC,AntennaID,RSSI,TimeStamp,<CRC>")
         # Once the inventory stops and the event thread has drained, every read the simulator
         # sent is on the line once, with a CRC the host computes the same way.
-        self.assertEqual(tessera.command("setup.operating_mode=standby\r\n"), b"ok\r\n\r\n")
+        self.assertEqual(tessera.command(STANDBY), b"ok\r\n\r\n")
         body = line.read_lines(timeout=20, quiet=2.5)[1:]
         self.assertEqual(len(body), sim.stats()["reads_sent"])
         for record in body:

@@ -6,7 +6,7 @@ import tempfile
 import time
 import unittest
 
-from fixtures import SerialLine, write_config
+from fixtures import Bench, SerialLine, write_config
 from harness import Tessera, free_port
 from simctl import Simulator
 
@@ -15,15 +15,15 @@ class AutostartTest(unittest.TestCase):
     def setUp(self):
         self.sim = Simulator(("--tags", "10", "--rate", "100")).start()
         self.addCleanup(self.sim.stop)
-        self.dir = tempfile.TemporaryDirectory(prefix="tessera-boot-")
-        self.addCleanup(self.dir.cleanup)
-        self.root = self.dir.name
+        self.root = self.enterContext(tempfile.TemporaryDirectory(prefix="tessera-boot-"))
         os.makedirs(os.path.join(self.root, "var", "volatile"))
+        # The serial push's line; the relay tests leave it alone.
+        self.line = SerialLine(self.root)
+        self.addCleanup(self.line.close)
 
     def boot(self, reader_port=None, **config):
         write_config(self.root, **config)
-        t = Tessera(root=self.root, reader_port=reader_port or self.sim.llrp_port).start()
-        return t
+        return Tessera(root=self.root, reader_port=reader_port or self.sim.llrp_port).start()
 
     def stop(self, t):
         status = t.stop()
@@ -31,23 +31,18 @@ class AutostartTest(unittest.TestCase):
         self.assertEqual(status, 0, t.output()[-2000:])
 
     def test_serial_push_autostarts_at_every_start_unless_the_cloud_holds_it_back(self):
-        line = SerialLine(self.root)
-        self.addCleanup(line.close)
         for enrolled, auto, held in (("0", "0", False), ("1", "1", True), ("1", "0", False),
                                      ("0", "1", False)):
-            lines = len(line.read_lines(timeout=0))
+            lines = len(self.line.read_lines(timeout=0))
             t = self.boot(serial={"IsAutostart": "1"}, relay=None if held else {"IsAutostart": "1"},
                           cloud={"ENROLLED": enrolled, "AUTO_CONNECT": auto})
             if held:
-                self.assertTrue(t.wait_for_line(
-                    "Tessera: Not starting Serial Port Push at boot time since auto connect to "
-                    "cloud is enabled"))
                 self.assertEqual(t.command("getInventoryStatus"), b"InventoryStandby\r\n\r\n")
             else:
                 self.assertTrue(t.wait_for_line("Tessera: Started Serial Port Push at Boot time"))
                 self.assertEqual(t.command("getInventoryStatus"),
                                  b"InventoryRunning:PushData\r\n\r\n")
-                self.assertGreaterEqual(len(line.read_lines(count=lines + 3)), lines + 3)
+                self.assertGreaterEqual(len(self.line.read_lines(count=lines + 3)), lines + 3)
                 # The relay section is neither read nor marked when the serial push starts.
                 self.assertFalse(os.path.exists(os.path.join(self.root, "var/volatile/isbooted")))
             self.stop(t)
@@ -76,8 +71,6 @@ class AutostartTest(unittest.TestCase):
         self.stop(t)
 
     def test_a_reader_that_comes_up_late_is_found_on_a_later_attempt(self):
-        line = SerialLine(self.root)
-        self.addCleanup(line.close)
         self.assertEqual(self.sim.control("refuse 2")[:2], "ok")
         t = self.boot(serial={"IsAutostart": "1"})
         self.assertTrue(t.wait_for_line("Tessera: Started Serial Port Push at Boot time", 60))
@@ -86,8 +79,6 @@ class AutostartTest(unittest.TestCase):
         self.stop(t)
 
     def test_a_termination_signal_ends_the_boot_attempts(self):
-        line = SerialLine(self.root)
-        self.addCleanup(line.close)
         write_config(self.root, serial={"IsAutostart": "1"})
         # Real-length pauses (scaled to 3 s): fifteen attempts would take 45 s.
         t = Tessera(root=self.root, reader_port=free_port(), extra_args=("--wait-scale", "0.3"))
@@ -104,31 +95,26 @@ class AutostartTest(unittest.TestCase):
 
 class AntennaCommandTest(unittest.TestCase):
     def setUp(self):
-        self.state = tempfile.NamedTemporaryFile(prefix="readersim-state-", delete=False)
-        self.state.close()
-        os.unlink(self.state.name)
-        self.addCleanup(lambda: os.path.exists(self.state.name) and os.unlink(self.state.name))
-        # A reader that keeps SET_READER_CONFIG values for one connection only, as some do.
-        self.sim = Simulator(("--tags", "5", "--rate", "20", "--state", self.state.name,
-                              "--forget-config")).start()
-        self.addCleanup(lambda: self.sim and self.sim.stop())
-        self.t = Tessera(reader_port=self.sim.llrp_port)
-        write_config(self.t.root, serial={})
-        self.t.start()
+        folder = self.enterContext(tempfile.TemporaryDirectory(prefix="readersim-state-"))
+        self.state = os.path.join(folder, "state")
+        self.start()
         self.addCleanup(self.close)
+
+    def start(self):
+        # A reader that keeps SET_READER_CONFIG values for one connection only, as some do.
+        self.bench = Bench(sim_args=("--tags", "5", "--rate", "20", "--state", self.state,
+                                     "--forget-config"), serial={}, with_serial_line=False)
+        self.sim, self.t = self.bench.sim, self.bench.tessera
         self.data = self.t.data_client()
 
     def close(self):
         self.data.close()
-        status = self.t.stop()
-        self.t.close()
-        self.assertEqual(status, 0)
+        self.bench.close()
 
     def result(self, command):
         self.assertEqual(self.t.command(command), b"ok\r\n\r\n")
         self.data.settimeout(10)
-        text = self.data.recv(4096).decode()
-        return text
+        return self.data.recv(4096).decode()
 
     def connect(self):
         self.assertEqual(self.t.command("setup.connection_config=,5084 0 ,\r\n"), b"ok\r\n\r\n")
@@ -155,19 +141,16 @@ class AntennaCommandTest(unittest.TestCase):
         self.assertTrue(self.t.wait_for_line("Last Antenna 3 Configuration Persisted"))
         self.assertEqual(self.result("setup.get_antenna_config=\r\n")[:17], "AntennaData:1 30,")
 
-    def test_init_reports_the_power_table_and_line_end_does_not(self):
+    def test_init_reports_the_power_table_and_line_end_does_not_and_no_reader_reports_none(self):
+        self.assertEqual(self.result("setup.get_antenna_config=\r\n"), "AntennaData:")
+        self.assertTrue(self.result("setup.get_antenna_config=Init").startswith(
+            "Error: AntennaInitData: Get Failed!!!!"))
+        self.assertEqual(self.t.command("setup.get_antenna_config\r\n"), b"ok\r\n\r\n")
         self.connect()
         text = self.result("setup.get_antenna_config=Init")
         self.assertTrue(text.startswith("AntennaInitData: 4, 10.0 10.2 10.5 10.8 11.0"), text)
         self.assertTrue(text.endswith(" 29.8 30.0"), text[-40:])
         self.assertTrue(self.result("setup.get_antenna_config=Init\r\n").startswith("AntennaData:1 "))
-
-    def test_no_reader_and_no_key_value(self):
-        text = self.result("setup.get_antenna_config=\r\n")
-        self.assertEqual(text, "AntennaData:")
-        self.assertTrue(self.result("setup.get_antenna_config=Init").startswith(
-            "Error: AntennaInitData: Get Failed!!!!"))
-        self.assertEqual(self.t.command("setup.get_antenna_config\r\n"), b"ok\r\n\r\n")
 
     def test_powers_set_before_a_reconnect_are_in_force_after_it(self):
         self.connect()
@@ -183,16 +166,8 @@ class AntennaCommandTest(unittest.TestCase):
         self.connect()
         self.result("setup.set_antenna_config=,2 17 1 ,\r\n")
         self.assertEqual(self.t.command("disconnect\r\n"), b"ok\r\n\r\n")
-        self.sim.stop()
-        self.sim = Simulator(("--tags", "5", "--rate", "20", "--state", self.state.name,
-                              "--forget-config")).start()
-        self.t.stop()
-        self.t.close()
-        self.t = Tessera(reader_port=self.sim.llrp_port)
-        write_config(self.t.root, serial={})
-        self.t.start()
-        self.data.close()
-        self.data = self.t.data_client()
+        self.close()
+        self.start()
         self.connect()
         self.assertRegex(self.result("setup.get_antenna_config=\r\n"), r"^AntennaData:1 \d+,2 17,")
 

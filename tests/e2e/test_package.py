@@ -13,14 +13,8 @@ import unittest
 from harness import SOURCE, Tessera
 
 DEMO = os.path.join(SOURCE, "tests", "data", "demo")
-
-
-def project_version():
-    with open(os.path.join(SOURCE, "CMakeLists.txt")) as f:
-        return re.search(r"project\(tessera VERSION ([0-9.]+)", f.read()).group(1)
-
-
-VERSION = project_version()
+with open(os.path.join(SOURCE, "CMakeLists.txt")) as f:
+    VERSION = re.search(r"project\(tessera VERSION ([0-9.]+)", f.read()).group(1)
 DEB = os.environ.get("TESSERA_DEB") or os.path.join(SOURCE, "build-deb", "tessera_%s_amd64.deb" % VERSION)
 SIM_DEB = os.path.join(os.path.dirname(DEB), "tessera-readersim_%s_amd64.deb" % VERSION)
 

@@ -7,21 +7,16 @@ import re
 import shutil
 import signal
 import subprocess
-import sys
 import tempfile
 import unittest
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "peers"))
+from fixtures import Bench, STARTED, relay_start, settle, stamp_key, write_config
+from harness import wait_until
+from mqtt_peers import Broker, Subscriber, make_ca_and_server, mqtt_section, retained
 
-from fixtures import Bench, settle, stamp_key, write_config  # noqa: E402
-from harness import wait_until  # noqa: E402
-from mqtt_peers import Broker, Subscriber, make_ca_and_server, mqtt_section, retained  # noqa: E402
-
-START = "setup.operating_mode_Tagrelay=,5084 0 5 ,\r\n"
-STARTED = b"httppoststart:0\r\n\r\n"
+START = relay_start(5)
 READS = "tessera/Dock Door 1/reads"
 STATUS = "tessera/Dock Door 1/status"
-MAC = re.compile(r"^([0-9A-F]{2}(:[0-9A-F]{2}){5})?$")
 
 
 def key(read):
@@ -32,9 +27,7 @@ def key(read):
                  "mosquitto and mosquitto-clients are not installed")
 class MqttRelayTest(unittest.TestCase):
     def setUp(self):
-        tmp = tempfile.TemporaryDirectory(prefix="relay-mqtt-")
-        self.addCleanup(tmp.cleanup)
-        self.dir = tmp.name
+        self.dir = self.enterContext(tempfile.TemporaryDirectory(prefix="relay-mqtt-"))
 
     def broker(self, **args):
         b = Broker(self.dir, **args)
@@ -46,9 +39,8 @@ class MqttRelayTest(unittest.TestCase):
         self.addCleanup(s.stop)
         return s
 
-    def bench(self, mqtt_line, sim_args=("--tags", "20", "--rate", "200"), close=True):
-        b = Bench(sim_args=sim_args, relay={"TagrelayMode": "5"}, with_serial_line=False,
-                  extra_lines=[mqtt_line])
+    def bench(self, mqtt_line, sim_args=("--tags", "20", "--rate", "200"), close=True, **config):
+        b = Bench(sim_args=sim_args, relay={"TagrelayMode": "5"}, extra_lines=[mqtt_line], **config)
         self.addCleanup(b.close if close else b.sim.stop)
         return b
 
@@ -66,20 +58,16 @@ class MqttRelayTest(unittest.TestCase):
         self.assertEqual(t.command(START), STARTED)
         self.assertTrue(wait_until(lambda: len(self.reads(sub)) >= 40, timeout=20))
         self.assertEqual(retained(broker, STATUS), "online")
-        received, sent, stats = settle(b, lambda: len(self.reads(sub)))
-        self.assertEqual(received, sent)
+        sent, stats = settle(b, lambda: len(self.reads(sub)))
         self.assertEqual(stats["reads_discarded"], 0, stats)
         reads = self.reads(sub)
         self.assertEqual(len({key(r) for r in reads}), len(reads), "a read arrived twice")
         stamps = [r["timeStamp"] for r in reads]
         self.assertEqual(stamps, sorted(stamps, key=stamp_key))
+        # (The records inside are the HTTP relay's, checked field by field there.)
         for m in self.messages(sub):
             self.assertEqual(list(m), ["reader_name", "mac_address", "tag_reads"])
             self.assertEqual(m["reader_name"], "Dock Door 1")
-            self.assertRegex(m["mac_address"], MAC)
-        for r in reads:
-            self.assertEqual(list(r), ["epc", "antennaPort", "peakRssi", "timeStamp"])
-            self.assertRegex(r["epc"], r"^[0-9A-F]{24}$")
         # The stop says "offline" itself and disconnects cleanly: the broker keeps the will.
         client = re.search(r"New client connected from \S+ as (tessera-\S*)", broker.log_text())
         self.assertIsNotNone(client, broker.log_text()[-2000:])
@@ -112,9 +100,7 @@ class MqttRelayTest(unittest.TestCase):
                                                     count=restart + 1, timeout=30))
         self.assertTrue(b.tessera.wait_for_line(r"^I-Tagrelay: MQTT connection lost - ",
                                                 timeout=5))
-        received, sent, stats = settle(b, lambda: len({key(r) for r in self.reads(sub)}))
-        self.assertEqual(received, sent)
-        self.assertEqual(stats["reads_out"], sent)
+        settle(b, lambda: len({key(r) for r in self.reads(sub)}))
         seen, batches = set(), []
         for m in self.messages(sub):
             keys = [key(r) for r in m["tag_reads"]]
@@ -129,11 +115,9 @@ class MqttRelayTest(unittest.TestCase):
     def test_with_the_spool_a_broker_outage_does_not_pause_the_reader(self):
         broker = self.broker(persistent=True)
         sub = self.subscriber(broker)
-        b = Bench(sim_args=("--tags", "50", "--rate", "500"), relay={"TagrelayMode": "5"},
-                  with_serial_line=False,
-                  extra_lines=[mqtt_section("mqtt://127.0.0.1:%d" % broker.port)],
-                  tessera_args=("--spool", os.path.join(self.dir, "spool")))
-        self.addCleanup(b.close)
+        b = self.bench(mqtt_section("mqtt://127.0.0.1:%d" % broker.port),
+                       sim_args=("--tags", "50", "--rate", "500"),
+                       tessera_args=("--spool", os.path.join(self.dir, "spool")))
         self.assertEqual(b.tessera.command(START), STARTED)
         self.assertTrue(wait_until(lambda: len(self.reads(sub)) >= 100, timeout=30))
         broker.stop()
@@ -146,8 +130,7 @@ class MqttRelayTest(unittest.TestCase):
             by_seq = {m["batch_seq"]: m for m in self.messages(sub)}
             return sum(len(m["tag_reads"]) for m in by_seq.values())
 
-        received, sent, stats = settle(b, unique_reads)
-        self.assertEqual(received, sent)
+        _, stats = settle(b, unique_reads)
         self.assertEqual(stats["reads_discarded"], 0, stats)
 
     def test_tls_ca_and_credentials_are_checked_and_retried(self):

@@ -1,30 +1,22 @@
 """The relay's TCP/IP channel end to end: tessera-readersim -> tessera in relay mode 3 -> a client
 of the relay's TCP/IP server, which receives one JSON report per batch."""
 
-import os
 import socket
-import sys
 import time
 import unittest
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "peers"))
+from fixtures import STARTED, bench, drain, relay_start, settle
+from harness import free_port, wait_until
+from relay_peers import ReportStream
 
-from fixtures import Bench, settle  # noqa: E402
-from harness import free_port, wait_until  # noqa: E402
-from relay_peers import ReportStream  # noqa: E402
-
-START = "setup.operating_mode_Tagrelay=,5084 0 3 ,\r\n"
-STANDBY = "setup.operating_mode=standby\r\n"
+START = relay_start(3)
 OPENING = '{"mac_address":"'
 
 
 class TcpIpRelayTest(unittest.TestCase):
-    def bench(self, sim_args=("--tags", "20", "--rate", "200"), relay=None):
+    def bench(self, sim_args=("--tags", "20", "--rate", "200")):
         self.port = free_port()
-        b = Bench(sim_args=sim_args, relay=dict({"TagrelayMode": "3"}, **(relay or {})),
-                  with_serial_line=False, tcpip={"Port": str(self.port)})
-        self.addCleanup(b.close)
-        return b
+        return bench(self, sim_args=sim_args, relay={"TagrelayMode": "3"}, tcpip={"Port": str(self.port)})
 
     def client(self, **pace):
         c = ReportStream(self.port, **pace)
@@ -33,13 +25,6 @@ class TcpIpRelayTest(unittest.TestCase):
 
     def reads(self, client):
         return [r for report in client.reports() for r in report["tag_reads"]]
-
-    def drain(self, b, client):
-        """Stops the inventory and waits until the client holds as many reads as were sent."""
-        self.assertEqual(b.tessera.command(STANDBY), b"ok\r\n\r\n")
-        sent = lambda: b.sim.stats()["reads_sent"]
-        wait_until(lambda: len(self.reads(client)) == sent(), timeout=15, interval=0.1)
-        return self.reads(client), sent()
 
     def assert_reports(self, client):
         texts, rest = client.texts()
@@ -54,13 +39,11 @@ class TcpIpRelayTest(unittest.TestCase):
 
     def test_a_slow_client_gets_every_read_in_whole_reports(self):
         b = self.bench(sim_args=("--tags", "200", "--rate", "3000"))
-        self.assertEqual(b.tessera.command(START), b"httppoststart:0\r\n\r\n")
+        self.assertEqual(b.tessera.command(START), STARTED)
         # 4 KiB every 20 ms: the socket takes part of a batch at a time.
         client = self.client(chunk=4096, pause=0.02)
         time.sleep(3)
-        received, sent, stats = settle(b, lambda: len(self.reads(client)))
-        self.assertEqual(received, sent)
-        self.assertEqual(stats["reads_out"], sent)
+        sent, stats = settle(b, lambda: len(self.reads(client)))
         self.assertEqual(stats["reads_discarded"], 0, stats)
         self.assertGreater(sent, 1000)
         self.assert_reports(client)
@@ -69,7 +52,7 @@ class TcpIpRelayTest(unittest.TestCase):
         # 2000 reads/s of about 100 bytes fill the 71680-byte limit in well under a second.
         b = self.bench(sim_args=("--tags", "50", "--rate", "2000"))
         t = b.tessera
-        self.assertEqual(t.command(START), b"httppoststart:0\r\n\r\n")
+        self.assertEqual(t.command(START), STARTED)
         self.assertTrue(t.wait_for_line(r"^I-Tagrelay: Buffer is full, stoping Inventory\.$",
                                         timeout=20))
         # The reader API stops an inventory by deleting its ROSpec.
@@ -85,13 +68,13 @@ class TcpIpRelayTest(unittest.TestCase):
                                    timeout=10))
         self.assertGreater(b.sim.stats()["rospecs_started"], paused["rospecs_started"])
         self.assertIn("=Active", b.sim.control("rospecs"))
-        reads, sent = self.drain(b, client)
-        self.assertEqual(len(reads), sent)
+        # Every read the reader sent, also while the pause took effect, reaches the client.
+        drain(b, lambda: len(self.reads(client)))
         self.assert_reports(client)
 
     def test_a_client_that_leaves_mid_report_is_replaced_by_the_next(self):
         b = self.bench(sim_args=("--tags", "200", "--rate", "3000"))
-        self.assertEqual(b.tessera.command(START), b"httppoststart:0\r\n\r\n")
+        self.assertEqual(b.tessera.command(START), STARTED)
         first = self.client(chunk=4096, pause=0.02)
         self.assertTrue(wait_until(lambda: first.reports() and first.texts()[1], timeout=20))
         first.close()
@@ -118,9 +101,6 @@ class TcpIpRelayTest(unittest.TestCase):
         t = b.tessera
         self.assertEqual(len(t.wait_for_line(r"^E-TCP/IP Server : bind failed$", count=15,
                                              timeout=5)), 15)
-        self.assertEqual(len(t.wait_for_line(r"^I-Tagrelay: Error binding TCP/IP socket$",
-                                             count=15, timeout=5)), 15)
-        self.assertTrue(t.wait_for_line(r"^E-Tagrelay: Failed to start Tagrelay\.$", timeout=5))
         self.assertEqual(b.sim.stats()["connections"], 0)
 
 

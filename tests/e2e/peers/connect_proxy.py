@@ -7,7 +7,7 @@ reaches it is appended to the record file as one JSON line: {"request", "proxy_a
 With --auth USER:PASSWORD a request without matching Basic credentials is answered 407.
 Runs until killed.
 
-    connect_proxy.py --record FILE [--port N] [--auth USER:PASSWORD]
+    connect_proxy.py --record FILE [--auth USER:PASSWORD]
 """
 
 import argparse
@@ -19,8 +19,6 @@ import sys
 import threading
 import urllib.parse
 
-MAX_HEAD = 65536
-
 
 def read_head(conn):
     data = b""
@@ -29,8 +27,6 @@ def read_head(conn):
         if not chunk:
             return None, b""
         data += chunk
-        if len(data) > MAX_HEAD:
-            return None, b""
     head, rest = data.split(b"\r\n\r\n", 1)
     return head.decode("latin-1"), rest
 
@@ -51,7 +47,6 @@ def relay(a, b):
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--record", required=True)
-    parser.add_argument("--port", type=int, default=0)
     parser.add_argument("--auth")
     args = parser.parse_args()
     lock = threading.Lock()
@@ -66,11 +61,8 @@ def main():
                 return
             lines = head.split("\r\n")
             request = lines[0]
-            headers = {}
-            for line in lines[1:]:
-                name, _, value = line.partition(":")
-                headers[name.strip().lower()] = value.strip()
-            credentials = headers.get("proxy-authorization", "")
+            credentials = next((l.partition(":")[2].strip() for l in lines[1:]
+                                if l.lower().startswith("proxy-authorization:")), "")
             with lock, open(args.record, "a", encoding="utf-8") as out:
                 out.write(json.dumps({"request": request,
                                       "proxy_authorization": credentials}) + "\n")
@@ -90,12 +82,7 @@ def main():
             if host != "127.0.0.1":
                 conn.sendall(b"HTTP/1.1 403 Forbidden\r\nContent-Length: 0\r\n\r\n")
                 return
-            try:
-                upstream = socket.create_connection(("127.0.0.1", int(port)), timeout=10)
-            except OSError:
-                conn.sendall(b"HTTP/1.1 502 Bad Gateway\r\nContent-Length: 0\r\n\r\n")
-                return
-            with upstream:
+            with socket.create_connection(("127.0.0.1", int(port)), timeout=10) as upstream:
                 if path_line is None:
                     conn.sendall(b"HTTP/1.1 200 Connection established\r\n\r\n")
                 else:
@@ -110,7 +97,7 @@ def main():
 
     listener = socket.socket(socket.AF_INET, socket.SOCK_STREAM)
     listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-    listener.bind(("127.0.0.1", args.port))
+    listener.bind(("127.0.0.1", 0))
     listener.listen(16)
     print(listener.getsockname()[1], flush=True)
     try:

@@ -4,12 +4,11 @@ an MQTTConfig line and CA/server certificates made by openssl. Used by the MQTT 
 (the certificates by the HTTPS test too), bench/relay_throughput.py and the MQTT demo."""
 
 import os
-import socket
 import subprocess
 import sys
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
-from harness import free_port, wait_until  # noqa: E402
+from harness import accepts, free_port, wait_until  # noqa: E402
 
 
 def mqtt_section(url, name="Dock Door 1", **keys):
@@ -51,15 +50,8 @@ class Broker:
     def start(self):
         self.proc = subprocess.Popen(["mosquitto", "-c", self.conf], stdout=subprocess.DEVNULL,
                                      stderr=subprocess.DEVNULL)
-        if not wait_until(self._accepts, timeout=10):
+        if not wait_until(lambda: accepts(self.port), timeout=10):
             raise RuntimeError("mosquitto did not start: " + self.log_text()[-2000:])
-
-    def _accepts(self):
-        try:
-            with socket.create_connection(("127.0.0.1", self.port), timeout=0.2):
-                return True
-        except OSError:
-            return False
 
     def stop(self):
         if self.proc and self.proc.poll() is None:
@@ -78,21 +70,25 @@ class Broker:
             return ""
 
 
+def sub_args(broker, topic, user, tls_ca):
+    """mosquitto_sub's arguments for one topic of the broker, as the user, trusting the CA."""
+    args = ["mosquitto_sub", "-h", "127.0.0.1", "-p", str(broker.port), "-t", topic]
+    if user:
+        args += ["-u", user[0], "-P", user[1]]
+    return args + (["--cafile", tls_ca] if tls_ca else [])
+
+
 class Subscriber:
     """mosquitto_sub on one topic at QoS 1 with a persistent session, so that it misses nothing
     while the broker restarts; each payload is one line of its record file."""
 
     def __init__(self, broker, topic, record, user=None, tls_ca=None):
         client_id = "sub-%d-%d" % (os.getpid(), id(self))
-        args = ["mosquitto_sub", "-h", "127.0.0.1", "-p", str(broker.port), "-t", topic,
-                "-q", "1", "-c", "-i", client_id]
-        if user:
-            args += ["-u", user[0], "-P", user[1]]
-        if tls_ca:
-            args += ["--cafile", tls_ca]
         self.record = record
         self.out = open(record, "wb")
-        self.proc = subprocess.Popen(args, stdout=self.out, stderr=subprocess.DEVNULL)
+        self.proc = subprocess.Popen(sub_args(broker, topic, user, tls_ca) +
+                                     ["-q", "1", "-c", "-i", client_id],
+                                     stdout=self.out, stderr=subprocess.DEVNULL)
         wait_until(lambda: "SUBSCRIBE from " + client_id in broker.log_text(), timeout=10)
 
     def payloads(self):
@@ -109,12 +105,7 @@ class Subscriber:
 
 def retained(broker, topic, timeout=5, user=None, tls_ca=None):
     """The retained message of a topic, or None."""
-    args = ["mosquitto_sub", "-h", "127.0.0.1", "-p", str(broker.port), "-t", topic, "-C", "1",
-            "-W", str(timeout), "--retained-only"]
-    if user:
-        args += ["-u", user[0], "-P", user[1]]
-    if tls_ca:
-        args += ["--cafile", tls_ca]
+    args = sub_args(broker, topic, user, tls_ca) + ["-C", "1", "-W", str(timeout), "--retained-only"]
     out = subprocess.run(args, capture_output=True, timeout=timeout + 5).stdout.decode()
     return out.rstrip("\n") if out else None
 

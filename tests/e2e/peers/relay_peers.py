@@ -90,8 +90,8 @@ class ReportStream:
     """A client of the relay's TCP/IP server. Collects the stream on a thread; reports() splits it
     into the JSON reports sent so far and fails on anything that is not one."""
 
-    def __init__(self, port, timeout=10.0, chunk=1 << 16, pause=0.0):
-        self.sock = socket.create_connection(("127.0.0.1", port), timeout=timeout)
+    def __init__(self, port, chunk=1 << 16, pause=0.0):
+        self.sock = socket.create_connection(("127.0.0.1", port), timeout=10)
         self.sock.settimeout(None)
         self.chunk, self.pause = chunk, pause  # a slow client reads `chunk` bytes per `pause`
         self.data = bytearray()
