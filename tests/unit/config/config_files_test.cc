@@ -365,16 +365,15 @@ TEST(ConfigLog, RefusedValuesUnknownKeysAndMissingSections) {
 
 TEST(OutputSections, TcpIpConfig) {
   // Format is set to "JSON" whatever the outcome.
-  readRows(
-      {{{""}, "0|0|JSON,Tab"},
-       {{R"(<TCPIPConfig Port=5000 />)"}, "1|0|JSON,Tab"},  // unquoted: loses its ends
-       {{R"(<TCPIPConfig Other="1" Port="6001"/>)"}, "1|6001|JSON,Tab"},
-       {{R"(<Other TCPIPConfig Port="1"/>)"}, "-1|0|JSON,Tab"}},
-      [](Records& r) {
-        int32_t result = readTcpIpConfig(r.tcp, r.format);
-        return std::to_string(result) + "|" + std::to_string(r.tcp.Port) + "|" +
-               r.format.Format + "," + r.format.Delimiter;
-      });
+  readRows({{{""}, "0|0|JSON,Tab"},
+            {{R"(<TCPIPConfig Port=5000 />)"}, "1|0|JSON,Tab"},  // unquoted: loses its ends
+            {{R"(<TCPIPConfig Other="1" Port="6001"/>)"}, "1|6001|JSON,Tab"},
+            {{R"(<Other TCPIPConfig Port="1"/>)"}, "-1|0|JSON,Tab"}},
+           [](Records& r) {
+             int32_t result = readTcpIpConfig(r.tcp, r.format);
+             return std::to_string(result) + "|" + std::to_string(r.tcp.Port) + "|" +
+                    r.format.Format + "," + r.format.Delimiter;
+           });
 }
 
 TEST(OutputSections, TagrelayDataFormat) {
@@ -409,48 +408,53 @@ TEST(OutputSections, HttpPostConfig) {
   const std::string longUrl = "http://" + std::string(200, 'h') + ".example/";
   // Names in single quotes keep their blanks; in double quotes a name runs up to the next "=".
   const char* named = R"(<HTTPPostConfig ReaderName='Gate 4 / North' HTTPUserName="u1" />)";
-  readRows(
-      {{{""}, "0|,0,0,0,,,0|0,,0,0,0,,|"},
-       {{R"(<Other HTTPPostConfig HTTPUserName="u"/>)"}, "-1|,0,0,0,,,0|0,,0,0,0,,|"},
-       {{proxied},
-        "1|https://collector.example:8443/rfid,1,1,4294967295,,,12|"
-        "1,http://proxy.example:3128,3128,0,4294967278,p,q|"},
-       // A later section without the proxy keeps it enabled; only named keys change.
-       {{proxied, R"(<HTTPPostConfig HTTPProxyTunnel="1" />)"},
-        "1|https://collector.example:8443/rfid,1,1,4294967295,,,12|"
-        "1,http://proxy.example:3128,3128,1,4294967278,p,q|"},
-       {{named}, "1|,0,0,0,u1,,0|0,,0,0,0,,|Gate 4 / North"},
-       {{named, R"(<HTTPPostConfig ReaderName="Gate 5" HTTPUserName="u2" />)"},
-        "1|,0,0,0,u1,,0|0,,0,0,0,,|\"Gate 5\" HTTPUserName"},
-       {{"<HTTPPostConfig ReaderName='" + std::string(300, 'n') + "' />"},
-        "1|,0,0,0,,,0|0,,0,0,0,,|" + std::string(127, 'n')},
-       // A value right before the closing slash keeps its closing quote.
-       {{R"(<HTTPPostConfig HTTPUserName="admin"/>)"}, "1|,0,0,0,admin\",,0|0,,0,0,0,,|"},
-       {{"<HTTPPostConfig HTTPServerURL=\"" + longUrl + "\" HTTPPassword=\"pw\" />"},
-        "1|" + longUrl.substr(0, 127) + ",0,0,0,,pw,0|0,,0,0,0,,|"}},
-      [](Records& r) {
-        const HttpPostConfig& h = r.http;
-        int32_t result = readHttpPostConfig(r.http, r.name, r.format);
-        EXPECT_STREQ(r.format.Format, "JSON");  // set whatever the outcome
-        return std::to_string(result) + "|" + h.HTTPServerURL + "," + std::to_string(h.VerifyPeer) +
-               "," + std::to_string(h.VerifyHost) + "," + std::to_string(h.HTTPAuthenticationType) +
-               "," + h.HTTPUserName + "," + h.HTTPPassword + "," +
-               std::to_string(h.HTTPPostInterval) + "|" + std::to_string(h.ProxyEnabled) + "," +
-               h.HTTPProxyServerURL + "," + std::to_string(h.HTTPProxyPort) + "," +
-               std::to_string(h.HTTPProxyTunnel) + "," +
-               std::to_string(h.HTTPProxyAuthenticationType) + "," + h.HTTPProxyUserName + "," +
-               h.HTTPProxyPassword + "|" + r.name.text;
-      });
+  readRows({{{""}, "0|,0,0,0,,,0|0,,0,0,0,,|"},
+            {{R"(<Other HTTPPostConfig HTTPUserName="u"/>)"}, "-1|,0,0,0,,,0|0,,0,0,0,,|"},
+            {{proxied},
+             "1|https://collector.example:8443/rfid,1,1,4294967295,,,12|"
+             "1,http://proxy.example:3128,3128,0,4294967278,p,q|"},
+            // A later section without the proxy keeps it enabled; only named keys change.
+            {{proxied, R"(<HTTPPostConfig HTTPProxyTunnel="1" />)"},
+             "1|https://collector.example:8443/rfid,1,1,4294967295,,,12|"
+             "1,http://proxy.example:3128,3128,1,4294967278,p,q|"},
+            {{named}, "1|,0,0,0,u1,,0|0,,0,0,0,,|Gate 4 / North"},
+            {{named, R"(<HTTPPostConfig ReaderName="Gate 5" HTTPUserName="u2" />)"},
+             "1|,0,0,0,u1,,0|0,,0,0,0,,|\"Gate 5\" HTTPUserName"},
+            {{"<HTTPPostConfig ReaderName='" + std::string(300, 'n') + "' />"},
+             "1|,0,0,0,,,0|0,,0,0,0,,|" + std::string(127, 'n')},
+            // A value right before the closing slash keeps its closing quote.
+            {{R"(<HTTPPostConfig HTTPUserName="admin"/>)"}, "1|,0,0,0,admin\",,0|0,,0,0,0,,|"},
+            {{"<HTTPPostConfig HTTPServerURL=\"" + longUrl + "\" HTTPPassword=\"pw\" />"},
+             "1|" + longUrl.substr(0, 127) + ",0,0,0,,pw,0|0,,0,0,0,,|"}},
+           [](Records& r) {
+             const HttpPostConfig& h = r.http;
+             int32_t result = readHttpPostConfig(r.http, r.name, r.format);
+             EXPECT_STREQ(r.format.Format, "JSON");  // set whatever the outcome
+             return std::to_string(result) + "|" + h.HTTPServerURL + "," +
+                    std::to_string(h.VerifyPeer) + "," + std::to_string(h.VerifyHost) + "," +
+                    std::to_string(h.HTTPAuthenticationType) + "," + h.HTTPUserName + "," +
+                    h.HTTPPassword + "," + std::to_string(h.HTTPPostInterval) + "|" +
+                    std::to_string(h.ProxyEnabled) + "," + h.HTTPProxyServerURL + "," +
+                    std::to_string(h.HTTPProxyPort) + "," + std::to_string(h.HTTPProxyTunnel) +
+                    "," + std::to_string(h.HTTPProxyAuthenticationType) + "," +
+                    h.HTTPProxyUserName + "," + h.HTTPProxyPassword + "|" + r.name.text;
+           });
 }
 
 // The names give libcurl's own masks (not a copy of the product's table); any other name, one
 // with a blank too, sets every bit.
 TEST(OutputSections, AuthenticationNamesMapToLibcurlMasks) {
-  const std::pair<const char*, unsigned long> names[] = {
-      {"none", CURLAUTH_NONE},  {"basic", CURLAUTH_BASIC},     {"digest", CURLAUTH_DIGEST},
-      {"ntlm", CURLAUTH_NTLM},  {"ntlm_wb", CURLAUTH_NTLM_WB}, {"digest_ie", CURLAUTH_DIGEST_IE},
-      {"any", CURLAUTH_ANY},    {"anysafe", CURLAUTH_ANYSAFE}, {"only", CURLAUTH_ONLY},
-      {"basic ", 0xFFFFFFFFu},  {"", 0xFFFFFFFFu}};
+  const std::pair<const char*, unsigned long> names[] = {{"none", CURLAUTH_NONE},
+                                                         {"basic", CURLAUTH_BASIC},
+                                                         {"digest", CURLAUTH_DIGEST},
+                                                         {"ntlm", CURLAUTH_NTLM},
+                                                         {"ntlm_wb", CURLAUTH_NTLM_WB},
+                                                         {"digest_ie", CURLAUTH_DIGEST_IE},
+                                                         {"any", CURLAUTH_ANY},
+                                                         {"anysafe", CURLAUTH_ANYSAFE},
+                                                         {"only", CURLAUTH_ONLY},
+                                                         {"basic ", 0xFFFFFFFFu},
+                                                         {"", 0xFFFFFFFFu}};
   for (const auto& [name, mask] : names) {
     EXPECT_EQ(httpAuthTypeFromName(name), static_cast<uint32_t>(mask)) << name;
   }

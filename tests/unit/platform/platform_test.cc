@@ -23,7 +23,8 @@ TEST(Platform, AppliancePathsAreTakenUnderTheRootAndWaitsScaled) {
     s.root = root;
     platform::configure(s);
     EXPECT_EQ(platform::path("/readerconfig/AdvReaderConfig.xml"),
-              "/tmp/r/readerconfig/AdvReaderConfig.xml") << root;
+              "/tmp/r/readerconfig/AdvReaderConfig.xml")
+        << root;
   }
   platform::configure(platform::Settings{});
 }

@@ -7,11 +7,10 @@
 // drained, so that the management software can pause and resume. A socket stands in for the
 // line: its queue of unread bytes answers the same query a serial port's does.
 #include <arpa/inet.h>
+#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <string>
 
@@ -30,15 +29,17 @@ TEST(TcpIpSend, APartSentIsKeptUntilTheRestHasGone) {
   ASSERT_EQ(s.tcpServer->listen(), 0);
   sockaddr_in address{};
   socklen_t length = sizeof address;
-  ASSERT_EQ(getsockname(s.tcpServer->listeningSocket(), reinterpret_cast<sockaddr*>(&address),
-                        &length), 0);
+  ASSERT_EQ(
+      getsockname(s.tcpServer->listeningSocket(), reinterpret_cast<sockaddr*>(&address), &length),
+      0);
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   const int client = socket(AF_INET, SOCK_STREAM, 0);
   const int small = 4096;
   ASSERT_EQ(setsockopt(client, SOL_SOCKET, SO_RCVBUF, &small, sizeof small), 0);
   ASSERT_EQ(connect(client, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
   ASSERT_GE(s.tcpServer->accept(), 0);
-  ASSERT_EQ(setsockopt(s.tcpServer->clientSocket(), SOL_SOCKET, SO_SNDBUF, &small, sizeof small), 0);
+  ASSERT_EQ(setsockopt(s.tcpServer->clientSocket(), SOL_SOCKET, SO_SNDBUF, &small, sizeof small),
+            0);
 
   std::string batch(1 << 20, 'x');
   for (size_t i = 0; i < batch.size(); i += 97) batch[i] = static_cast<char>('a' + i % 26);
