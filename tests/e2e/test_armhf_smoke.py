@@ -64,7 +64,3 @@ class ArmhfSerialPushTest(unittest.TestCase):
             self.assertIn(antenna, ("1", "2", "3", "4"))
         self.assertEqual(tessera.stop(), 0, tessera.output()[-3000:])
         print("\narmhf serial push under qemu: %d reads in %.1f s" % (len(body), time.monotonic() - began))
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -170,7 +170,3 @@ class AntennaCommandTest(unittest.TestCase):
         self.start()
         self.connect()
         self.assertRegex(self.result("setup.get_antenna_config=\r\n"), r"^AntennaData:1 \d+,2 17,")
-
-
-if __name__ == "__main__":
-    unittest.main()

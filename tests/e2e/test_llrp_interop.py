@@ -171,7 +171,3 @@ class Tshark(unittest.TestCase):
             if mtype & 0x3FF == s.GET_READER_CONFIG_RESPONSE:
                 (ident,) = s.find(s.params(body), 218)
                 self.assertEqual(struct.unpack_from(">BH", ident), (0, len(ident) - 3))
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -130,7 +130,3 @@ class PackageTest(unittest.TestCase):
         man = run(["gzip", "-dc", self.installed("/usr/share/man/man1/tessera-readersim.1.gz")]).stdout
         for line in help_text.splitlines()[:3] + help_text.splitlines()[-3:]:
             self.assertIn(line.replace("\\", "\\e"), man)
-
-
-if __name__ == "__main__":
-    unittest.main()

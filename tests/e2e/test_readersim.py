@@ -324,7 +324,3 @@ class SavedConfiguration(unittest.TestCase):
                 f.write("antenna.1.transmit_power=900\n")
             with self.assertRaises(RuntimeError):
                 s.Simulator(["--state", state]).start()
-
-
-if __name__ == "__main__":
-    unittest.main()

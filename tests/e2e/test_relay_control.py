@@ -178,7 +178,3 @@ class RelayStopTest(unittest.TestCase):
         self.assertEqual(len(t.wait_for_line("^I-Tagrelay: Tagrelay thread cleaned", count=2,
                                              timeout=5)), 2)
         self.assertEqual(b.sim.stats()["client_connected"], 0)
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -246,7 +246,3 @@ class HttpsAndProxyTest(RelayHttpCase):
             self.assertEqual(r["request"], "CONNECT 127.0.0.1:%d HTTP/1.1" % sink.port)
             self.assertEqual(r["proxy_authorization"], credentials)
         self.drain(b, sink)
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -187,7 +187,3 @@ class MqttRelayTest(unittest.TestCase):
         self.assertIn("QoS: value \"2\" refused (0 or 1)", out.stdout)
         self.assertNotIn("hush", out.stdout)
         self.assertIn("=> relay mode NOT usable (Mqtt)", out.stdout)
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -102,7 +102,3 @@ class TcpIpRelayTest(unittest.TestCase):
         self.assertEqual(len(t.wait_for_line(r"^E-TCP/IP Server : bind failed$", count=15,
                                              timeout=5)), 15)
         self.assertEqual(b.sim.stats()["connections"], 0)
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -136,7 +136,3 @@ class UsbDriveRelayTest(unittest.TestCase):
             self.assertRegex(n, r"^\d{4}-\d\d-\d\d-\d\d-\d\d-\d\d\.csv$")
         if not can_send:
             self.skipTest("netlink uevents cannot be sent here; the removal was not tested")
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -263,7 +263,3 @@ class ReaderFaultTest(unittest.TestCase):
         self.assertTrue(b.tessera.wait_for_line(r"Trying to reconnect with LLRP - 10/10"))
         self.assertIn("DISCONNECTION_EVENT", recv_zero_terminated(data, count=3, timeout=5))
         self.assertEqual(b.tessera.command("getInventoryStatus"), b"InventoryRunning:PushData\r\n\r\n")
-
-
-if __name__ == "__main__":
-    unittest.main()

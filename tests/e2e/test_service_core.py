@@ -136,7 +136,3 @@ class LoggingAndStartTest(unittest.TestCase):
             t.close()
             for fd in pipes.values():
                 os.close(fd)
-
-
-if __name__ == "__main__":
-    unittest.main()

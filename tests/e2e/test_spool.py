@@ -172,7 +172,3 @@ class SpoolTest(unittest.TestCase):
         self.assertEqual(client.texts()[1], "")
         seqs = [r["batch_seq"] for r in client.reports()]
         self.assertEqual(seqs, sorted(seqs))
-
-
-if __name__ == "__main__":
-    unittest.main()
