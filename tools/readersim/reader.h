@@ -94,11 +94,10 @@ class Reader : private EngineSink {
   void onSetReaderConfig(const llrp::Message& message, Request& request);
   void onCloseConnection(const llrp::Message& message, Request& request);
   void onAddROSpec(const llrp::Message& message, Request& request);
-  void onDeleteROSpec(const llrp::Message& message, Request& request);
-  void onStartROSpec(const llrp::Message& message, Request& request);
-  void onStopROSpec(const llrp::Message& message, Request& request);
-  void onEnableROSpec(const llrp::Message& message, Request& request);
-  void onDisableROSpec(const llrp::Message& message, Request& request);
+  // DELETE/START/STOP/ENABLE/DISABLE_ROSPEC: one engine call on the request's ROSpec ID.
+  template <typename Message, typename Response,
+            Status (Engine::*call)(uint32_t, Clock::time_point)>
+  void onROSpecIdRequest(const llrp::Message& message, Request& request);
   void onDeleteAccessSpec(const llrp::Message& message, Request& request);
   void onGetReport(const llrp::Message& message, Request& request);
   void onEnableEventsAndReports(const llrp::Message& message, Request& request);

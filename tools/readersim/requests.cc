@@ -80,11 +80,17 @@ const Reader::HandlerEntry* Reader::handlerFor(llrp::MessageType type) {
       {llrp::MessageType::kSetReaderConfig, &Reader::onSetReaderConfig},
       {llrp::MessageType::kCloseConnection, &Reader::onCloseConnection},
       {llrp::MessageType::kAddROSpec, &Reader::onAddROSpec},
-      {llrp::MessageType::kDeleteROSpec, &Reader::onDeleteROSpec},
-      {llrp::MessageType::kStartROSpec, &Reader::onStartROSpec},
-      {llrp::MessageType::kStopROSpec, &Reader::onStopROSpec},
-      {llrp::MessageType::kEnableROSpec, &Reader::onEnableROSpec},
-      {llrp::MessageType::kDisableROSpec, &Reader::onDisableROSpec},
+      {llrp::MessageType::kDeleteROSpec,
+       &Reader::onROSpecIdRequest<llrp::DeleteROSpec, llrp::DeleteROSpecResponse, &Engine::remove>},
+      {llrp::MessageType::kStartROSpec,
+       &Reader::onROSpecIdRequest<llrp::StartROSpec, llrp::StartROSpecResponse, &Engine::start>},
+      {llrp::MessageType::kStopROSpec,
+       &Reader::onROSpecIdRequest<llrp::StopROSpec, llrp::StopROSpecResponse, &Engine::stop>},
+      {llrp::MessageType::kEnableROSpec,
+       &Reader::onROSpecIdRequest<llrp::EnableROSpec, llrp::EnableROSpecResponse, &Engine::enable>},
+      {llrp::MessageType::kDisableROSpec,
+       &Reader::onROSpecIdRequest<llrp::DisableROSpec, llrp::DisableROSpecResponse,
+                                  &Engine::disable>},
       {llrp::MessageType::kDeleteAccessSpec, &Reader::onDeleteAccessSpec},
       {llrp::MessageType::kGetReport, &Reader::onGetReport},
       {llrp::MessageType::kEnableEventsAndReports, &Reader::onEnableEventsAndReports},
@@ -170,29 +176,10 @@ void Reader::onAddROSpec(const llrp::Message& message, Request& q) {
   respond(q.out, q.id, withStatus(llrp::AddROSpecResponse{}, st));
 }
 
-void Reader::onDeleteROSpec(const llrp::Message& message, Request& q) {
-  Status st = engine_.remove(std::get<llrp::DeleteROSpec>(message.body).roSpecId, q.now);
-  respond(q.out, q.id, withStatus(llrp::DeleteROSpecResponse{}, st));
-}
-
-void Reader::onStartROSpec(const llrp::Message& message, Request& q) {
-  Status st = engine_.start(std::get<llrp::StartROSpec>(message.body).roSpecId, q.now);
-  respond(q.out, q.id, withStatus(llrp::StartROSpecResponse{}, st));
-}
-
-void Reader::onStopROSpec(const llrp::Message& message, Request& q) {
-  Status st = engine_.stop(std::get<llrp::StopROSpec>(message.body).roSpecId, q.now);
-  respond(q.out, q.id, withStatus(llrp::StopROSpecResponse{}, st));
-}
-
-void Reader::onEnableROSpec(const llrp::Message& message, Request& q) {
-  Status st = engine_.enable(std::get<llrp::EnableROSpec>(message.body).roSpecId, q.now);
-  respond(q.out, q.id, withStatus(llrp::EnableROSpecResponse{}, st));
-}
-
-void Reader::onDisableROSpec(const llrp::Message& message, Request& q) {
-  Status st = engine_.disable(std::get<llrp::DisableROSpec>(message.body).roSpecId, q.now);
-  respond(q.out, q.id, withStatus(llrp::DisableROSpecResponse{}, st));
+template <typename Message, typename Response, Status (Engine::*call)(uint32_t, Clock::time_point)>
+void Reader::onROSpecIdRequest(const llrp::Message& message, Request& q) {
+  Status st = (engine_.*call)(std::get<Message>(message.body).roSpecId, q.now);
+  respond(q.out, q.id, withStatus(Response{}, st));
 }
 
 void Reader::onDeleteAccessSpec(const llrp::Message& message, Request& q) {
