@@ -79,12 +79,13 @@ class Describer {
     }
   }
   template <class M, class... Ds>
-  void choice(const char*, const M& m, Ds...) {
-    alternative<0, M, Ds...>(m);
+  void choice(const char*, const M& m, Ds... ds) {
+    slots::forChosen(
+        m, [this](auto d, const auto& r) { this->template parameter<decltype(d)>(r); }, ds...);
   }
   template <class M, class... Ds>
-  void choices(const char*, const M& m, Ds...) {
-    for (const auto& e : m) alternative<0, typename M::value_type, Ds...>(e);
+  void choices(const char* name, const M& m, Ds... ds) {
+    for (const auto& e : m) choice(name, e, ds...);
   }
 
   // A parameter of one field and no sub-parameter is Name=value; the rest Name(...).
@@ -106,14 +107,6 @@ class Describer {
   }
 
  private:
-  template <size_t I, class M, class D, class... Rest>
-  void alternative(const M& m) {
-    if (slots::ChoiceTraits<M>::index(m) == I) {
-      parameter<D>(slots::ChoiceTraits<M>::template get<I>(m));
-      return;
-    }
-    if constexpr (sizeof...(Rest) > 0) alternative<I + 1, M, Rest...>(m);
-  }
   void key(const char* name) {
     ++items_;
     s_ += ' ';

@@ -87,12 +87,13 @@ class Encoder {
     slots::forEach(m, [this](const auto& rec) { this->template parameter<D>(rec); });
   }
   template <class M, class... Ds>
-  void choice(const char*, const M& m, Ds...) {
-    alternative<0, M, Ds...>(m);
+  void choice(const char*, const M& m, Ds... ds) {
+    slots::forChosen(
+        m, [this](auto d, const auto& r) { this->template parameter<decltype(d)>(r); }, ds...);
   }
   template <class M, class... Ds>
-  void choices(const char*, const M& m, Ds...) {
-    for (const auto& element : m) alternative<0, typename M::value_type, Ds...>(element);
+  void choices(const char* name, const M& m, Ds... ds) {
+    for (const auto& element : m) choice(name, element, ds...);
   }
 
   // Writes one parameter: TV type byte or TLV header, its fields, its sub-parameters.
@@ -129,14 +130,6 @@ class Encoder {
   void finish() { out_.resize(len_); }
 
  private:
-  template <size_t I, class M, class D, class... Rest>
-  void alternative(const M& m) {
-    if (slots::ChoiceTraits<M>::index(m) == I) {
-      parameter<D>(slots::ChoiceTraits<M>::template get<I>(m));
-      return;
-    }
-    if constexpr (sizeof...(Rest) > 0) alternative<I + 1, M, Rest...>(m);
-  }
   [[gnu::always_inline]] void put16(uint16_t v) {
     uint8_t* p = grow(2);
     p[0] = static_cast<uint8_t>(v >> 8);

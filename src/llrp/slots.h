@@ -109,4 +109,15 @@ struct ChoiceTraits<Timestamp> {
   }
 };
 
+// Calls f(D{}, parameter) for the alternative m holds, D being its description among ds, which
+// are listed in the order of the alternatives (encoding, describing).
+template <size_t I = 0, class M, class F, class D, class... Rest>
+[[gnu::always_inline]] inline void forChosen(const M& m, F&& f, D, Rest... rest) {
+  if (ChoiceTraits<M>::index(m) == I) {
+    f(D{}, ChoiceTraits<M>::template get<I>(m));
+  } else if constexpr (sizeof...(Rest) > 0) {
+    forChosen<I + 1>(m, f, rest...);
+  }
+}
+
 }  // namespace tessera::llrp::slots
