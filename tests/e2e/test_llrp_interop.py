@@ -164,7 +164,7 @@ class Tshark(unittest.TestCase):
                          sorted(struct.unpack_from(">H", d)[0] & 0x3FF for _, d in client.frames))
         # What the known complaints are about is well-formed by our own reading.
         for _, data in client.frames:
-            mtype, length = struct.unpack_from(">HI", data)
+            (mtype,) = struct.unpack_from(">H", data)
             body = data[10:]
             if mtype & 0x3FF == s.CUSTOM_MESSAGE:
                 self.assertGreaterEqual(len(body), 5)  # vendor u32, subtype u8, data
